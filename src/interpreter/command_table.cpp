@@ -1,0 +1,91 @@
+#include "interpreter/command_table.hpp"
+
+#include <array>
+#include <string_view>
+
+#include "core/error.hpp"
+#include "interpreter/session.hpp"
+
+namespace torix {
+
+namespace {
+
+struct Command {
+    std::string_view name;
+    Handler run;  // nullptr for END
+};
+
+// Compared in this order; the first exact match wins.
+constexpr std::array<Command, 49> kCommands{{
+    {"LOAD_MAT", cmd_load_mat},
+    {"MASQUE_CREATE", cmd_masque_create},
+    {"MASQUE_LOAD", cmd_masque_load},
+    {"MASQUE_SAVE", cmd_masque_save},
+    {"MASQUE_INFO", cmd_masque_info},
+    {"ADD_SHAPE", cmd_add_shape},
+    {"SET_CELL", cmd_set_cell},
+    {"STUDY_SHAPE", cmd_study_shape},
+    {"TENSOR_MACRO", cmd_tensor_macro},
+    {"TENSOR_CREATE", cmd_tensor_create},
+    {"ADD_ANISOTROPY", cmd_add_anisotropy},
+    {"ADD_ANISOTROPY_FIELD", cmd_add_anisotropy_field},
+    {"TENSOR_SAVE", cmd_tensor_save},
+    {"TENSOR_LOAD", cmd_tensor_load},
+    {"ADD_EXT_FIELD", cmd_add_ext_field},
+    {"INIT_M", cmd_init_m},
+    {"CALC_FIELD", cmd_calc_field},
+    {"RELAX", cmd_relax},
+    {"SET_TIMESTEP", cmd_set_timestep},
+    {"EXEC", cmd_exec},
+    {"M_SAVE", cmd_m_save},
+    {"M_LOAD", cmd_m_load},
+    {"H_SAVE", cmd_h_save},
+    {"H_AVERAGE", cmd_h_average},
+    {"H_LOAD", cmd_h_load},
+    {"SET_SCALE", cmd_set_scale},
+    {"SET_SCALE_R", cmd_set_scale_r},
+    {"SET_SCALE_R2", cmd_set_scale_r2},
+    {"SOLVE_MATRIX", cmd_solve_matrix},
+    {"SOLVE_MATRIX_AR", cmd_solve_matrix_ar},
+    {"EIGEN_SAVE_TEXT", cmd_eigen_save_text},
+    {"OMEGA_PRINT", cmd_omega_print},
+    {"EIGEN_LOAD", cmd_eigen_load},
+    {"SET_CURRENT", cmd_set_current},
+    {"SET_BETA", cmd_set_beta},
+    {"SET_VRML", cmd_set_vrml},
+    {"SET_HRF", cmd_set_hrf},
+    {"CALC_C", cmd_calc_c},
+    {"SET_GYRO", cmd_set_gyro},
+    {"PRINT_C", cmd_print_c},
+    {"PRINT_ABS", cmd_print_abs},
+    {"PRINT_PHASES", cmd_print_phases},
+    {"DRAW_MODES", cmd_draw_modes},
+    {"DRAW_MODES_E", cmd_draw_modes_e},
+    {"DRAW_MODES_P", cmd_draw_modes_p},
+    {"PRINT_SLICES", cmd_print_slices},
+    {"PRINT_ANGLE", cmd_print_angle},
+    {"VEC3", cmd_vec3},
+    {"END", nullptr},
+}};
+
+}  // namespace
+
+void run_script(const std::string& path, const std::string& display) {
+    ModelState st;
+    ListReader in(path, display);
+    Session s{st, in};
+    for (;;) {
+        auto kw = in.keyword();
+        if (!kw) in.fail("expected a command keyword or END, found end of file");
+        // Trailing blanks never reach here: items end at the first blank.
+        for (const Command& c : kCommands) {
+            if (c.name != *kw) continue;
+            if (c.run == nullptr) return;
+            st.LINER = *kw;
+            c.run(s);
+            break;
+        }
+    }
+}
+
+}  // namespace torix

@@ -1,0 +1,255 @@
+// Commands that set the grid, the materials, the mask, the numbering and
+// the scalar settings.
+#include <cmath>
+#include <string>
+
+#include "core/records.hpp"
+#include "eigen/deg.hpp"
+#include "geometry/mask_files.hpp"
+#include "geometry/numbering.hpp"
+#include "geometry/shapes.hpp"
+#include "interpreter/session.hpp"
+
+namespace torix {
+
+namespace {
+
+// Nearest integer, halves away from zero.
+int nint(double v) { return static_cast<int>(std::lround(v)); }
+
+void new_mask(ModelState& st, int nx, int ny, int nz) {
+    st.nx = nx;
+    st.ny = ny;
+    st.nz = nz;
+    st.MASQUE = make_int_grid(nx, ny, nz, 0);
+}
+
+std::string quoted(int v) { return "\"" + std::to_string(v) + "\""; }
+
+}  // namespace
+
+void build_numbering(ModelState& st, int b1, int b2, int b3) {
+    st.NUM = make_int_grid(st.nx, st.ny, st.nz, 0);
+    number(st.MASQUE, st.NUM, st.nx, st.ny, st.nz, st.ncells, b1, b2, b3);
+    AtomicFile map("numbering.txt", false);
+    deg(st.MASQUE, st.NUM, st.nx, st.ny, st.nz, st.ncells, st.DEGR, map.stream());
+    map.commit();
+    st.numbered = true;
+}
+
+void cmd_load_mat(Session& s) {
+    s.line();
+    const int n = s.in.i32("the number of materials");
+    if (n < 0) s.in.fail("expected a number of materials of at least 0, found " + quoted(n));
+    ModelState& st = s.st;
+    st.nmat = n;
+    st.A.allocate({Range{1, n}}, 0.0);
+    st.MS.allocate({Range{1, n}}, 0.0);
+    for (int i = 1; i <= n; ++i) {
+        s.line();
+        st.A(i) = s.in.f64("the exchange constant A(" + std::to_string(i) + ")");
+        st.MS(i) = s.in.f64("the saturation magnetization MS(" + std::to_string(i) + ")");
+    }
+    s.ack();
+}
+
+void cmd_masque_create(Session& s) {
+    s.line();
+    ModelState& st = s.st;
+    st.Lx = s.in.f64("Lx");
+    st.Ly = s.in.f64("Ly");
+    st.Lz = s.in.f64("Lz");
+    new_mask(st, nint(st.Lx / st.dx) - 1, nint(st.Ly / st.dy) - 1, nint(st.Lz / st.dz) - 1);
+    s.ack();
+}
+
+void cmd_masque_load(Session& s) {
+    s.line();
+    const int format = s.in.i32("the format");
+    s.line();
+    ModelState& st = s.st;
+    st.FNAME = s.in.name("the file name");
+    int nx = 0, ny = 0, nz = 0;
+    if (format == 1 || format == 3) {
+        loadmasqueparamt(nx, ny, nz, st.FNAME);
+        new_mask(st, nx, ny, nz);
+        if (format == 1)
+            loadmasquet(st.MASQUE, nx, ny, nz, st.FNAME);
+        else
+            loadmasquet2(st.MASQUE, nx, ny, nz, st.FNAME);
+    } else if (format == 2) {
+        loadmasqueparam(nx, ny, nz, st.FNAME);
+        new_mask(st, nx, ny, nz);
+        loadmasque(st.MASQUE, nx, ny, nz, st.FNAME);
+    }
+    s.ack();
+}
+
+void cmd_masque_save(Session& s) {
+    s.line();
+    const int format = s.in.i32("the format");
+    s.line();
+    ModelState& st = s.st;
+    st.FNAME = s.in.name("the file name");
+    if (format == 1) savemasquet(st.MASQUE, st.nx, st.ny, st.nz, st.FNAME);
+    if (format == 2) savemasque(st.MASQUE, st.nx, st.ny, st.nz, st.FNAME);
+    if (format == 3) savemasquet2(st.MASQUE, st.nx, st.ny, st.nz, st.FNAME);
+    s.ack();
+}
+
+void cmd_masque_info(Session& s) {
+    const ModelState& st = s.st;
+    say(count_magnetic(st.MASQUE), st.nx, st.ny, st.nz);
+    s.ack();
+}
+
+void cmd_add_shape(Session& s) {
+    s.line();
+    const int kind = s.in.i32("the shape kind");
+    ModelState& st = s.st;
+    const double dx = st.dx, dy = st.dy, dz = st.dz;
+    int count = 0;
+    if (kind == 1 || kind == 4) {
+        s.line();
+        const double Dx = s.in.f64(kind == 1 ? "Dout" : "Dx");
+        const double Dy = s.in.f64(kind == 1 ? "Din" : "Dy");
+        const double H = s.in.f64("H");
+        const double X0 = s.in.f64("X0"), Y0 = s.in.f64("Y0"), Z0 = s.in.f64("Z0");
+        const int mat = s.in.i32("the material");
+        // Kind 1 has one outer diameter for both axes and an inner one.
+        const double a = Dx / (2 * dx) - 0.5;
+        const double b = (kind == 1 ? Dx : Dy) / (2 * dy) - 0.5;
+        const double ai = kind == 1 ? Dy / (2 * dx) - 0.5 : 0.0;
+        const double bi = kind == 1 ? Dy / (2 * dy) - 0.5 : 0.0;
+        calcdisk(st.MASQUE, st.nx, st.ny, st.nz, a, b, ai, bi, H / dz - 1, X0 / dx + a, Y0 / dy + b, Z0 / dz, mat,
+                 count);
+    } else if (kind == 2) {
+        s.line();
+        const double D = s.in.f64("D");
+        const double X0 = s.in.f64("X0"), Y0 = s.in.f64("Y0"), Z0 = s.in.f64("Z0");
+        const int mat = s.in.i32("the material");
+        const double a = D / (2 * dx) - 0.5, b = D / (2 * dy) - 0.5, c = D / (2 * dz) - 0.5;
+        calcsphere(st.MASQUE, st.nx, st.ny, st.nz, a, b, c, 0.0, 0.0, 0.0, X0 / dx + a, Y0 / dy + b, Z0 / dz + c, mat,
+                   count);
+    } else if (kind == 3) {
+        s.line();
+        const double Lx = s.in.f64("Lx"), Ly = s.in.f64("Ly"), Lz = s.in.f64("Lz");
+        const double X0 = s.in.f64("X0"), Y0 = s.in.f64("Y0"), Z0 = s.in.f64("Z0");
+        const int mat = s.in.i32("the material");
+        const int i1 = nint(X0 / dx), j1 = nint(Y0 / dy), k1 = nint(Z0 / dz);
+        calcslab2(st.MASQUE, st.nx, st.ny, st.nz, i1, i1 + nint(Lx / dx - 1), j1, j1 + nint(Ly / dy - 1), k1,
+                  k1 + nint(Lz / dz - 1), mat, count);
+    }
+    s.ack();
+}
+
+void cmd_set_cell(Session& s) {
+    s.line();
+    ModelState& st = s.st;
+    st.dx = s.in.f64("dx");
+    st.dy = s.in.f64("dy");
+    st.dz = s.in.f64("dz");
+    s.ack();
+}
+
+void cmd_study_shape(Session& s) {
+    s.line();
+    const int kind = s.in.i32("the shape kind");
+    ModelState& st = s.st;
+    const double dx = st.dx, dy = st.dy, dz = st.dz;
+    int count = 0;
+    // The grid is the shape's bounding box; the shape is painted with
+    // material 1 from the grid's low corner, as ADD_SHAPE would.
+    if (kind == 1 || kind == 4) {
+        s.line();
+        const double Dx = s.in.f64(kind == 1 ? "Dout" : "Dx");
+        const double Dy = s.in.f64(kind == 1 ? "Din" : "Dy");
+        const double H = s.in.f64("H");
+        const double Dyout = kind == 1 ? Dx : Dy;
+        new_mask(st, nint(Dx / dx) - 1, nint(Dyout / dy) - 1, nint(H / dz) - 1);
+        const double a = Dx / (2 * dx) - 0.5, b = Dyout / (2 * dy) - 0.5;
+        const double ai = kind == 1 ? Dy / (2 * dx) - 0.5 : 0.0;
+        const double bi = kind == 1 ? Dy / (2 * dy) - 0.5 : 0.0;
+        calcdisk(st.MASQUE, st.nx, st.ny, st.nz, a, b, ai, bi, H / dz - 1, a, b, 0.0, 1, count);
+    } else if (kind == 2) {
+        s.line();
+        const double D = s.in.f64("D");
+        new_mask(st, nint(D / dx) - 1, nint(D / dy) - 1, nint(D / dz) - 1);
+        const double a = D / (2 * dx) - 0.5, b = D / (2 * dy) - 0.5, c = D / (2 * dz) - 0.5;
+        calcsphere(st.MASQUE, st.nx, st.ny, st.nz, a, b, c, 0.0, 0.0, 0.0, a, b, c, 1, count);
+    } else if (kind == 3) {
+        s.line();
+        const double Lx = s.in.f64("Lx"), Ly = s.in.f64("Ly"), Lz = s.in.f64("Lz");
+        new_mask(st, nint(Lx / dx) - 1, nint(Ly / dy) - 1, nint(Lz / dz) - 1);
+        calcslab2(st.MASQUE, st.nx, st.ny, st.nz, 0, st.nx, 0, st.ny, 0, st.nz, 1, count);
+    }
+    say(st.LINER + " ok", count);
+}
+
+void cmd_set_scale(Session& s) {
+    s.line();
+    ModelState& st = s.st;
+    const int b1 = s.in.i32("the x block size"), b2 = s.in.i32("the y block size"), b3 = s.in.i32("the z block size");
+    if (b1 < 1 || b2 < 1 || b3 < 1) s.in.fail("expected block sizes of at least 1");
+    st.s1 = b1, st.s2 = b2, st.s3 = b3;
+    build_numbering(st, b1, b2, b3);
+    say("SET_SCALE ok", st.ncells);
+}
+
+void cmd_set_scale_r(Session& s) {
+    s.line();
+    ModelState& st = s.st;
+    (void)s.in.f64("the radius");
+    const int b1 = s.in.i32("the x block size"), b2 = s.in.i32("the y block size");
+    if (b1 < 1 || b2 < 1) s.in.fail("expected block sizes of at least 1");
+    st.s1 = b1, st.s2 = b2;
+    build_numbering(st, b1, b2, st.s3);
+    say("SET_SCALE ok", st.ncells);
+}
+
+void cmd_set_scale_r2(Session& s) {
+    s.line();
+    ModelState& st = s.st;
+    for (const char* w : {"the first real", "the second real", "the third real"}) (void)s.in.f64(w);
+    const int b1 = s.in.i32("the x block size"), b2 = s.in.i32("the y block size");
+    if (b1 < 1 || b2 < 1) s.in.fail("expected block sizes of at least 1");
+    st.s1 = b1, st.s2 = b2;
+    build_numbering(st, b1, b2, st.s3);
+    savemasquet2(st.MASQUE, st.nx, st.ny, st.nz, "masque1.txt");
+    say("SET_SCALE ok", st.ncells);
+}
+
+void cmd_set_current(Session& s) {
+    s.line();
+    ModelState& st = s.st;
+    st.current = s.in.f64("the current");
+    s.line();
+    st.MP[0] = s.in.f64("MPx");
+    st.MP[1] = s.in.f64("MPy");
+    st.MP[2] = s.in.f64("MPz");
+    s.ack();
+}
+
+void cmd_set_beta(Session& s) {
+    s.line();
+    s.st.beta = s.in.f64("beta");
+    s.ack();
+}
+
+void cmd_set_vrml(Session& s) {
+    s.line();
+    ModelState& st = s.st;
+    const int fx = s.in.i32("fx"), fy = s.in.i32("fy"), fz = s.in.i32("fz");
+    const int mode = s.in.i32("the layout mode");
+    if (fx < 1 || fy < 1 || fz < 1) s.in.fail("expected block sizes fx, fy, fz of at least 1");
+    st.vrml_fx = fx, st.vrml_fy = fy, st.vrml_fz = fz, st.vrml_mode = mode;
+    say("SET_SCALE_VRML ok");
+}
+
+void cmd_set_gyro(Session& s) {
+    s.line();
+    s.st.gyro = s.in.f64("the gyromagnetic ratio");
+    s.ack();
+}
+
+}  // namespace torix

@@ -1,0 +1,66 @@
+#pragma once
+// The one model state shared by all commands of a run.  Lengths in cm,
+// magnetization in emu/cm^3, fields in Oe, exchange constants in erg/cm.
+// Grid-shaped arrays run over (0:nx, 0:ny, 0:nz[, 1:3]); material tables
+// over 1..nmat; mode tables over 1..nmodes.
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "core/array.hpp"
+#include "dynamics/fft_field.hpp"
+
+namespace torix {
+
+struct ModelState {
+    // Grid and geometry.
+    double dx = 0.0, dy = 0.0, dz = 0.0;
+    double Lx = 0.0, Ly = 0.0, Lz = 0.0;
+    int nx = -1, ny = -1, nz = -1;  // largest cell indices
+
+    // Materials: A(i) exchange constant, MS(i) saturation magnetization.
+    int nmat = 0;
+    Array<double, 1> MS, A;
+
+    IntGrid MASQUE;  // 0 empty, else material number
+    IntGrid NUM;     // running number 1..ncells of each numbered cell, 0 elsewhere
+    Array<std::int32_t, 1> DEGR;  // multiplicity of each number (1..ncells)
+    int ncells = 0;               // N, the count of numbered cells
+    bool numbered = false;        // a numbering exists
+
+    VecGrid M, H, HINIT, M2, TEMPOR;
+    CVecGrid HRF;  // complex driving field per cell
+
+    TensorArray AIJ;
+    FourierTensor AIJ_FFT;
+
+    // ModeSet.  W(p, 1) = f_p (angular frequency), W(p, 2) = g_p (decay
+    // rate), both in field units (Oe); MODES(n, c, p) and MODESL(n, c, p) are
+    // the right and left amplitudes of cell number n, local component c
+    // (1 polar, 2 azimuthal), mode p.
+    int nmodes = 0;
+    Array<double, 2> W;
+    Array<double, 1> PHASES, ZOUT;
+    Array<cplx, 3> MODES, MODESL;
+    Array<double, 2> D, V;
+    Array<cplx, 1> C;  // driven-response coefficient of each mode
+
+    // Scalars.
+    double gyro = 1.0;
+    double timestep = -1.0;  // kept multiplied by gyro; negative = not set
+    double beta = 0.0;
+    double current = 0.0;
+    std::array<double, 3> MP{0.0, 0.0, 0.0};
+    std::array<double, 3> MPRF{0.0, 0.0, 0.0};
+    std::array<double, 3> MPP{0.0, 0.0, 0.0};
+    int s1 = 1, s2 = 1, s3 = 1;  // numbering block sizes
+    int vrml_fx = 1, vrml_fy = 1, vrml_fz = 1, vrml_mode = 1;
+
+    std::string LINER;  // current keyword
+    std::string FNAME;  // current file name
+};
+
+// Number of cells whose mask value is nonzero (0 when no mask exists).
+std::int64_t count_magnetic(const IntGrid& mask);
+
+}  // namespace torix

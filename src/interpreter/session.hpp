@@ -1,0 +1,86 @@
+#pragma once
+// What a command handler works with: the model state and the script.
+#include <string_view>
+
+#include "core/console.hpp"
+#include "core/listio.hpp"
+#include "interpreter/model_state.hpp"
+
+namespace torix {
+
+struct Session {
+    ModelState& st;
+    ListReader& in;
+
+    // Starts reading the next parameter line of the current command.
+    void line() { in.begin(st.LINER); }
+    // " KEYWORD ok"
+    void ack() const { say(st.LINER + " ok"); }
+};
+
+using Handler = void (*)(Session&);
+
+// Command handlers, one per keyword, grouped by the file that holds them.
+// commands_state.cpp
+void cmd_load_mat(Session&);
+void cmd_masque_create(Session&);
+void cmd_masque_load(Session&);
+void cmd_masque_save(Session&);
+void cmd_masque_info(Session&);
+void cmd_add_shape(Session&);
+void cmd_set_cell(Session&);
+void cmd_study_shape(Session&);
+void cmd_set_scale(Session&);
+void cmd_set_scale_r(Session&);
+void cmd_set_scale_r2(Session&);
+void cmd_set_current(Session&);
+void cmd_set_beta(Session&);
+void cmd_set_vrml(Session&);
+void cmd_set_gyro(Session&);
+// commands_tensor.cpp
+void cmd_tensor_macro(Session&);
+void cmd_tensor_create(Session&);
+void cmd_add_anisotropy(Session&);
+void cmd_add_anisotropy_field(Session&);
+void cmd_tensor_save(Session&);
+void cmd_tensor_load(Session&);
+// commands_field.cpp
+void cmd_add_ext_field(Session&);
+void cmd_init_m(Session&);
+void cmd_calc_field(Session&);
+void cmd_m_save(Session&);
+void cmd_m_load(Session&);
+void cmd_h_save(Session&);
+void cmd_h_average(Session&);
+void cmd_h_load(Session&);
+// commands_relax.cpp
+void cmd_relax(Session&);
+void cmd_set_timestep(Session&);
+void cmd_exec(Session&);
+// commands_eigen.cpp
+void cmd_solve_matrix(Session&);
+void cmd_solve_matrix_ar(Session&);
+void cmd_eigen_save_text(Session&);
+void cmd_omega_print(Session&);
+void cmd_eigen_load(Session&);
+// commands_output.cpp
+void cmd_set_hrf(Session&);
+void cmd_calc_c(Session&);
+void cmd_print_c(Session&);
+void cmd_print_abs(Session&);
+void cmd_print_phases(Session&);
+void cmd_draw_modes(Session&);
+void cmd_draw_modes_e(Session&);
+void cmd_draw_modes_p(Session&);
+void cmd_print_slices(Session&);
+void cmd_print_angle(Session&);
+void cmd_vec3(Session&);
+
+// Shared steps used by several command files.
+// Rebuilds the Fourier form of the tensor after AIJ changed (no-op without a tensor).
+void refresh_fourier(ModelState& st);
+// Numbers the magnetic cells with block sizes (b1, b2, b3), counts the
+// multiplicities and writes the numbering map; sets the numbering flag.
+void build_numbering(ModelState& st, int b1, int b2, int b3);
+
+}  // namespace torix

@@ -1,0 +1,66 @@
+#pragma once
+// Helpers shared by the test programs: scratch directories and running the
+// built program on a script.
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <unistd.h>
+#include <sys/wait.h>
+
+namespace torix {
+
+// A fresh directory under the system temp dir, removed with its contents.
+class TempDir {
+public:
+    TempDir() {
+        std::random_device rd;
+        path_ = std::filesystem::temp_directory_path() /
+                ("torix-test-" + std::to_string(::getpid()) + "-" + std::to_string(rd()));
+        std::filesystem::create_directories(path_);
+    }
+    ~TempDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& n) const { return path_ / n; }
+    std::filesystem::path write(const std::string& name, const std::string& text) const {
+        std::ofstream(path_ / name, std::ios::binary) << text;
+        return path_ / name;
+    }
+    [[nodiscard]] std::string read(const std::string& name) const {
+        std::ifstream in(path_ / name, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    [[nodiscard]] bool exists(const std::string& name) const { return std::filesystem::exists(path_ / name); }
+
+private:
+    std::filesystem::path path_;
+};
+
+struct RunResult {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+// Runs the built program in `dir` (which holds input.dat).
+inline RunResult run_torix(const TempDir& dir) {
+    const std::string cmd = "cd '" + dir.path().string() + "' && OMP_NUM_THREADS=2 '" TORIX_BIN
+                            "' > stdout.txt 2> stderr.txt";
+    const int rc = std::system(cmd.c_str());
+    RunResult r;
+    r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    r.out = dir.read("stdout.txt");
+    r.err = dir.read("stderr.txt");
+    return r;
+}
+
+}  // namespace torix
