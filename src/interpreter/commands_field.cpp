@@ -63,6 +63,4 @@ void cmd_h_load(Session& s) {
     s.ack();
 }
 
-void refresh_fourier(ModelState&) {}
-
 }  // namespace torix

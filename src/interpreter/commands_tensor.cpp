@@ -31,13 +31,6 @@ void cmd_add_anisotropy(Session& s) {
     s.ack();
 }
 
-void cmd_add_anisotropy_field(Session& s) {
-    s.line();
-    (void)s.in.i32("the material");
-    for (const char* w : {"ux", "uy", "uz", "K"}) (void)s.in.f64(w);
-    s.ack();
-}
-
 void cmd_tensor_save(Session& s) {
     s.line();
     (void)s.in.i32("the format");

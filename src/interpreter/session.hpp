@@ -37,7 +37,7 @@ void cmd_set_current(Session&);
 void cmd_set_beta(Session&);
 void cmd_set_vrml(Session&);
 void cmd_set_gyro(Session&);
-// commands_tensor.cpp
+// commands_tensor.cpp (and cmd_add_anisotropy_field in commands_fourier.cpp)
 void cmd_tensor_macro(Session&);
 void cmd_tensor_create(Session&);
 void cmd_add_anisotropy(Session&);
