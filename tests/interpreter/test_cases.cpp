@@ -1,0 +1,107 @@
+// End-to-end cases: every folder under tests/cases holds an input.dat that
+// the built program runs in a scratch directory.  expect.txt lists lines that
+// must appear on standard output in that order; `status` the exit code
+// (default 0); stderr.txt the exact standard error; files/ the files that must
+// be produced byte for byte.  Other files in the folder are inputs.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <sstream>
+
+#include "test_util.hpp"
+
+namespace fs = std::filesystem;
+using namespace torix;
+
+namespace {
+
+std::vector<std::string> case_names() {
+    std::vector<std::string> names;
+    for (const auto& e : fs::directory_iterator(TORIX_CASES))
+        if (e.is_directory() && fs::exists(e.path() / "input.dat")) names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string l; std::getline(in, l);) out.push_back(l);
+    return out;
+}
+
+std::string slurp(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+class Case : public ::testing::TestWithParam<std::string> {};
+
+}  // namespace
+
+TEST_P(Case, Runs) {
+    const fs::path src = fs::path(TORIX_CASES) / GetParam();
+    TempDir dir;
+    for (const auto& e : fs::directory_iterator(src)) {
+        const std::string n = e.path().filename().string();
+        if (n == "expect.txt" || n == "status" || n == "stderr.txt" || n == "files") continue;
+        fs::copy(e.path(), dir.path() / n, fs::copy_options::recursive);
+    }
+    const RunResult r = run_torix(dir);
+
+    int want_status = 0;
+    if (fs::exists(src / "status")) want_status = std::stoi(slurp(src / "status"));
+    EXPECT_EQ(r.status, want_status) << "stderr: " << r.err;
+
+    if (fs::exists(src / "stderr.txt")) EXPECT_EQ(r.err, slurp(src / "stderr.txt"));
+    else if (want_status == 0) EXPECT_EQ(r.err, "");
+
+    if (fs::exists(src / "expect.txt")) {
+        const auto got = lines_of(r.out);
+        std::size_t at = 0;
+        for (const std::string& want : lines_of(slurp(src / "expect.txt"))) {
+            auto it = std::find(got.begin() + static_cast<std::ptrdiff_t>(at), got.end(), want);
+            ASSERT_NE(it, got.end()) << "missing (in order) stdout line \"" << want << "\"\nstdout was:\n" << r.out;
+            at = static_cast<std::size_t>(it - got.begin()) + 1;
+        }
+    }
+    if (fs::exists(src / "files"))
+        for (const auto& e : fs::recursive_directory_iterator(src / "files")) {
+            if (!e.is_regular_file()) continue;
+            const fs::path rel = fs::relative(e.path(), src / "files");
+            ASSERT_TRUE(fs::exists(dir.path() / rel)) << rel << " was not written";
+            EXPECT_TRUE(slurp(e.path()) == slurp(dir.path() / rel)) << rel << " differs";
+        }
+    // No temporary file is ever left behind.
+    for (const auto& e : fs::directory_iterator(dir.path()))
+        EXPECT_EQ(e.path().filename().string().find(".tmp-"), std::string::npos) << e.path();
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, Case, ::testing::ValuesIn(case_names()),
+                         [](const ::testing::TestParamInfo<std::string>& i) {
+                             std::string n = i.param;
+                             for (char& c : n)
+                                 if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+                             return n;
+                         });
+
+TEST(Program, MissingScriptIsAClearError) {
+    TempDir dir;
+    const RunResult r = run_torix(dir);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("input.dat"), std::string::npos) << r.err;
+}
+
+TEST(Program, BannerThenAcknowledgements) {
+    TempDir dir;
+    dir.write("input.dat", "SET_BETA\n0.5\nEND\n");
+    const RunResult r = run_torix(dir);
+    EXPECT_EQ(r.status, 0);
+    const auto l = lines_of(r.out);
+    ASSERT_EQ(l.size(), 4u) << r.out;
+    EXPECT_EQ(l[0], " TORIX version 2.0");
+    EXPECT_FALSE(l[1].empty());
+    EXPECT_EQ(l[2], "");
+    EXPECT_EQ(l[3], " SET_BETA ok");
+}
