@@ -1,5 +1,6 @@
 // Commands that set the grid, the materials, the mask, the numbering and
 // the scalar settings.
+#include <algorithm>
 #include <cmath>
 #include <string>
 
@@ -14,14 +15,28 @@ namespace torix {
 
 namespace {
 
-// Nearest integer, halves away from zero.
-int nint(double v) { return static_cast<int>(std::lround(v)); }
+// Nearest integer, halves away from zero; clamped to the int range so that
+// absurd lengths give an absurd (and then refused) count, never overflow.
+int nint(double v) {
+    if (std::isnan(v)) return 0;
+    if (v > 2.0e9) return 2000000000;
+    if (v < -2.0e9) return -2000000000;
+    return static_cast<int>(std::lround(v));
+}
 
 void new_mask(ModelState& st, int nx, int ny, int nz) {
     st.nx = nx;
     st.ny = ny;
     st.nz = nz;
     st.MASQUE = make_int_grid(nx, ny, nz, 0);
+}
+
+// New empty grid of cx x cy x cz cells (counts below 1 give empty extents).
+void sized_mask(Session& s, int cx, int cy, int cz) {
+    if (static_cast<double>(std::max(cx, 0)) * std::max(cy, 0) * std::max(cz, 0) > 2.0e9)
+        s.in.fail("a grid of " + std::to_string(cx) + " x " + std::to_string(cy) + " x " + std::to_string(cz) +
+                  " cells is too large");
+    new_mask(s.st, cx - 1, cy - 1, cz - 1);
 }
 
 std::string quoted(int v) { return "\"" + std::to_string(v) + "\""; }
@@ -59,7 +74,9 @@ void cmd_masque_create(Session& s) {
     st.Lx = s.in.f64("Lx");
     st.Ly = s.in.f64("Ly");
     st.Lz = s.in.f64("Lz");
-    new_mask(st, nint(st.Lx / st.dx) - 1, nint(st.Ly / st.dy) - 1, nint(st.Lz / st.dz) - 1);
+    if (!(st.dx > 0.0 && st.dy > 0.0 && st.dz > 0.0))
+        s.in.fail("the cell sizes must be set to positive values by SET_CELL before the grid is made");
+    sized_mask(s, nint(st.Lx / st.dx), nint(st.Ly / st.dy), nint(st.Lz / st.dz));
     s.ack();
 }
 
@@ -166,7 +183,7 @@ void cmd_study_shape(Session& s) {
         const double Dy = s.in.f64(kind == 1 ? "Din" : "Dy");
         const double H = s.in.f64("H");
         const double Dyout = kind == 1 ? Dx : Dy;
-        new_mask(st, nint(Dx / dx) - 1, nint(Dyout / dy) - 1, nint(H / dz) - 1);
+        sized_mask(s, nint(Dx / dx), nint(Dyout / dy), nint(H / dz));
         const double a = Dx / (2 * dx) - 0.5, b = Dyout / (2 * dy) - 0.5;
         const double ai = kind == 1 ? Dy / (2 * dx) - 0.5 : 0.0;
         const double bi = kind == 1 ? Dy / (2 * dy) - 0.5 : 0.0;
@@ -174,13 +191,13 @@ void cmd_study_shape(Session& s) {
     } else if (kind == 2) {
         s.line();
         const double D = s.in.f64("D");
-        new_mask(st, nint(D / dx) - 1, nint(D / dy) - 1, nint(D / dz) - 1);
+        sized_mask(s, nint(D / dx), nint(D / dy), nint(D / dz));
         const double a = D / (2 * dx) - 0.5, b = D / (2 * dy) - 0.5, c = D / (2 * dz) - 0.5;
         calcsphere(st.MASQUE, st.nx, st.ny, st.nz, a, b, c, 0.0, 0.0, 0.0, a, b, c, 1, count);
     } else if (kind == 3) {
         s.line();
         const double Lx = s.in.f64("Lx"), Ly = s.in.f64("Ly"), Lz = s.in.f64("Lz");
-        new_mask(st, nint(Lx / dx) - 1, nint(Ly / dy) - 1, nint(Lz / dz) - 1);
+        sized_mask(s, nint(Lx / dx), nint(Ly / dy), nint(Lz / dz));
         calcslab2(st.MASQUE, st.nx, st.ny, st.nz, 0, st.nx, 0, st.ny, 0, st.nz, 1, count);
     }
     say(st.LINER + " ok", count);

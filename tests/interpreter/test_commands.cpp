@@ -106,3 +106,9 @@ TEST(Script, UnknownKeywordsAndSelectorsAreHarmless) {
     EXPECT_NE(out.find(" ADD_SHAPE ok\n MASQUE_SAVE ok\n 0 2 2 0\n MASQUE_INFO ok\n"), std::string::npos) << out;
     EXPECT_FALSE(d.exists("x.bin"));
 }
+
+TEST(MasqueCreate, NeedsCellSizesAndRefusesAbsurdGrids) {
+    TempDir d;
+    EXPECT_THROW(run(d, "MASQUE_CREATE\n1 1 1\nEND\n"), FatalError);
+    EXPECT_THROW(run(d, "SET_CELL\n1e-7 1e-7 1e-7\nMASQUE_CREATE\n1 1 1\nEND\n"), FatalError);
+}
