@@ -1,65 +1,218 @@
 // Field commands: applied field, initial state, field evaluation, files.
+#include <cmath>
+#include <string>
+
+#include "core/error.hpp"
+#include "dynamics/direct_field.hpp"
+#include "dynamics/field_files.hpp"
+#include "dynamics/init_state.hpp"
 #include "interpreter/session.hpp"
+#include "output/vrml.hpp"
 
 namespace torix {
 
+namespace {
+
+// Throws unless the named grid array exists with the grid's shape.
+void need(const Session& s, const VecGrid& v, const char* what) {
+    const ModelState& st = s.st;
+    if (!v.allocated() || v.hi(0) != st.nx || v.hi(1) != st.ny || v.hi(2) != st.nz)
+        throw FatalError(st.LINER + ": no " + what + " on the present grid (INIT_M or M_LOAD first)");
+}
+
+void need_mask(const Session& s) {
+    const ModelState& st = s.st;
+    if (!st.MASQUE.allocated()) throw FatalError(st.LINER + ": no cell mask (MASQUE_CREATE or MASQUE_LOAD first)");
+}
+
+// M, H, HINIT and HRF allocated afresh over the present grid, all zero.
+void allocate_fields(ModelState& st) {
+    st.M = make_vec_grid(st.nx, st.ny, st.nz);
+    st.H = make_vec_grid(st.nx, st.ny, st.nz);
+    st.HINIT = make_vec_grid(st.nx, st.ny, st.nz);
+    st.HRF = make_cvec_grid(st.nx, st.ny, st.nz);
+}
+
+// Format 1 text, 2 binary, 4 reduced VRML scene (saving only); other values do nothing.
+void save_vector(const ModelState& st, const VecGrid& v, int format, const std::string& name) {
+    if (format == 1) savemt(v, st.MASQUE, st.nx, st.ny, st.nz, name);
+    if (format == 2) savem(v, st.MASQUE, st.nx, st.ny, st.nz, name);
+    if (format == 4)
+        print_red_m(st.nx, st.ny, st.nz, st.MASQUE, v, 0, st.vrml_mode, st.vrml_fx, st.vrml_fy, st.vrml_fz, name);
+}
+
+void load_vector(const ModelState& st, VecGrid& v, int format, const std::string& name) {
+    if (format == 1) loadmt(v, st.MASQUE, st.nx, st.ny, st.nz, name);
+    if (format == 2) loadm(v, st.MASQUE, st.nx, st.ny, st.nz, name);
+}
+
+// Cell index of a box edge: q = x / d truncated toward zero, where a quotient
+// within 1e-9 (relative) of a whole number counts as that number, so edges
+// given as whole multiples of the cell size are not lost to rounding.
+long long edge_index(double x, double d) {
+    const double q = x / d;
+    const double r = std::nearbyint(q);
+    if (std::abs(q - r) <= 1e-9 * std::max(1.0, std::abs(q))) return static_cast<long long>(r);
+    return static_cast<long long>(std::trunc(q));
+}
+
+}  // namespace
+
+bool use_fft(const ModelState& st) { return count_magnetic(st.MASQUE) > 300; }
+
+void compute_field(ModelState& st) {
+    st.H = st.HINIT;
+    if (use_fft(st)) {
+        calcfields(st.M, st.MS, st.MP, st.beta, st.MASQUE, st.AIJ, st.H, st.nx, st.ny, st.nz, st.nmat);
+    } else {
+        calcfields(st.M, st.MS, st.MP, st.beta, st.MASQUE, st.AIJ, st.H, st.nx, st.ny, st.nz, st.nmat);
+    }
+}
+
 void cmd_add_ext_field(Session& s) {
+    ModelState& st = s.st;
     s.line();
     const int kind = s.in.i32("the field kind");
     if (kind == 1) {
         s.line();
-        for (const char* w : {"Hx", "Hy", "Hz"}) (void)s.in.f64(w);
+        const double hx = s.in.f64("Hx"), hy = s.in.f64("Hy"), hz = s.in.f64("Hz");
+        need(s, st.HINIT, "applied-field array");
+        const double hv[3] = {hx, hy, hz};
+        for (int a = 1; a <= 3; ++a)
+            for (int k = 0; k <= st.nz; ++k)
+                for (int j = 0; j <= st.ny; ++j)
+                    for (int i = 0; i <= st.nx; ++i) st.HINIT(i, j, k, a) += hv[a - 1];
     } else if (kind == 2) {
         s.line();
-        (void)s.in.i32("the format");
-        s.st.FNAME = s.in.name("the file name");
+        const int format = s.in.i32("the format");
+        st.FNAME = s.in.name("the file name");
+        need(s, st.HINIT, "applied-field array");
+        load_vector(st, st.HINIT, format, st.FNAME);
     }
     s.ack();
 }
 
 void cmd_init_m(Session& s) {
+    ModelState& st = s.st;
     s.line();
     const int kind = s.in.i32("the initial state kind");
+    double u[3] = {0.0, 0.0, 1.0};
     if (kind == 2) {
         s.line();
-        for (const char* w : {"ux", "uy", "uz"}) (void)s.in.f64(w);
+        u[0] = s.in.f64("ux");
+        u[1] = s.in.f64("uy");
+        u[2] = s.in.f64("uz");
+    }
+    need_mask(s);
+    allocate_fields(st);
+    const int nx = st.nx, ny = st.ny, nz = st.nz;
+    switch (kind) {
+        case 1:
+            initvortex(st.M, st.MS, st.MASQUE, nx, ny, nz, nx / 2.0, ny / 2.0);
+            break;
+        case 2:
+        case 4:
+            initdir(st.M, st.MS, st.MASQUE, nx, ny, nz, u[0], u[1], u[2]);
+            break;
+        case 3:
+            initrandom(st.M, st.MS, st.MASQUE, nx, ny, nz);
+            break;
+        case 9: {
+            // Two vortices, each centred in its half of the grid along x.
+            const double w = (nx + 1) / 4.0;
+            initvortex9(st.M, st.MS, st.MASQUE, nx, ny, nz, w - 0.5, ny / 2.0, 3.0 * w - 0.5, ny / 2.0);
+            break;
+        }
+        default:
+            break;
     }
     s.ack();
 }
 
-void cmd_calc_field(Session& s) { s.ack(); }
+void cmd_calc_field(Session& s) {
+    need_mask(s);
+    need(s, s.st.M, "magnetization");
+    need(s, s.st.HINIT, "applied-field array");
+    compute_field(s.st);
+    s.ack();
+}
 
 void cmd_m_save(Session& s) {
+    ModelState& st = s.st;
     s.line();
-    (void)s.in.i32("the format");
-    s.st.FNAME = s.in.name("the file name");
+    const int format = s.in.i32("the format");
+    st.FNAME = s.in.name("the file name");
+    if (format == 1 || format == 2 || format == 4) {
+        need_mask(s);
+        need(s, st.M, "magnetization");
+        save_vector(st, st.M, format, st.FNAME);
+    }
     s.ack();
 }
 
 void cmd_m_load(Session& s) {
+    ModelState& st = s.st;
     s.line();
-    (void)s.in.i32("the format");
-    s.st.FNAME = s.in.name("the file name");
+    const int format = s.in.i32("the format");
+    st.FNAME = s.in.name("the file name");
+    need_mask(s);
+    allocate_fields(st);
+    load_vector(st, st.M, format, st.FNAME);
     s.ack();
 }
 
 void cmd_h_save(Session& s) {
+    ModelState& st = s.st;
     s.line();
-    (void)s.in.i32("the format");
-    s.st.FNAME = s.in.name("the file name");
+    const int format = s.in.i32("the format");
+    st.FNAME = s.in.name("the file name");
+    if (format == 1 || format == 2 || format == 4) {
+        need_mask(s);
+        need(s, st.H, "effective field");
+        save_vector(st, st.H, format, st.FNAME);
+    }
     s.ack();
 }
 
 void cmd_h_average(Session& s) {
+    ModelState& st = s.st;
     s.line();
-    for (const char* w : {"x1", "y1", "z1", "x2", "y2", "z2"}) (void)s.in.f64(w);
+    double x[6];
+    int c = 0;
+    for (const char* w : {"x1", "y1", "z1", "x2", "y2", "z2"}) x[c++] = s.in.f64(w);
+    need_mask(s);
+    need(s, st.H, "effective field");
+    const double d[3] = {st.dx, st.dy, st.dz};
+    const int top[3] = {st.nx, st.ny, st.nz};
+    long long lo[3], hi[3];
+    for (int a = 0; a < 3; ++a) {
+        lo[a] = std::max(0LL, edge_index(x[a], d[a]));
+        hi[a] = std::min(static_cast<long long>(top[a]), edge_index(x[a + 3], d[a]) - 1);
+    }
+    double sum[3] = {0.0, 0.0, 0.0};
+    long long count = 0;
+    for (long long k = lo[2]; k <= hi[2]; ++k)
+        for (long long j = lo[1]; j <= hi[1]; ++j)
+            for (long long i = lo[0]; i <= hi[0]; ++i) {
+                if (st.MASQUE(i, j, k) == 0) continue;
+                ++count;
+                for (int a = 0; a < 3; ++a) sum[a] += st.H(i, j, k, a + 1);
+            }
+    // No magnetic cell in the box: the mean is taken as the zero vector.
+    for (int a = 0; a < 3; ++a) st.MPP[a] = count > 0 ? sum[a] / static_cast<double>(count) : 0.0;
+    say(st.MPP[0], st.MPP[1], st.MPP[2]);
     s.ack();
 }
 
 void cmd_h_load(Session& s) {
+    ModelState& st = s.st;
     s.line();
-    (void)s.in.i32("the format");
-    s.st.FNAME = s.in.name("the file name");
+    const int format = s.in.i32("the format");
+    st.FNAME = s.in.name("the file name");
+    if (format == 1 || format == 2) {
+        need(s, st.H, "effective field");
+        load_vector(st, st.H, format, st.FNAME);
+    }
     s.ack();
 }
 

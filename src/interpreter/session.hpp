@@ -82,5 +82,9 @@ void refresh_fourier(ModelState& st);
 // Numbers the magnetic cells with block sizes (b1, b2, b3), counts the
 // multiplicities and writes the numbering map; sets the numbering flag.
 void build_numbering(ModelState& st, int b1, int b2, int b3);
+// Field method: true when more than 300 cells of MASQUE are magnetic (Fourier convolution).
+bool use_fft(const ModelState& st);
+// H := HINIT, then adds the interaction field of M by the method use_fft chooses.
+void compute_field(ModelState& st);
 
 }  // namespace torix
