@@ -25,8 +25,9 @@ std::int32_t count_cells(const IntGrid& mask) {
 // 13 significant digits, 12 when the exponent needs three digits.
 void put_real(std::string& line, double v) {
     char buf[48];
-    int len = std::snprintf(buf, sizeof buf, "%20.12E", v);
-    if (len > 20) len = std::snprintf(buf, sizeof buf, "%20.11E", v);
+    int len = std::snprintf(buf, sizeof buf, "%.12E", v);
+    if (len > 19) len = std::snprintf(buf, sizeof buf, "%.11E", v);
+    line.append(static_cast<std::size_t>(20 - len), ' ');
     line.append(buf, static_cast<std::size_t>(len));
 }
 

@@ -1,0 +1,266 @@
+// Direct-sum field, vector-product term, alignment step, applied field.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cmath>
+#include <numbers>
+#include <random>
+
+#include "dynamics/applied_field.hpp"
+#include "dynamics/direct_field.hpp"
+#include "tensor/newell.hpp"
+
+namespace torix {
+namespace {
+
+Array<double, 1> table(std::initializer_list<double> v) {
+    Array<double, 1> t({Range{1, static_cast<int>(v.size())}});
+    int i = 1;
+    for (double x : v) t(i++) = x;
+    return t;
+}
+
+// The field routine written out plainly: every magnetic target, every
+// component a, every magnetic source (itself included), every component b;
+// then B = s H - MP, A(i) = sum eps(i,j,k) M(j) B(k), H += A / MS.
+void oracle(const VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s,
+            const IntGrid& mask, const TensorArray& AIJ, VecGrid& H, int nx, int ny, int nz) {
+    for (int k = 0; k <= nz; ++k)
+        for (int j = 0; j <= ny; ++j)
+            for (int i = 0; i <= nx; ++i) {
+                if (mask(i, j, k) == 0) continue;
+                for (int a = 1; a <= 3; ++a)
+                    for (int k2 = 0; k2 <= nz; ++k2)
+                        for (int j2 = 0; j2 <= ny; ++j2)
+                            for (int i2 = 0; i2 <= nx; ++i2) {
+                                const int q = mask(i2, j2, k2);
+                                if (q == 0) continue;
+                                for (int b = 1; b <= 3; ++b)
+                                    H(i, j, k, a) += AIJ(i - i2, j - j2, k - k2, a + 3 * (b - 1), q) * M(i2, j2, k2, b);
+                            }
+            }
+    auto eps = [](int i, int j, int k) {
+        // sign of the permutation (i, j, k) of (1, 2, 3), 0 on a repeat
+        return (i - j) * (j - k) * (k - i) / 2;
+    };
+    for (int k = 0; k <= nz; ++k)
+        for (int j = 0; j <= ny; ++j)
+            for (int i = 0; i <= nx; ++i) {
+                const int q = mask(i, j, k);
+                if (q == 0) continue;
+                double B[4], A[4] = {0, 0, 0, 0};
+                for (int a = 1; a <= 3; ++a) B[a] = s * H(i, j, k, a) - MP[a - 1];
+                for (int a = 1; a <= 3; ++a)
+                    for (int b = 1; b <= 3; ++b)
+                        for (int c = 1; c <= 3; ++c) A[a] += eps(a, b, c) * M(i, j, k, b) * B[c];
+                for (int a = 1; a <= 3; ++a) H(i, j, k, a) += A[a] / MS(q);
+            }
+}
+
+struct Problem {
+    int nx = 5, ny = 3, nz = 2;
+    IntGrid mask;
+    TensorArray AIJ;
+    VecGrid M, H;
+    Array<double, 1> MS = table({800.0, 1400.0});
+};
+
+// Irregular two-material body with holes, a tensor of unrelated random
+// entries (no symmetry, distinct material slices, so any mix-up of offset
+// sign, component order or material slice shows), random M and applied H.
+Problem make_problem() {
+    Problem p;
+    std::mt19937_64 g(42);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    p.mask = make_int_grid(p.nx, p.ny, p.nz);
+    for (int k = 0; k <= p.nz; ++k)
+        for (int j = 0; j <= p.ny; ++j)
+            for (int i = 0; i <= p.nx; ++i) {
+                const int r = static_cast<int>(g() % 5);
+                p.mask(i, j, k) = r < 2 ? 0 : (r < 4 ? 1 : 2);
+            }
+    p.mask(p.nx, p.ny, p.nz) = 2;
+    p.mask(0, 0, 0) = 1;
+    p.AIJ = make_tensor(p.nx, p.ny, p.nz, 2);
+    for (double& v : p.AIJ) v = u(g);
+    p.M = make_vec_grid(p.nx, p.ny, p.nz);
+    p.H = make_vec_grid(p.nx, p.ny, p.nz);
+    for (double& v : p.M) v = 900.0 * u(g);
+    for (double& v : p.H) v = 100.0 * u(g);
+    return p;
+}
+
+double max_abs(const VecGrid& v) {
+    double m = 0.0;
+    for (double x : v) m = std::max(m, std::abs(x));
+    return m;
+}
+
+TEST(DirectField, MatchesPlainSumOnMaskWithHolesAndTwoMaterials) {
+    for (double s : {0.0, 0.3}) {
+        const std::array<double, 3> MP = s == 0.0 ? std::array<double, 3>{0, 0, 0} : std::array<double, 3>{5, -7, 11};
+        Problem p = make_problem();
+        VecGrid want = p.H;
+        const VecGrid before = p.H;
+        oracle(p.M, p.MS, MP, s, p.mask, p.AIJ, want, p.nx, p.ny, p.nz);
+        calcfields(p.M, p.MS, MP, s, p.mask, p.AIJ, p.H, p.nx, p.ny, p.nz, 2);
+        const double scale = max_abs(want);
+        for (int a = 1; a <= 3; ++a)
+            for (int k = 0; k <= p.nz; ++k)
+                for (int j = 0; j <= p.ny; ++j)
+                    for (int i = 0; i <= p.nx; ++i) {
+                        if (p.mask(i, j, k) == 0) {
+                            EXPECT_EQ(p.H(i, j, k, a), before(i, j, k, a)) << "empty cell changed";
+                        } else {
+                            EXPECT_NEAR(p.H(i, j, k, a), want(i, j, k, a), 1e-13 * scale)
+                                << "s=" << s << " at " << i << "," << j << "," << k << " comp " << a;
+                        }
+                    }
+    }
+}
+
+TEST(DirectField, SameResultForAnyThreadCount) {
+    Problem p = make_problem();
+    const std::array<double, 3> MP{1, 2, 3};
+    VecGrid h1 = p.H, h3 = p.H;
+    const int saved = omp_get_max_threads();
+    omp_set_num_threads(1);
+    calcfields(p.M, p.MS, MP, 0.2, p.mask, p.AIJ, h1, p.nx, p.ny, p.nz, 2);
+    omp_set_num_threads(3);
+    calcfields(p.M, p.MS, MP, 0.2, p.mask, p.AIJ, h3, p.nx, p.ny, p.nz, 2);
+    omp_set_num_threads(saved);
+    EXPECT_TRUE(h1 == h3);
+}
+
+TEST(DirectField, EmptyMaskLeavesFieldAndRepeatedCallAddsAgain) {
+    Problem p = make_problem();
+    const VecGrid before = p.H;
+    IntGrid empty = make_int_grid(p.nx, p.ny, p.nz);
+    calcfields(p.M, p.MS, {1, 2, 3}, 0.5, empty, p.AIJ, p.H, p.nx, p.ny, p.nz, 2);
+    EXPECT_TRUE(p.H == before);
+
+    // Two calls without reloading H add the dipolar field twice (s = MP = 0).
+    VecGrid once = before, twice = before;
+    calcfields(p.M, p.MS, {0, 0, 0}, 0.0, p.mask, p.AIJ, once, p.nx, p.ny, p.nz, 2);
+    calcfields(p.M, p.MS, {0, 0, 0}, 0.0, p.mask, p.AIJ, twice, p.nx, p.ny, p.nz, 2);
+    calcfields(p.M, p.MS, {0, 0, 0}, 0.0, p.mask, p.AIJ, twice, p.nx, p.ny, p.nz, 2);
+    const double scale = max_abs(once);
+    for (int a = 1; a <= 3; ++a)
+        for (int i = 0; i <= p.nx; ++i) {
+            if (p.mask(i, 1, 1) == 0) continue;
+            const double d = once(i, 1, 1, a) - before(i, 1, 1, a);
+            EXPECT_NEAR(twice(i, 1, 1, a), before(i, 1, 1, a) + 2 * d, 1e-12 * scale);
+        }
+}
+
+TEST(DirectField, VectorProductTermOnOneCellByHand) {
+    // One cell, self block diag(-1, -1, -2), M = (0, 0, 800), MS = 800,
+    // applied (10, 0, 0).  After the sum H = (10, 0, -1600).  With s = 0.5
+    // and MP = (0, 100, 0): B = (5, -100, -800), M x B = (80000, 4000, 0),
+    // divided by MS: (100, 5, 0).  H = (110, 5, -1600).
+    IntGrid mask = make_int_grid(0, 0, 0, 1);
+    TensorArray T = make_tensor(0, 0, 0, 1);
+    T(0, 0, 0, 1, 1) = -1.0;
+    T(0, 0, 0, 5, 1) = -1.0;
+    T(0, 0, 0, 9, 1) = -2.0;
+    T(1, 0, 0, 1, 1) = 1e9;  // offsets other than 0 must not be read
+    VecGrid M = make_vec_grid(0, 0, 0), H = make_vec_grid(0, 0, 0);
+    M(0, 0, 0, 3) = 800.0;
+    H(0, 0, 0, 1) = 10.0;
+    calcfields(M, table({800.0}), {0.0, 100.0, 0.0}, 0.5, mask, T, H, 0, 0, 0, 1);
+    EXPECT_EQ(H(0, 0, 0, 1), 110.0);
+    EXPECT_EQ(H(0, 0, 0, 2), 5.0);
+    EXPECT_EQ(H(0, 0, 0, 3), -1600.0);
+}
+
+// A cube of n x n x n cubic cells, uniformly magnetized: the mean field over
+// its cells is the field of the whole cube, -4 pi Ms / 3 along M.
+TEST(DirectField, UniformCubeHasDemagnetizingFactorOneThird) {
+    const double d = 5e-7, ms = 800.0;
+    const double dir[3] = {0.36, -0.48, 0.8};  // unit vector
+    for (int n : {1, 2, 4}) {
+        const int N = n - 1;
+        IntGrid mask = make_int_grid(N, N, N, 1);
+        TensorArray T = make_tensor(N, N, N, 1);
+        const Array<double, 1> A = table({0.0}), MS = table({ms});
+        tensornewall(A, MS, T, N, N, N, d, d, d, 1, 1);
+        VecGrid M = make_vec_grid(N, N, N), H = make_vec_grid(N, N, N);
+        for (int a = 1; a <= 3; ++a)
+            for (int k = 0; k <= N; ++k)
+                for (int j = 0; j <= N; ++j)
+                    for (int i = 0; i <= N; ++i) M(i, j, k, a) = ms * dir[a - 1];
+        calcfields(M, MS, {0, 0, 0}, 0.0, mask, T, H, N, N, N, 1);
+        const double want = -4.0 * std::numbers::pi * ms / 3.0;
+        for (int a = 1; a <= 3; ++a) {
+            double sum = 0.0;
+            for (int k = 0; k <= N; ++k)
+                for (int j = 0; j <= N; ++j)
+                    for (int i = 0; i <= N; ++i) sum += H(i, j, k, a);
+            const double mean = sum / (n * n * n);
+            EXPECT_NEAR(mean, want * dir[a - 1], 1e-12 * std::abs(want)) << n << " cells per edge, comp " << a;
+        }
+    }
+}
+
+TEST(AlignFields, FullStepFollowsFieldAndZeroStepRenormalises) {
+    IntGrid mask = make_int_grid(2, 0, 0);
+    mask(0, 0, 0) = 1;
+    mask(1, 0, 0) = 2;  // cell 2 empty
+    const Array<double, 1> MS = table({800.0, 1000.0});
+    VecGrid H = make_vec_grid(2, 0, 0), prev = make_vec_grid(2, 0, 0);
+    const double h[3][3] = {{3, 0, 4}, {0, -2, 0}, {7, 7, 7}};
+    const double m[3][3] = {{0, 1, 0}, {1, 1, 0}, {5, 5, 5}};
+    for (int i = 0; i < 3; ++i)
+        for (int a = 1; a <= 3; ++a) {
+            H(i, 0, 0, a) = h[i][a - 1];
+            prev(i, 0, 0, a) = m[i][a - 1];
+        }
+    VecGrid M = make_vec_grid(2, 0, 0, -9.0);
+    alignfields(M, H, prev, MS, mask, 1.0, 2, 0, 0);
+    EXPECT_DOUBLE_EQ(M(0, 0, 0, 1), 480.0);
+    EXPECT_DOUBLE_EQ(M(0, 0, 0, 2), 0.0);
+    EXPECT_DOUBLE_EQ(M(0, 0, 0, 3), 640.0);
+    EXPECT_DOUBLE_EQ(M(1, 0, 0, 2), -1000.0);
+    EXPECT_EQ(M(2, 0, 0, 1), -9.0);  // empty cell untouched
+
+    alignfields(M, H, prev, MS, mask, 0.0, 2, 0, 0);
+    EXPECT_DOUBLE_EQ(M(0, 0, 0, 2), 800.0);
+    EXPECT_DOUBLE_EQ(M(1, 0, 0, 1), 1000.0 / std::sqrt(2.0));
+    EXPECT_DOUBLE_EQ(M(1, 0, 0, 2), 1000.0 / std::sqrt(2.0));
+
+    // Half step: mix then rescale, (0.5 (3,0,4) + 0.5 (0,1,0)) -> length 800.
+    alignfields(M, H, prev, MS, mask, 0.5, 2, 0, 0);
+    const double len = std::sqrt(1.5 * 1.5 + 0.5 * 0.5 + 2.0 * 2.0);
+    EXPECT_DOUBLE_EQ(M(0, 0, 0, 1), 800.0 * 1.5 / len);
+    EXPECT_DOUBLE_EQ(M(0, 0, 0, 2), 800.0 * 0.5 / len);
+}
+
+TEST(AppliedField, StaticPartAndDrivingPartAtGivenTime) {
+    VecGrid H0 = make_vec_grid(1, 1, 0), H = make_vec_grid(1, 1, 0, 123.0);
+    CVecGrid rf = make_cvec_grid(1, 1, 0);
+    for (int a = 1; a <= 3; ++a)
+        for (int j = 0; j <= 1; ++j)
+            for (int i = 0; i <= 1; ++i) {
+                H0(i, j, 0, a) = 10.0 * a + i;
+                rf(i, j, 0, a) = cplx(2.0 * a, -3.0 + j);
+            }
+    inith(H0, rf, false, 2.0, 0.7, H, 1, 1, 0);
+    EXPECT_TRUE(H == H0);
+
+    const double w = 3.0, t = 0.25;
+    inith(H0, rf, true, w, t, H, 1, 1, 0);
+    for (int a = 1; a <= 3; ++a)
+        for (int j = 0; j <= 1; ++j)
+            for (int i = 0; i <= 1; ++i) {
+                const cplx drive = rf(i, j, 0, a) * std::exp(cplx(0.0, w * t));
+                EXPECT_NEAR(H(i, j, 0, a), H0(i, j, 0, a) + drive.real(), 1e-13);
+            }
+    // At t = 0 the drive is Re(HRF); a quarter period later it is -Im(HRF).
+    inith(H0, rf, true, w, 0.0, H, 1, 1, 0);
+    EXPECT_DOUBLE_EQ(H(1, 0, 0, 2), 21.0 + 4.0);
+    inith(H0, rf, true, w, std::numbers::pi / (2 * w), H, 1, 1, 0);
+    EXPECT_NEAR(H(0, 1, 0, 3), 30.0 + 2.0, 1e-12);
+}
+
+}  // namespace
+}  // namespace torix

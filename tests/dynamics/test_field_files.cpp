@@ -1,0 +1,217 @@
+// Magnetization and field files, and the field commands that use them.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "core/error.hpp"
+#include "dynamics/field_files.hpp"
+#include "test_util.hpp"
+
+namespace torix {
+namespace {
+
+struct Grid {
+    int nx, ny, nz;
+    IntGrid mask;
+    VecGrid M;
+};
+
+// Mask with holes and awkward values: negative, tiny, huge, and reals that
+// need all 17 digits.
+Grid sample(int nx, int ny, int nz, unsigned seed) {
+    Grid g{nx, ny, nz, make_int_grid(nx, ny, nz), make_vec_grid(nx, ny, nz)};
+    std::mt19937_64 r(seed);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    for (int k = 0; k <= nz; ++k)
+        for (int j = 0; j <= ny; ++j)
+            for (int i = 0; i <= nx; ++i) g.mask(i, j, k) = (r() % 3 == 0) ? 0 : 1 + static_cast<int>(r() % 2);
+    for (double& v : g.M) v = 1000.0 * u(r);
+    g.M(0, 0, 0, 1) = -1.5e-300;
+    g.M(0, 0, 0, 2) = 2.5e+250;
+    g.M(0, 0, 0, 3) = -0.0;
+    g.mask(0, 0, 0) = 1;
+    return g;
+}
+
+std::int32_t le32(const std::string& s, std::size_t at) {
+    std::uint32_t u = 0;
+    for (int b = 0; b < 4; ++b) u |= static_cast<std::uint32_t>(static_cast<unsigned char>(s[at + b])) << (8 * b);
+    return static_cast<std::int32_t>(u);
+}
+
+double le64(const std::string& s, std::size_t at) {
+    std::uint64_t u = 0;
+    for (int b = 0; b < 8; ++b) u |= static_cast<std::uint64_t>(static_cast<unsigned char>(s[at + b])) << (8 * b);
+    return std::bit_cast<double>(u);
+}
+
+TEST(FieldFiles, BinaryLayoutAndExactRoundTrip) {
+    TempDir dir;
+    const Grid g = sample(3, 2, 1, 7);
+    const std::string f = (dir / "m.bin").string();
+    savem(g.M, g.mask, g.nx, g.ny, g.nz, f);
+    const std::string bytes = dir.read("m.bin");
+    int n = 0;
+    for (std::int32_t v : g.mask) n += v != 0;
+    ASSERT_EQ(bytes.size(), 36u * (n + 1));
+    EXPECT_EQ(le32(bytes, 0), n);
+    for (int b = 4; b < 36; ++b) EXPECT_EQ(bytes[b], 0);
+    // Records follow i outermost, k innermost.
+    std::size_t rec = 1;
+    for (int i = 0; i <= g.nx; ++i)
+        for (int j = 0; j <= g.ny; ++j)
+            for (int k = 0; k <= g.nz; ++k) {
+                if (g.mask(i, j, k) == 0) continue;
+                const std::size_t at = 36 * rec++;
+                EXPECT_EQ(le32(bytes, at), i);
+                EXPECT_EQ(le32(bytes, at + 4), j);
+                EXPECT_EQ(le32(bytes, at + 8), k);
+                for (int a = 1; a <= 3; ++a)
+                    EXPECT_EQ(std::bit_cast<std::uint64_t>(le64(bytes, at + 4 + 8 * a)),
+                              std::bit_cast<std::uint64_t>(g.M(i, j, k, a)));
+            }
+    VecGrid back = make_vec_grid(g.nx, g.ny, g.nz, 99.0);
+    loadm(back, g.mask, g.nx, g.ny, g.nz, f);
+    for (int a = 1; a <= 3; ++a)
+        for (int k = 0; k <= g.nz; ++k)
+            for (int j = 0; j <= g.ny; ++j)
+                for (int i = 0; i <= g.nx; ++i) {
+                    const double want = g.mask(i, j, k) ? g.M(i, j, k, a) : 0.0;
+                    EXPECT_EQ(std::bit_cast<std::uint64_t>(back(i, j, k, a)), std::bit_cast<std::uint64_t>(want));
+                }
+}
+
+TEST(FieldFiles, TextLayoutRoundTripAndStability) {
+    TempDir dir;
+    const Grid g = sample(2, 3, 1, 11);
+    const std::string f = (dir / "m.txt").string();
+    savemt(g.M, g.mask, g.nx, g.ny, g.nz, f);
+    const std::string text = dir.read("m.txt");
+    int n = 0;
+    for (std::int32_t v : g.mask) n += v != 0;
+    char head[16];
+    std::snprintf(head, sizeof head, "%9d\n", n);
+    ASSERT_EQ(text.substr(0, 10), head);
+    // Every cell line is 3 x 6 + 3 x 20 characters, each real field opening with a blank.
+    std::size_t pos = 10;
+    for (int c = 0; c < n; ++c) {
+        const std::size_t end = text.find('\n', pos);
+        ASSERT_NE(end, std::string::npos);
+        ASSERT_EQ(end - pos, 78u) << text.substr(pos, end - pos);
+        for (int a = 0; a < 3; ++a) EXPECT_EQ(text[pos + 18 + 20 * a], ' ');
+        pos = end + 1;
+    }
+    EXPECT_EQ(pos, text.size());
+    EXPECT_EQ(text.substr(10, 78),
+              "     0     0     0 -1.50000000000E-300 2.500000000000E+250 -0.000000000000E+00");
+
+    VecGrid back = make_vec_grid(g.nx, g.ny, g.nz, 5.0);
+    loadmt(back, g.mask, g.nx, g.ny, g.nz, f);
+    for (int a = 1; a <= 3; ++a)
+        for (int k = 0; k <= g.nz; ++k)
+            for (int j = 0; j <= g.ny; ++j)
+                for (int i = 0; i <= g.nx; ++i) {
+                    if (g.mask(i, j, k) == 0) {
+                        EXPECT_EQ(back(i, j, k, a), 0.0);
+                    } else {
+                        const double want = g.M(i, j, k, a);
+                        EXPECT_NEAR(back(i, j, k, a), want, 5e-13 * std::abs(want));
+                    }
+                }
+    // Writing what was read gives the same text again.
+    savemt(back, g.mask, g.nx, g.ny, g.nz, (dir / "again.txt").string());
+    EXPECT_EQ(dir.read("again.txt"), text);
+}
+
+TEST(FieldFiles, LargerGridLoadsIntoSmallerKeepingCellsThatFit) {
+    TempDir dir;
+    const Grid big = sample(4, 3, 2, 3);
+    for (int format = 1; format <= 2; ++format) {
+        const std::string f = (dir / (format == 1 ? "big.txt" : "big.bin")).string();
+        if (format == 1)
+            savemt(big.M, big.mask, big.nx, big.ny, big.nz, f);
+        else
+            savem(big.M, big.mask, big.nx, big.ny, big.nz, f);
+        // The small grid's own mask is empty: loading does not consult it.
+        IntGrid small_mask = make_int_grid(2, 1, 0);
+        VecGrid small = make_vec_grid(2, 1, 0, 3.0);
+        if (format == 1)
+            loadmt(small, small_mask, 2, 1, 0, f);
+        else
+            loadm(small, small_mask, 2, 1, 0, f);
+        for (int a = 1; a <= 3; ++a)
+            for (int j = 0; j <= 1; ++j)
+                for (int i = 0; i <= 2; ++i) {
+                    const double want = big.mask(i, j, 0) ? big.M(i, j, 0, a) : 0.0;
+                    EXPECT_NEAR(small(i, j, 0, a), want, 5e-13 * std::abs(want)) << "format " << format;
+                }
+    }
+}
+
+TEST(FieldFiles, EmptyMaskWritesZeroCount) {
+    TempDir dir;
+    IntGrid mask = make_int_grid(2, 2, 0);
+    VecGrid M = make_vec_grid(2, 2, 0, 4.0);
+    savem(M, mask, 2, 2, 0, (dir / "e.bin").string());
+    savemt(M, mask, 2, 2, 0, (dir / "e.txt").string());
+    EXPECT_EQ(dir.read("e.bin"), std::string(36, '\0'));
+    EXPECT_EQ(dir.read("e.txt"), "        0\n");
+    loadm(M, mask, 2, 2, 0, (dir / "e.bin").string());
+    for (double v : M) EXPECT_EQ(v, 0.0);
+}
+
+std::string error_of(void (*load)(VecGrid&, const IntGrid&, int, int, int, const std::string&),
+                     const std::string& file) {
+    IntGrid mask = make_int_grid(2, 2, 2, 1);
+    VecGrid M = make_vec_grid(2, 2, 2);
+    try {
+        load(M, mask, 2, 2, 2, file);
+    } catch (const FatalError& e) {
+        return e.what();
+    }
+    return "no error";
+}
+
+TEST(FieldFiles, TruncatedOrOvercountedFilesAreClearErrors) {
+    TempDir dir;
+    const Grid g = sample(2, 2, 2, 5);
+    savem(g.M, g.mask, 2, 2, 2, (dir / "full.bin").string());
+    savemt(g.M, g.mask, 2, 2, 2, (dir / "full.txt").string());
+    const std::string bin = dir.read("full.bin"), txt = dir.read("full.txt");
+
+    // Binary cut in the middle of the last record.
+    dir.write("cut.bin", bin.substr(0, bin.size() - 10));
+    std::string e = error_of(loadm, (dir / "cut.bin").string());
+    EXPECT_NE(e.find("cut.bin"), std::string::npos) << e;
+    EXPECT_NE(e.find("records"), std::string::npos) << e;
+    // Binary whose count claims more cells than the file holds.
+    std::string over = bin;
+    over[0] = static_cast<char>(over[0] + 5);
+    dir.write("over.bin", over);
+    e = error_of(loadm, (dir / "over.bin").string());
+    EXPECT_NE(e.find("over.bin"), std::string::npos) << e;
+    // Shorter than the header record.
+    dir.write("tiny.bin", "abc");
+    EXPECT_NE(error_of(loadm, (dir / "tiny.bin").string()).find("tiny.bin"), std::string::npos);
+
+    // Text file missing its last line: the error names file and line.
+    const std::size_t last = txt.rfind('\n', txt.size() - 2);
+    dir.write("cut.txt", txt.substr(0, last + 1));
+    e = error_of(loadmt, (dir / "cut.txt").string());
+    int lines = 0;
+    for (char c : txt) lines += c == '\n';
+    EXPECT_NE(e.find("cut.txt:" + std::to_string(lines - 1)), std::string::npos) << e;
+    // A word where a number belongs.
+    dir.write("bad.txt", "        1\n     0     0     0  1.0E+00  abc  2.0E+00\n");
+    e = error_of(loadmt, (dir / "bad.txt").string());
+    EXPECT_NE(e.find("bad.txt:2"), std::string::npos) << e;
+    // Missing file.
+    EXPECT_NE(error_of(loadm, (dir / "none.bin").string()).find("none.bin"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace torix
