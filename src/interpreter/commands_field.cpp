@@ -63,7 +63,7 @@ bool use_fft(const ModelState& st) { return count_magnetic(st.MASQUE) > 300; }
 void compute_field(ModelState& st) {
     st.H = st.HINIT;
     if (use_fft(st)) {
-        calcfields(st.M, st.MS, st.MP, st.beta, st.MASQUE, st.AIJ, st.H, st.nx, st.ny, st.nz, st.nmat);
+        calcfieldsfft(st.M, st.MS, st.MP, st.beta, st.MASQUE, st.AIJ_FFT, st.H, st.nx, st.ny, st.nz, st.nmat);
     } else {
         calcfields(st.M, st.MS, st.MP, st.beta, st.MASQUE, st.AIJ, st.H, st.nx, st.ny, st.nz, st.nmat);
     }

@@ -1,0 +1,444 @@
+// Convolution field with real-to-complex FFTs on the doubled grid.
+//
+// Forward transform of M, pruned: the padded copy of M is zero outside the
+// first (nx+1)(ny+1)(nz+1) points, so the x transforms run only over the
+// rows that hold cells, the y transforms only over the planes that hold
+// cells, and the z transforms over everything.  Backward likewise: z over
+// everything, y over the planes the cells lie in, x over their rows.  The
+// pruned stages give the same numbers as the full transform.
+#include "dynamics/fft_field.hpp"
+
+#include <fftw3.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <string>
+
+#include "core/error.hpp"
+
+namespace torix {
+
+namespace {
+
+// Components kept of the symmetric 3x3 block: xx xy xz yy yz zz, as (row,
+// column) pairs with 0-based rows and columns.
+constexpr int kRow[6] = {0, 0, 0, 1, 1, 2};
+constexpr int kCol[6] = {0, 1, 2, 1, 2, 2};
+// A material whose slice differs from material 1's at more offsets than this
+// gets a convolution of its own instead of a stencil.
+constexpr std::size_t kMaxStencil = 64;
+
+inline int comp(int a, int b) { return 1 + a + 3 * b; }  // 1-based storage component of row a, column b
+
+void prepare_fftw_threads() {
+    static const bool once = [] {
+        fftw_init_threads();
+        return true;
+    }();
+    (void)once;
+    fftw_plan_with_nthreads(omp_get_max_threads());
+}
+
+}  // namespace
+
+namespace detail {
+
+struct FourierPlans {
+    int nx = 0, ny = 0, nz = 0, L1 = 0, L2 = 0, L3 = 0, Lh = 0, nsets = 1;
+    std::size_t F = 0;       // frequencies per component
+    std::size_t rrow = 0;    // real points per component: L1 (ny+1) (nz+1)
+    double* rbuf = nullptr;  // real rows, 3 nsets components
+    fftw_complex* cbuf = nullptr;
+    fftw_plan fx = nullptr, fy = nullptr, fz = nullptr;
+    fftw_plan bz = nullptr, by = nullptr, bx = nullptr;
+
+    FourierPlans(int nx_, int ny_, int nz_, int L1_, int L2_, int L3_, int nsets_)
+        : nx(nx_), ny(ny_), nz(nz_), L1(L1_), L2(L2_), L3(L3_), Lh(L1_ / 2 + 1), nsets(nsets_) {
+        F = static_cast<std::size_t>(Lh) * L2 * L3;
+        rrow = static_cast<std::size_t>(L1) * (ny + 1) * (nz + 1);
+        const int nin = 3 * nsets;
+        rbuf = fftw_alloc_real(rrow * nin);
+        cbuf = fftw_alloc_complex(F * nin);
+        if (!rbuf || !cbuf) throw std::bad_alloc();
+        prepare_fftw_threads();
+        // Small grids are planned thoroughly; large ones by estimate, where
+        // measuring would cost seconds on a small machine.
+        const unsigned flags = (F * nin <= (1u << 20)) ? FFTW_MEASURE : FFTW_ESTIMATE;
+        const int Fi = static_cast<int>(F);
+        const int R = static_cast<int>(rrow);
+        const int ny1 = ny + 1, nz1 = nz + 1;
+        for (int dir = 0; dir < 2; ++dir) {
+            const int nc = dir == 0 ? nin : 3;
+            {  // x: real rows <-> half spectra
+                fftw_iodim d{L1, 1, 1};
+                if (dir == 0) {
+                    fftw_iodim hm[3] = {{ny1, L1, Lh}, {nz1, L1 * ny1, Lh * L2}, {nc, R, Fi}};
+                    fx = fftw_plan_guru_dft_r2c(1, &d, 3, hm, rbuf, cbuf, flags);
+                } else {
+                    fftw_iodim hm[3] = {{ny1, Lh, L1}, {nz1, Lh * L2, L1 * ny1}, {nc, Fi, R}};
+                    bx = fftw_plan_guru_dft_c2r(1, &d, 3, hm, cbuf, rbuf, flags);
+                }
+            }
+            {  // y: the planes that hold cells
+                fftw_iodim d{L2, Lh, Lh};
+                fftw_iodim hm[3] = {{Lh, 1, 1}, {nz1, Lh * L2, Lh * L2}, {nc, Fi, Fi}};
+                (dir == 0 ? fy : by) = fftw_plan_guru_dft(1, &d, 3, hm, cbuf, cbuf,
+                                                          dir == 0 ? FFTW_FORWARD : FFTW_BACKWARD, flags);
+            }
+            if (L3 > 1) {  // z: everything
+                fftw_iodim d{L3, Lh * L2, Lh * L2};
+                fftw_iodim hm[2] = {{Lh * L2, 1, 1}, {nc, Fi, Fi}};
+                (dir == 0 ? fz : bz) = fftw_plan_guru_dft(1, &d, 2, hm, cbuf, cbuf,
+                                                          dir == 0 ? FFTW_FORWARD : FFTW_BACKWARD, flags);
+            }
+        }
+        if (!fx || !fy || !bx || !by || (L3 > 1 && (!fz || !bz)))
+            throw FatalError("FFT: cannot plan the transforms for the padded grid " + std::to_string(L1) + " x " +
+                             std::to_string(L2) + " x " + std::to_string(L3));
+    }
+    FourierPlans(const FourierPlans&) = delete;
+    FourierPlans& operator=(const FourierPlans&) = delete;
+    ~FourierPlans() {
+        for (fftw_plan p : {fx, fy, fz, bz, by, bx})
+            if (p) fftw_destroy_plan(p);
+        fftw_free(rbuf);
+        fftw_free(cbuf);
+    }
+};
+
+}  // namespace detail
+
+std::size_t FourierTensor::spectrum_bytes() const {
+    return spec_re.size() * sizeof(double) + spec_c.size() * sizeof(cplx);
+}
+
+std::size_t FourierTensor::work_bytes() const {
+    if (!plans) return 0;
+    const int nin = 3 * plans->nsets;
+    return plans->rrow * nin * sizeof(double) + plans->F * nin * sizeof(fftw_complex);
+}
+
+namespace {
+
+void build_fourier(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int nz, int nmat, bool two_d) {
+    if (two_d && nz != 0) throw FatalError("FFT: the two-dimensional Fourier form needs a single layer (nz = 0)");
+    if (AIJ.lo(0) > -nx || AIJ.hi(0) < nx || AIJ.lo(1) > -ny || AIJ.hi(1) < ny || AIJ.lo(2) > -nz ||
+        AIJ.hi(2) < nz || AIJ.extent(4) < nmat || nmat < 1)
+        throw FatalError("FFT: the interaction tensor does not cover the grid and materials");
+
+    F = FourierTensor{};
+    F.two_d = two_d;
+    F.nx = nx;
+    F.ny = ny;
+    F.nz = nz;
+    F.nmat = nmat;
+    F.L1 = 2 * nx + 2;
+    F.L2 = 2 * ny + 2;
+    F.L3 = two_d ? 1 : 2 * nz + 2;
+    F.Lh = F.L1 / 2 + 1;
+    const std::size_t nf = F.frequencies();
+
+    // Largest entry, the scale of the tolerances below.
+    double big = 0.0;
+    for (int c = 1; c <= 9; ++c)
+        for (int m = 1; m <= nmat; ++m)
+            for (int k = -nz; k <= nz; ++k)
+                for (int j = -ny; j <= ny; ++j)
+                    for (int i = -nx; i <= nx; ++i) big = std::max(big, std::abs(AIJ(i, j, k, c, m)));
+    const double tol = 1e-14 * big;
+
+    // The blocks must be symmetric (every builder makes them so); the two
+    // mirrored entries are averaged.
+    for (int m = 1; m <= nmat; ++m)
+        for (int k = -nz; k <= nz; ++k)
+            for (int j = -ny; j <= ny; ++j)
+                for (int i = -nx; i <= nx; ++i)
+                    for (int a = 0; a < 3; ++a)
+                        for (int b = a + 1; b < 3; ++b)
+                            if (std::abs(AIJ(i, j, k, comp(a, b), m) - AIJ(i, j, k, comp(b, a), m)) > tol)
+                                throw FatalError("FFT: the interaction tensor of material " + std::to_string(m) +
+                                                 " is not symmetric at offset (" + std::to_string(i) + ", " +
+                                                 std::to_string(j) + ", " + std::to_string(k) + ")");
+    auto sym = [&](int i, int j, int k, int a, int b, int m) {
+        return 0.5 * (AIJ(i, j, k, comp(a, b), m) + AIJ(i, j, k, comp(b, a), m));
+    };
+
+    // Differences of every material's slice from material 1's.
+    F.set_material.push_back(0);
+    F.stencil.assign(static_cast<std::size_t>(nmat) + 1, {});
+    for (int m = 2; m <= nmat; ++m) {
+        std::vector<FourierTensor::StencilEntry> diff;
+        bool dense = false;
+        for (int k = -nz; k <= nz && !dense; ++k)
+            for (int j = -ny; j <= ny && !dense; ++j)
+                for (int i = -nx; i <= nx && !dense; ++i) {
+                    FourierTensor::StencilEntry e{i, j, k, {}};
+                    bool differs = false;
+                    for (int a = 0; a < 3; ++a)
+                        for (int b = 0; b < 3; ++b) {
+                            const double d = sym(i, j, k, a, b, m) - sym(i, j, k, a, b, 1);
+                            e.c[a + 3 * b] = d;
+                            if (std::abs(d) > tol) differs = true;
+                        }
+                    if (!differs) continue;
+                    diff.push_back(e);
+                    if (diff.size() > kMaxStencil) dense = true;
+                }
+        if (dense)
+            F.set_material.push_back(m);
+        else
+            F.stencil[m] = std::move(diff);
+    }
+    const int nsets = static_cast<int>(F.set_material.size());
+
+    // Spectra of the kernels: set 0 the slice of material 1, set s the
+    // difference of material set_material[s].  Offset d sits at index d
+    // (d >= 0) or L + d (d < 0).
+    const std::size_t npad = static_cast<std::size_t>(F.L1) * F.L2 * F.L3;
+    double* kr = fftw_alloc_real(npad);
+    fftw_complex* kc = fftw_alloc_complex(nf);
+    if (!kr || !kc) throw std::bad_alloc();
+    prepare_fftw_threads();
+    fftw_plan plan = two_d ? fftw_plan_dft_r2c_2d(F.L2, F.L1, kr, kc, FFTW_ESTIMATE)
+                           : fftw_plan_dft_r2c_3d(F.L3, F.L2, F.L1, kr, kc, FFTW_ESTIMATE);
+    std::vector<cplx> all(static_cast<std::size_t>(nsets) * 6 * nf);
+    for (int s = 0; s < nsets; ++s) {
+        const int m = F.set_material[s];
+        for (int q = 0; q < 6; ++q) {
+            // The middle planes (offset n+1) are never read by the
+            // convolution and stay zero, which keeps the kernel even.
+            std::fill(kr, kr + npad, 0.0);
+            for (int k = -nz; k <= nz; ++k) {
+                const int pk = k >= 0 ? k : k + F.L3;
+                for (int j = -ny; j <= ny; ++j) {
+                    const int pj = j >= 0 ? j : j + F.L2;
+                    double* row = kr + static_cast<std::size_t>(F.L1) * (pj + static_cast<std::size_t>(F.L2) * pk);
+                    for (int i = -nx; i <= nx; ++i) {
+                        const int pi = i >= 0 ? i : i + F.L1;
+                        const double v1 = sym(i, j, k, kRow[q], kCol[q], 1);
+                        row[pi] = m == 0 ? v1 : sym(i, j, k, kRow[q], kCol[q], m) - v1;
+                    }
+                }
+            }
+            fftw_execute(plan);
+            cplx* dst = all.data() + (static_cast<std::size_t>(s) * 6 + q) * nf;
+            for (std::size_t f = 0; f < nf; ++f) dst[f] = cplx(kc[f][0], kc[f][1]);
+        }
+    }
+    fftw_destroy_plan(plan);
+    fftw_free(kr);
+    fftw_free(kc);
+
+    // A kernel even under d -> -d has a real spectrum: keep the real parts.
+    double re_max = 0.0, im_max = 0.0;
+    for (const cplx& z : all) {
+        re_max = std::max(re_max, std::abs(z.real()));
+        im_max = std::max(im_max, std::abs(z.imag()));
+    }
+    F.real_spectrum = im_max <= 1e-12 * re_max;
+    if (F.real_spectrum) {
+        F.spec_re.resize(all.size());
+        for (std::size_t p = 0; p < all.size(); ++p) F.spec_re[p] = all[p].real();
+    } else {
+        F.spec_c = std::move(all);
+    }
+
+    F.plans = std::make_shared<detail::FourierPlans>(nx, ny, nz, F.L1, F.L2, F.L3, nsets);
+    F.ready = true;
+}
+
+// Field spectrum at each frequency from the magnetization spectra, in place
+// in the work buffer (components 0..2 receive the field).
+template <bool Real>
+void product(const FourierTensor& F, fftw_complex* cb) {
+    const std::size_t nf = F.frequencies();
+    const int nsets = static_cast<int>(F.set_material.size());
+    const double* kre = F.spec_re.data();
+    const cplx* kcx = F.spec_c.data();
+    const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(nf);
+#pragma omp parallel for schedule(static)
+    for (std::ptrdiff_t f = 0; f < n; ++f) {
+        cplx h0 = 0.0, h1 = 0.0, h2 = 0.0;
+        for (int s = 0; s < nsets; ++s) {
+            const std::size_t mb = static_cast<std::size_t>(3 * s) * nf + f;
+            const cplx m0(cb[mb][0], cb[mb][1]);
+            const cplx m1(cb[mb + nf][0], cb[mb + nf][1]);
+            const cplx m2(cb[mb + 2 * nf][0], cb[mb + 2 * nf][1]);
+            const std::size_t kb = static_cast<std::size_t>(6 * s) * nf + f;
+            if constexpr (Real) {
+                const double xx = kre[kb], xy = kre[kb + nf], xz = kre[kb + 2 * nf];
+                const double yy = kre[kb + 3 * nf], yz = kre[kb + 4 * nf], zz = kre[kb + 5 * nf];
+                h0 += xx * m0 + xy * m1 + xz * m2;
+                h1 += xy * m0 + yy * m1 + yz * m2;
+                h2 += xz * m0 + yz * m1 + zz * m2;
+            } else {
+                const cplx xx = kcx[kb], xy = kcx[kb + nf], xz = kcx[kb + 2 * nf];
+                const cplx yy = kcx[kb + 3 * nf], yz = kcx[kb + 4 * nf], zz = kcx[kb + 5 * nf];
+                h0 += xx * m0 + xy * m1 + xz * m2;
+                h1 += xy * m0 + yy * m1 + yz * m2;
+                h2 += xz * m0 + yz * m1 + zz * m2;
+            }
+        }
+        cb[f][0] = h0.real();
+        cb[f][1] = h0.imag();
+        cb[f + nf][0] = h1.real();
+        cb[f + nf][1] = h1.imag();
+        cb[f + 2 * nf][0] = h2.real();
+        cb[f + 2 * nf][1] = h2.imag();
+    }
+}
+
+void check_grid(const FourierTensor& F, int nx, int ny, int nz) {
+    if (!F.ready || !F.plans) throw FatalError("FFT field: the Fourier form of the tensor has not been prepared");
+    if (F.nx != nx || F.ny != ny || F.nz != nz)
+        throw FatalError("FFT field: the Fourier form was prepared for another grid");
+}
+
+}  // namespace
+
+void aijfft(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int nz, int nmat) {
+    build_fourier(AIJ, F, nx, ny, nz, nmat, false);
+}
+
+void aijfft2d(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int nmat) {
+    build_fourier(AIJ, F, nx, ny, 0, nmat, true);
+}
+
+void add_anisotropy_fourier(FourierTensor& F, const Array<double, 1>& MS, int m, double ux, double uy, double uz,
+                            double K) {
+    if (!F.ready) throw FatalError("ADD_ANISOTROPY_FIELD: the Fourier form of the tensor has not been prepared");
+    if (m < 1 || m > F.nmat)
+        throw FatalError("ADD_ANISOTROPY_FIELD: material " + std::to_string(m) + " is not between 1 and " +
+                         std::to_string(F.nmat));
+    const double kp = K / (MS(m) * MS(m));
+    const double u[3] = {ux, uy, uz};
+    auto& list = F.stencil[m];
+    auto it = std::find_if(list.begin(), list.end(), [](const auto& e) { return e.di == 0 && e.dj == 0 && e.dk == 0; });
+    if (it == list.end()) {
+        list.push_back(FourierTensor::StencilEntry{});
+        it = list.end() - 1;
+    }
+    for (int a = 0; a < 3; ++a)
+        for (int b = 0; b < 3; ++b) it->c[a + 3 * b] += kp * u[a] * u[b];
+}
+
+void mfft(const VecGrid& M, const IntGrid& mask, const FourierTensor& F) {
+    detail::FourierPlans& P = *F.plans;
+    const int nx = F.nx, ny = F.ny, nz = F.nz, L1 = F.L1, L2 = F.L2, L3 = F.L3, Lh = F.Lh;
+    const int nsets = P.nsets;
+    // Padded real rows of each set's magnetization: M on the set's cells,
+    // zero on empty cells, on other sets' cells and on the padding.
+    const int rows = (ny + 1) * (nz + 1);
+    const int ntask = 3 * nsets * rows;
+#pragma omp parallel for schedule(static)
+    for (int t = 0; t < ntask; ++t) {
+        const int c = t / rows, jk = t % rows;
+        const int j = jk % (ny + 1), k = jk / (ny + 1);
+        const int s = c / 3, b = c % 3 + 1;
+        const int want = F.set_material[s];
+        double* row = P.rbuf + P.rrow * c + static_cast<std::size_t>(L1) * jk;
+        for (int i = 0; i <= nx; ++i) {
+            const int q = mask(i, j, k);
+            row[i] = (want == 0 ? q != 0 : q == want) ? M(i, j, k, b) : 0.0;
+        }
+        std::fill(row + nx + 1, row + L1, 0.0);
+    }
+    fftw_execute(P.fx);
+    const std::size_t F_ = P.F;
+    const int nin = 3 * nsets;
+    const std::size_t ytail = static_cast<std::size_t>(Lh) * (L2 - ny - 1);
+    if (ytail > 0)
+        for (int c = 0; c < nin; ++c)
+            for (int k = 0; k <= nz; ++k)
+                std::memset(P.cbuf + F_ * c + static_cast<std::size_t>(Lh) * ((ny + 1) + static_cast<std::size_t>(L2) * k),
+                            0, ytail * sizeof(fftw_complex));
+    fftw_execute(P.fy);
+    if (L3 > 1) {
+        const std::size_t ztail = static_cast<std::size_t>(Lh) * L2 * (L3 - nz - 1);
+        for (int c = 0; c < nin; ++c)
+            std::memset(P.cbuf + F_ * c + static_cast<std::size_t>(Lh) * L2 * (nz + 1), 0, ztail * sizeof(fftw_complex));
+        fftw_execute(P.fz);
+    }
+}
+
+void hfft(const IntGrid& mask, const FourierTensor& F, VecGrid& H) {
+    detail::FourierPlans& P = *F.plans;
+    if (F.real_spectrum)
+        product<true>(F, P.cbuf);
+    else
+        product<false>(F, P.cbuf);
+    if (F.L3 > 1) fftw_execute(P.bz);
+    fftw_execute(P.by);
+    fftw_execute(P.bx);
+    const double scale = 1.0 / (static_cast<double>(F.L1) * F.L2 * F.L3);
+    const int nx = F.nx, ny = F.ny, nz = F.nz, L1 = F.L1;
+    const int rows = (ny + 1) * (nz + 1);
+#pragma omp parallel for schedule(static)
+    for (int jk = 0; jk < rows; ++jk) {
+        const int j = jk % (ny + 1), k = jk / (ny + 1);
+        for (int a = 1; a <= 3; ++a) {
+            const double* row = P.rbuf + P.rrow * (a - 1) + static_cast<std::size_t>(L1) * jk;
+            for (int i = 0; i <= nx; ++i)
+                if (mask(i, j, k) != 0) H(i, j, k, a) += scale * row[i];
+        }
+    }
+}
+
+void calcfieldsfft(const VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s,
+                   const IntGrid& mask, const FourierTensor& AIJ_FFT, VecGrid& H, int nx, int ny, int nz, int /*n*/) {
+    check_grid(AIJ_FFT, nx, ny, nz);
+    const FourierTensor& F = AIJ_FFT;
+    mfft(M, mask, F);
+    hfft(mask, F, H);
+
+    // Stencils: the parts of the other materials' slices that differ from
+    // material 1's, read with the source cell's material.
+    std::vector<int> with_stencil;
+    for (int m = 1; m <= F.nmat; ++m)
+        if (!F.stencil[m].empty()) with_stencil.push_back(m);
+    const int rows = (ny + 1) * (nz + 1);
+    if (!with_stencil.empty()) {
+#pragma omp parallel for schedule(static)
+        for (int jk = 0; jk < rows; ++jk) {
+            const int j = jk % (ny + 1), k = jk / (ny + 1);
+            for (int i = 0; i <= nx; ++i) {
+                if (mask(i, j, k) == 0) continue;
+                double h[3] = {0.0, 0.0, 0.0};
+                for (int m : with_stencil)
+                    for (const auto& e : F.stencil[m]) {
+                        const int si = i - e.di, sj = j - e.dj, sk = k - e.dk;
+                        if (si < 0 || si > nx || sj < 0 || sj > ny || sk < 0 || sk > nz) continue;
+                        if (mask(si, sj, sk) != m) continue;
+                        const double m0 = M(si, sj, sk, 1), m1 = M(si, sj, sk, 2), m2 = M(si, sj, sk, 3);
+                        for (int a = 0; a < 3; ++a) h[a] += e.c[a] * m0 + e.c[a + 3] * m1 + e.c[a + 6] * m2;
+                    }
+                for (int a = 0; a < 3; ++a) H(i, j, k, a + 1) += h[a];
+            }
+        }
+    }
+
+    // Vector-product term M x (s H - MP) / MS, with the field after the
+    // tensor part.
+    if (s != 0.0 || MP[0] != 0.0 || MP[1] != 0.0 || MP[2] != 0.0) {
+#pragma omp parallel for schedule(static)
+        for (int jk = 0; jk < rows; ++jk) {
+            const int j = jk % (ny + 1), k = jk / (ny + 1);
+            for (int i = 0; i <= nx; ++i) {
+                const int q = mask(i, j, k);
+                if (q == 0) continue;
+                const double m0 = M(i, j, k, 1), m1 = M(i, j, k, 2), m2 = M(i, j, k, 3);
+                const double b0 = s * H(i, j, k, 1) - MP[0];
+                const double b1 = s * H(i, j, k, 2) - MP[1];
+                const double b2 = s * H(i, j, k, 3) - MP[2];
+                const double ms = MS(q);
+                H(i, j, k, 1) += (m1 * b2 - m2 * b1) / ms;
+                H(i, j, k, 2) += (m2 * b0 - m0 * b2) / ms;
+                H(i, j, k, 3) += (m0 * b1 - m1 * b0) / ms;
+            }
+        }
+    }
+}
+
+}  // namespace torix

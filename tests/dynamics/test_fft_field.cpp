@@ -1,0 +1,232 @@
+// The convolution field against the direct sum, which reads the tensor cell
+// pair by cell pair: both must give the same H to rounding for any mask,
+// any mix of materials and any grid shape.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "dynamics/direct_field.hpp"
+#include "dynamics/fft_field.hpp"
+#include "tensor/newell.hpp"
+
+namespace torix {
+namespace {
+
+struct Problem {
+    int nx, ny, nz, nmat;
+    double dx = 5e-7, dy = 4e-7, dz = 3e-7;
+    Array<double, 1> MS, A;
+    IntGrid mask;
+    TensorArray AIJ;
+    VecGrid M, Happ;
+    std::array<double, 3> MP{0.0, 0.0, 0.0};
+    double s = 0.0;
+
+    Problem(int nx_, int ny_, int nz_, int nmat_) : nx(nx_), ny(ny_), nz(nz_), nmat(nmat_) {
+        MS = Array<double, 1>({Range{1, nmat}});
+        A = Array<double, 1>({Range{1, nmat}});
+        for (int m = 1; m <= nmat; ++m) {
+            MS(m) = 800.0 - 170.0 * (m - 1);
+            A(m) = 1.3e-6 * (1.0 + 0.6 * (m - 1));
+        }
+        mask = make_int_grid(nx, ny, nz);
+        AIJ = make_tensor(nx, ny, nz, nmat);
+        for (int m = 1; m <= nmat; ++m) tensornewall(A, MS, AIJ, nx, ny, nz, dx, dy, dz, m, nmat);
+        M = make_vec_grid(nx, ny, nz);
+        Happ = make_vec_grid(nx, ny, nz);
+    }
+
+    // Random mask (holes with probability `hole`), materials at random;
+    // random directions at length MS; junk in empty cells, which must not
+    // act as sources; a random applied field.
+    void randomize(unsigned seed, double hole) {
+        std::mt19937 rng(seed);
+        std::uniform_real_distribution<double> u(0.0, 1.0);
+        std::normal_distribution<double> g(0.0, 1.0);
+        for (int k = 0; k <= nz; ++k)
+            for (int j = 0; j <= ny; ++j)
+                for (int i = 0; i <= nx; ++i) {
+                    const bool empty = u(rng) < hole;
+                    const int q = empty ? 0 : 1 + static_cast<int>(u(rng) * nmat) % nmat;
+                    mask(i, j, k) = q;
+                    double v[3] = {g(rng), g(rng), g(rng)};
+                    const double len = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+                    for (int a = 1; a <= 3; ++a) {
+                        M(i, j, k, a) = q == 0 ? 1e3 * g(rng) : MS(q) * v[a - 1] / len;
+                        Happ(i, j, k, a) = 100.0 * g(rng);
+                    }
+                }
+    }
+};
+
+double max_abs_magnetic(const Problem& p, const VecGrid& H) {
+    double big = 0.0;
+    for (int a = 1; a <= 3; ++a)
+        for (int k = 0; k <= p.nz; ++k)
+            for (int j = 0; j <= p.ny; ++j)
+                for (int i = 0; i <= p.nx; ++i)
+                    if (p.mask(i, j, k) != 0) big = std::max(big, std::abs(H(i, j, k, a)));
+    return big;
+}
+
+// Runs both routes and compares: relative 1e-10 on magnetic cells, and
+// empty cells keep the applied field exactly.
+void expect_same_field(const Problem& p, const FourierTensor& F, const TensorArray& AIJ) {
+    VecGrid Hd = p.Happ, Hf = p.Happ;
+    calcfields(p.M, p.MS, p.MP, p.s, p.mask, AIJ, Hd, p.nx, p.ny, p.nz, p.nmat);
+    calcfieldsfft(p.M, p.MS, p.MP, p.s, p.mask, F, Hf, p.nx, p.ny, p.nz, p.nmat);
+    const double scale = std::max(max_abs_magnetic(p, Hd), 1e-300);
+    double worst = 0.0;
+    for (int a = 1; a <= 3; ++a)
+        for (int k = 0; k <= p.nz; ++k)
+            for (int j = 0; j <= p.ny; ++j)
+                for (int i = 0; i <= p.nx; ++i) {
+                    if (p.mask(i, j, k) == 0) {
+                        ASSERT_EQ(Hf(i, j, k, a), p.Happ(i, j, k, a)) << "empty cell " << i << ' ' << j << ' ' << k;
+                        continue;
+                    }
+                    worst = std::max(worst, std::abs(Hf(i, j, k, a) - Hd(i, j, k, a)) / scale);
+                }
+    EXPECT_LE(worst, 1e-10);
+}
+
+TEST(FftField, ThreeDimensionalTwoMaterialsWithHolesOddAndEvenSizes) {
+    for (auto [nx, ny, nz] : {std::array<int, 3>{4, 5, 2}, std::array<int, 3>{5, 3, 3}, std::array<int, 3>{2, 6, 1}}) {
+        Problem p(nx, ny, nz, 2);
+        p.randomize(17u + nx, 0.3);
+        FourierTensor F;
+        aijfft(p.AIJ, F, nx, ny, nz, 2);
+        EXPECT_TRUE(F.real_spectrum);  // the Newell tensor is even under r -> -r
+        ASSERT_EQ(F.set_material.size(), 1u);
+        EXPECT_EQ(F.stencil[2].size(), 6u);  // exchange differs on six offsets
+        expect_same_field(p, F, p.AIJ);
+        // Evaluations reuse the plans and buffers: a second one is identical.
+        p.randomize(99u + nx, 0.1);
+        expect_same_field(p, F, p.AIJ);
+    }
+}
+
+TEST(FftField, VectorProductTermAndCurrentVector) {
+    Problem p(3, 4, 2, 2);
+    p.randomize(5, 0.2);
+    p.s = 0.37;
+    p.MP = {12.0, -40.0, 7.5};
+    FourierTensor F;
+    aijfft(p.AIJ, F, 3, 4, 2, 2);
+    expect_same_field(p, F, p.AIJ);
+}
+
+TEST(FftField, SingleLayerTwoDimensionalAndThreeDimensionalForms) {
+    Problem p(8, 5, 0, 2);
+    p.randomize(23, 0.25);
+    FourierTensor F2, F3;
+    aijfft2d(p.AIJ, F2, 8, 5, 2);
+    EXPECT_TRUE(F2.two_d);
+    EXPECT_EQ(F2.L3, 1);
+    expect_same_field(p, F2, p.AIJ);
+    aijfft(p.AIJ, F3, 8, 5, 0, 2);
+    EXPECT_FALSE(F3.two_d);
+    expect_same_field(p, F3, p.AIJ);
+}
+
+TEST(FftField, SingleColumnSingleRowAndOneCell) {
+    {
+        Problem p(0, 0, 6, 2);
+        p.randomize(3, 0.2);
+        FourierTensor F;
+        aijfft(p.AIJ, F, 0, 0, 6, 2);
+        expect_same_field(p, F, p.AIJ);
+    }
+    {
+        Problem p(9, 0, 0, 1);
+        p.randomize(4, 0.0);
+        FourierTensor F;
+        aijfft2d(p.AIJ, F, 9, 0, 1);
+        expect_same_field(p, F, p.AIJ);
+    }
+    {
+        // One cell: only the self term acts, H = Happ + N(0) M.
+        Problem p(0, 0, 0, 1);
+        p.randomize(8, 0.0);
+        FourierTensor F;
+        aijfft2d(p.AIJ, F, 0, 0, 1);
+        expect_same_field(p, F, p.AIJ);
+        VecGrid H = p.Happ;
+        calcfieldsfft(p.M, p.MS, p.MP, p.s, p.mask, F, H, 0, 0, 0, 1);
+        for (int a = 1; a <= 3; ++a) {
+            double want = p.Happ(0, 0, 0, a);
+            for (int b = 1; b <= 3; ++b) want += p.AIJ(0, 0, 0, a + 3 * (b - 1), 1) * p.M(0, 0, 0, b);
+            EXPECT_NEAR(H(0, 0, 0, a), want, 1e-12 * 1e4);
+        }
+    }
+}
+
+TEST(FftField, EmptyMaskLeavesFieldUntouched) {
+    Problem p(3, 3, 1, 1);
+    p.randomize(2, 1.0);
+    FourierTensor F;
+    aijfft(p.AIJ, F, 3, 3, 1, 1);
+    VecGrid H = p.Happ;
+    calcfieldsfft(p.M, p.MS, p.MP, p.s, p.mask, F, H, 3, 3, 1, 1);
+    EXPECT_TRUE(H == p.Happ);
+}
+
+TEST(FftField, MaterialsWithUnrelatedSlicesGetTheirOwnConvolution) {
+    // Slice 2 built for other cell sizes differs from slice 1 at every
+    // offset: the Fourier form must convolve it separately.
+    Problem p(4, 3, 2, 3);
+    p.AIJ.fill(0.0);
+    tensornewall(p.A, p.MS, p.AIJ, 4, 3, 2, p.dx, p.dy, p.dz, 1, 3);
+    tensornewall(p.A, p.MS, p.AIJ, 4, 3, 2, 2.0 * p.dx, p.dy, 0.7 * p.dz, 2, 3);
+    tensornewall(p.A, p.MS, p.AIJ, 4, 3, 2, p.dx, p.dy, p.dz, 3, 3);
+    p.randomize(31, 0.15);
+    FourierTensor F;
+    aijfft(p.AIJ, F, 4, 3, 2, 3);
+    ASSERT_EQ(F.set_material.size(), 2u);
+    EXPECT_EQ(F.set_material[1], 2);
+    EXPECT_EQ(F.stencil[3].size(), 6u);
+    expect_same_field(p, F, p.AIJ);
+}
+
+TEST(FftField, KernelNotEvenUsesComplexSpectra) {
+    Problem p(3, 2, 1, 2);
+    for (int m = 1; m <= 2; ++m)  // symmetric block, but only at +d, not at -d
+        for (auto [c, v] : {std::pair{1, 0.3}, std::pair{2, 0.5}, std::pair{4, 0.5}, std::pair{9, 0.8}})
+            p.AIJ(1, 1, 0, c, m) += v;
+    p.randomize(12, 0.2);
+    FourierTensor F;
+    aijfft(p.AIJ, F, 3, 2, 1, 2);
+    EXPECT_FALSE(F.real_spectrum);
+    expect_same_field(p, F, p.AIJ);
+}
+
+TEST(FftField, AnisotropyAddedToTheFourierFormOnly) {
+    // The field-only anisotropy of material 2 acts like K' u u^T added to
+    // that material's self block, with K' = K / MS^2.
+    Problem p(5, 4, 1, 2);
+    p.randomize(44, 0.2);
+    FourierTensor F;
+    aijfft(p.AIJ, F, 5, 4, 1, 2);
+    const TensorArray before = p.AIJ;
+    const double u[3] = {1.0, 1.0, 0.5}, K = 2.0e5;
+    add_anisotropy_fourier(F, p.MS, 2, u[0], u[1], u[2], K);
+    EXPECT_TRUE(p.AIJ == before);
+    TensorArray withK = p.AIJ;
+    const double kp = K / (p.MS(2) * p.MS(2));
+    for (int a = 0; a < 3; ++a)
+        for (int b = 0; b < 3; ++b) withK(0, 0, 0, 1 + a + 3 * b, 2) += kp * u[a] * u[b];
+    expect_same_field(p, F, withK);
+}
+
+TEST(FftField, GridChangedWithoutNewFourierFormIsRefused) {
+    Problem p(3, 3, 1, 1);
+    FourierTensor F;
+    aijfft(p.AIJ, F, 3, 3, 1, 1);
+    Problem q(4, 3, 1, 1);
+    VecGrid H = q.Happ;
+    EXPECT_THROW(calcfieldsfft(q.M, q.MS, q.MP, q.s, q.mask, F, H, 4, 3, 1, 1), std::exception);
+}
+
+}  // namespace
+}  // namespace torix
