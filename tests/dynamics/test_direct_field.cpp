@@ -8,6 +8,7 @@
 
 #include "dynamics/applied_field.hpp"
 #include "dynamics/direct_field.hpp"
+#include "interpreter/session.hpp"
 #include "tensor/newell.hpp"
 
 namespace torix {
@@ -260,6 +261,28 @@ TEST(AppliedField, StaticPartAndDrivingPartAtGivenTime) {
     EXPECT_DOUBLE_EQ(H(1, 0, 0, 2), 21.0 + 4.0);
     inith(H0, rf, true, w, std::numbers::pi / (2 * w), H, 1, 1, 0);
     EXPECT_NEAR(H(0, 1, 0, 3), 30.0 + 2.0, 1e-12);
+}
+
+TEST(FieldMethod, FourierAboveExactly300MagneticCellsAndFieldStartsFromApplied) {
+    ModelState st;
+    st.MASQUE = make_int_grid(19, 19, 0);
+    for (int n = 0; n < 300; ++n) st.MASQUE(n % 20, n / 20, 0) = 1;
+    EXPECT_FALSE(use_fft(st));
+    st.MASQUE(0, 15, 0) = 2;
+    EXPECT_TRUE(use_fft(st));
+
+    // compute_field starts from HINIT, whatever H held: one cell, self block -1.
+    st.nx = st.ny = st.nz = 0;
+    st.nmat = 1;
+    st.MS = Array<double, 1>({Range{1, 1}}, 100.0);
+    st.MASQUE = make_int_grid(0, 0, 0, 1);
+    st.AIJ = make_tensor(0, 0, 0, 1);
+    for (int c : {1, 5, 9}) st.AIJ(0, 0, 0, c, 1) = -1.0;
+    st.M = make_vec_grid(0, 0, 0, 100.0);
+    st.H = make_vec_grid(0, 0, 0, 1e6);
+    st.HINIT = make_vec_grid(0, 0, 0, 7.0);
+    compute_field(st);
+    for (int a = 1; a <= 3; ++a) EXPECT_EQ(st.H(0, 0, 0, a), 7.0 - 100.0);
 }
 
 }  // namespace
