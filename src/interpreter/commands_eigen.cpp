@@ -1,13 +1,72 @@
 // Eigenmode commands: solves, eigen files, frequency list.
+//
+// The solves linearise around the equilibrium held in M and H, with the
+// SET_CURRENT vector MP as the applied-field vector of the c_i term and the
+// damping constant alpha = -beta: the dynamic matrix generates the
+// precession in the sense opposite to the torque of the field routines, so
+// with beta > 0 a relaxed sample's modes decay (g > 0).
+#include <algorithm>
+#include <cstdio>
+#include <string>
+
+#include "core/error.hpp"
+#include "core/records.hpp"
+#include "eigen/arnoldi.hpp"
+#include "eigen/deg.hpp"
+#include "eigen/dense_solve.hpp"
+#include "eigen/eigen_files.hpp"
+#include "geometry/read_number.hpp"
 #include "interpreter/session.hpp"
 
 namespace torix {
 
+namespace {
+
+// What a solve needs must be there; a gap is reported instead of reading
+// unallocated arrays.
+void check_inputs(const ModelState& st) {
+    const std::string& k = st.LINER;
+    if (!st.MASQUE.allocated()) throw FatalError(k + ": no cell mask (MASQUE_CREATE or MASQUE_LOAD first)");
+    if (!st.M.allocated() || !st.H.allocated())
+        throw FatalError(k + ": no magnetization and field (INIT_M or M_LOAD first)");
+    if (!st.AIJ.allocated()) throw FatalError(k + ": no interaction tensor (TENSOR_CREATE or TENSOR_LOAD first)");
+    const int nmat = std::min(st.MS.allocated() ? st.MS.hi(0) : 0, st.AIJ.hi(4));
+    for (int z = 0; z <= st.nz; ++z)
+        for (int y = 0; y <= st.ny; ++y)
+            for (int x = 0; x <= st.nx; ++x) {
+                const int m = st.MASQUE(x, y, z);
+                if (m == 0) continue;
+                const std::string at = " at cell (" + std::to_string(x) + "," + std::to_string(y) + "," +
+                                       std::to_string(z) + ")";
+                if (m < 1 || m > nmat)
+                    throw FatalError(k + ": material " + std::to_string(m) + at + " has no material data or tensor");
+                const int n = st.NUM(x, y, z);
+                if (n < 1 || n > st.ncells) throw FatalError(k + ": the numbering has no number" + at);
+            }
+}
+
+MatrixInput matrix_input(const ModelState& st) {
+    return MatrixInput{st.MASQUE, st.NUM, st.M, st.H, st.MP, -st.beta, st.MS, st.AIJ, st.DEGR,
+                       st.nx,     st.ny,  st.nz, st.ncells};
+}
+
+ModeOutput mode_output(ModelState& st) { return ModeOutput{st.nmodes, st.W, st.PHASES, st.ZOUT, st.MODES, st.MODESL}; }
+
+void save_both(const ModelState& st) {
+    savemodes(st.nmodes, st.ncells, st.NUM, st.MASQUE, st.nx, st.ny, st.nz, "eig.dat", st.W, st.MODES);
+    savemodes(st.nmodes, st.ncells, st.NUM, st.MASQUE, st.nx, st.ny, st.nz, "eigl.dat", st.W, st.MODESL);
+}
+
+}  // namespace
+
 void cmd_solve_matrix(Session& s) {
     s.line();
-    (void)s.in.i32("the number of modes");
+    const int nsel = s.in.i32("the number of modes");
     ModelState& st = s.st;
     if (!st.numbered) build_numbering(st, st.s1, st.s2, st.s3);
+    check_inputs(st);
+    calcmatrix(matrix_input(st), nsel, mode_output(st));
+    save_both(st);
     s.ack();
 }
 
@@ -15,31 +74,87 @@ void cmd_solve_matrix_ar(Session& s) {
     s.line();
     const int kind = s.in.i32("the operator kind");
     s.line();
-    (void)s.in.i32("the number of modes");
-    (void)s.in.i32("the number of Arnoldi vectors");
+    const int nev = 2 * s.in.i32("the number of modes");
+    const int ncv = 2 * s.in.i32("the number of Arnoldi vectors");
+    double threshold = 0.0;
     if (kind == 2) {
         s.line();
-        (void)s.in.f64("the drop threshold");
+        threshold = s.in.f64("the drop threshold");
     }
     ModelState& st = s.st;
-    if (kind == 1 || kind == 2)
+    if (kind == 1 || kind == 2) {
         if (!st.numbered) build_numbering(st, st.s1, st.s2, st.s3);
+        check_inputs(st);
+        const int n = 2 * st.ncells;
+        st.V.allocate({Range{1, n}, Range{1, std::max(ncv, 0)}}, 0.0);
+        st.D.allocate({Range{1, std::max(ncv, 0)}, Range{1, 3}}, 0.0);
+        if (kind == 1)
+            calcmatrix_ns(matrix_input(st), nev, ncv, mode_output(st), st.D, st.V);
+        else
+            calcmatrix_s(matrix_input(st), nev, ncv, threshold, mode_output(st), st.D, st.V);
+        save_both(st);
+    }
     s.ack();
 }
 
 void cmd_eigen_save_text(Session& s) {
     s.line();
-    (void)s.in.i32("the number of modes");
-    s.st.FNAME = s.in.name("the file name");
+    const int want = s.in.i32("the number of modes");
+    ModelState& st = s.st;
+    st.FNAME = s.in.name("the file name");
+    const int count = std::clamp(want, 0, st.nmodes);
+    savemodest(count, st.NUM, st.MASQUE, st.nx, st.ny, st.nz, st.FNAME, st.W, st.MODES);
     say("EIGEN_SAVE ok");
 }
 
 void cmd_omega_print(Session& s) {
     s.line();
-    s.st.FNAME = s.in.name("the file name");
+    ModelState& st = s.st;
+    st.FNAME = s.in.name("the file name");
+    AtomicFile file(st.FNAME, false);
+    char buf[96];
+    for (int p = 1; p <= st.nmodes; ++p) {
+        std::snprintf(buf, sizeof buf, "%6d %23.15E %23.15E\n", p, st.W(p, 1), st.W(p, 2));
+        file.stream() << buf;
+    }
+    file.commit();
     s.ack();
 }
 
-void cmd_eigen_load(Session& s) { s.ack(); }
+void cmd_eigen_load(Session& s) {
+    ModelState& st = s.st;
+    if (!st.MASQUE.allocated()) throw FatalError("EIGEN_LOAD: no cell mask (MASQUE_CREATE or MASQUE_LOAD first)");
+    int N = 0;
+    IntGrid num;
+    read_number("eig.dat", num, st.nx, st.ny, st.nz, N);
+    for (int z = 0; z <= st.nz; ++z)
+        for (int y = 0; y <= st.ny; ++y)
+            for (int x = 0; x <= st.nx; ++x)
+                if (st.MASQUE(x, y, z) != 0 && num(x, y, z) == 0)
+                    throw FatalError("eig.dat: the cell records give no number to the magnetic cell (" +
+                                     std::to_string(x) + "," + std::to_string(y) + "," + std::to_string(z) + ")");
+    int n1 = 0, m1 = 0, n2 = 0, m2 = 0;
+    Array<double, 2> W, WL;
+    Array<cplx, 3> R, L;
+    loadmodes("eig.dat", n1, m1, W, R);
+    loadmodes("eigl.dat", n2, m2, WL, L);
+    if (n2 != n1 || m2 != m1)
+        throw FatalError("eigl.dat: record 1: " + std::to_string(n2) + " cells and " + std::to_string(m2) +
+                         " modes, but eig.dat holds " + std::to_string(n1) + " cells and " + std::to_string(m1) +
+                         " modes");
+    st.NUM = std::move(num);
+    st.ncells = N;
+    AtomicFile map("numbering.txt", false);
+    deg(st.MASQUE, st.NUM, st.nx, st.ny, st.nz, st.ncells, st.DEGR, map.stream());
+    map.commit();
+    st.numbered = true;
+    st.nmodes = m1;
+    st.W = std::move(W);
+    st.MODES = std::move(R);
+    st.MODESL = std::move(L);
+    st.PHASES.allocate({Range{1, m1}}, 0.0);
+    st.ZOUT.allocate({Range{1, m1}}, 0.0);
+    s.ack();
+}
 
 }  // namespace torix

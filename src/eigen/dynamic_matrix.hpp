@@ -1,0 +1,88 @@
+#pragma once
+// The dynamic matrix: the Landau-Lifshitz equation linearised around the
+// equilibrium, in a local frame attached to each numbered cell.
+//
+// Rows and columns 2n-1, 2n (1-based) belong to cell number n: component 1
+// along the polar unit vector, component 2 along the azimuthal unit vector
+// of the cell's equilibrium magnetization.  For a target cell P_i and a
+// source cell P_j the 2x2 block added at (number(P_i), number(P_j)) is the
+// upper-left part of
+//     R_i^T [ (I + alpha/Ms_i [m_i x]) ([m_i x] D - delta_ij [h_i x]) - delta_ij c_i I ] R_j
+// with D the tensor block read at offset P_i - P_j in the source cell's
+// material, h_i the equilibrium effective field, c_i = m_i . happ / Ms_i.
+// Rows of a number carried by w grid cells are divided by w afterwards
+// (rows averaged, columns summed).  No gyromagnetic factor enters: the
+// eigenvalues are in Oe.
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "core/array.hpp"
+
+namespace torix {
+
+// Everything the assembly reads.  `happ` is the applied-field vector of the
+// c_i term, `alpha` the damping constant.
+struct MatrixInput {
+    const IntGrid& MASQUE;
+    const IntGrid& NUM;
+    const VecGrid& M;
+    const VecGrid& H;
+    std::array<double, 3> happ;
+    double alpha;
+    const Array<double, 1>& MS;
+    const TensorArray& AIJ;
+    const Array<std::int32_t, 1>& w;  // multiplicities 1..N
+    int nx, ny, nz, N;
+};
+
+// Local frame of a magnetization vector: R (column-major, R[k + 3c] is row
+// k, column c, 0-based) with columns polar, azimuthal, m direction.
+void local_frame(const double m[3], double R[9]);
+
+// Rows of the dynamic matrix, number by number.  The frames and the per-cell
+// products are built once; rows(n, buf) is then safe to call from several
+// threads at once and always gives the same bits.
+class MatrixRows {
+public:
+    explicit MatrixRows(const MatrixInput& in);
+    [[nodiscard]] int N() const { return N_; }
+    [[nodiscard]] int order() const { return 2 * N_; }
+    // Writes rows 2n-1 and 2n (already divided by w(n)) into buf, row-major:
+    // buf[r * 2N + col], r = 0, 1, col = 0..2N-1.
+    void rows(int n, double* buf) const;
+
+private:
+    int N_ = 0;
+    const TensorArray& AIJ_;
+    std::ptrdiff_t cstride_ = 0;
+    // Magnetic cells in grid order (x outermost, z innermost).
+    std::vector<int> cx_, cy_, cz_, cnum_, cmat_;
+    std::vector<std::array<double, 6>> Q_;  // R_j columns 1, 2 (3x2 column-major)
+    std::vector<std::array<double, 6>> G_;  // rows 1, 2 of R_i^T (I + a[m x]) [m x] (2x3 column-major)
+    std::vector<std::array<double, 4>> S_;  // self block (2x2 column-major)
+    std::vector<std::vector<int>> cells_of_;  // grid cells of each number (index into the lists above)
+    std::vector<int> w_;
+};
+
+// Dense matrix, column-major, order 2N, assembled in parallel over numbers.
+void assemble_dense(const MatrixInput& in, double* A);
+
+// Element list of the matrix, sorted by row, then column.  Elements with
+// |value| <= threshold (absolute, Oe) are left out; row_start has 2N+1
+// entries (0-based positions of each row's first element).
+struct SparseMatrix {
+    int n = 0;
+    std::vector<std::int32_t> row, col;  // 1-based
+    std::vector<double> val;
+    std::vector<std::int64_t> row_start;
+    [[nodiscard]] std::int64_t count() const { return static_cast<std::int64_t>(val.size()); }
+};
+void assemble_sparse(const MatrixInput& in, double threshold, SparseMatrix& S);
+
+// y = S x (y(row_k) += value_k x(col_k), row by row in element order).
+void sparse_product(const SparseMatrix& S, const double* x, double* y);
+// The element list of the transposed matrix, in the same sorted form.
+SparseMatrix transpose(const SparseMatrix& S);
+
+}  // namespace torix

@@ -1,0 +1,154 @@
+#pragma once
+// Small models for the eigenmode tests: mask, materials, tensor, uniform or
+// given magnetization, the equilibrium field H = HINIT + sum AIJ M, the
+// numbering and its multiplicities.
+#include <cmath>
+#include <complex>
+#include <functional>
+#include <sstream>
+#include <vector>
+
+#include "core/array.hpp"
+#include "eigen/deg.hpp"
+#include "eigen/dense_solve.hpp"
+#include "eigen/dynamic_matrix.hpp"
+#include "geometry/numbering.hpp"
+#include "tensor/newell.hpp"
+
+namespace torix::test {
+
+struct Model {
+    int nx = 0, ny = 0, nz = 0;
+    double dx = 5e-7, dy = 5e-7, dz = 5e-7;
+    Array<double, 1> MS, A;
+    IntGrid MASQUE, NUM;
+    VecGrid M, H;
+    TensorArray AIJ;
+    Array<std::int32_t, 1> DEGR;
+    int N = 0;
+    std::array<double, 3> happ{0.0, 0.0, 0.0};
+    double alpha = 0.0;
+
+    [[nodiscard]] MatrixInput input() const {
+        return MatrixInput{MASQUE, NUM, M, H, happ, alpha, MS, AIJ, DEGR, nx, ny, nz, N};
+    }
+};
+
+// Grid (0:nx, 0:ny, 0:nz) with materials given as (A, MS) pairs; mask from
+// `material(x, y, z)` (0 = empty).
+inline Model make_model(int nx, int ny, int nz, double dx, double dy, double dz,
+                        const std::vector<std::pair<double, double>>& mats,
+                        const std::function<int(int, int, int)>& material) {
+    Model m;
+    m.nx = nx, m.ny = ny, m.nz = nz, m.dx = dx, m.dy = dy, m.dz = dz;
+    const int nmat = static_cast<int>(mats.size());
+    m.A.allocate({Range{1, nmat}}), m.MS.allocate({Range{1, nmat}});
+    for (int i = 1; i <= nmat; ++i) m.A(i) = mats[i - 1].first, m.MS(i) = mats[i - 1].second;
+    m.MASQUE = make_int_grid(nx, ny, nz, 0);
+    for (int z = 0; z <= nz; ++z)
+        for (int y = 0; y <= ny; ++y)
+            for (int x = 0; x <= nx; ++x) m.MASQUE(x, y, z) = material(x, y, z);
+    m.AIJ = make_tensor(nx, ny, nz, nmat);
+    for (int i = 1; i <= nmat; ++i) tensornewall(m.A, m.MS, m.AIJ, nx, ny, nz, dx, dy, dz, i, nmat);
+    m.M = make_vec_grid(nx, ny, nz, 0.0);
+    m.H = make_vec_grid(nx, ny, nz, 0.0);
+    return m;
+}
+
+// Magnetization from a direction function (scaled to MS of each cell).
+inline void set_m(Model& m, const std::function<std::array<double, 3>(int, int, int)>& dir) {
+    for (int z = 0; z <= m.nz; ++z)
+        for (int y = 0; y <= m.ny; ++y)
+            for (int x = 0; x <= m.nx; ++x) {
+                const int mat = m.MASQUE(x, y, z);
+                if (mat == 0) continue;
+                const auto u = dir(x, y, z);
+                const double r = std::sqrt(u[0] * u[0] + u[1] * u[1] + u[2] * u[2]);
+                for (int c = 1; c <= 3; ++c) m.M(x, y, z, c) = m.MS(mat) * u[c - 1] / r;
+            }
+}
+
+// H = applied + sum over magnetic sources of AIJ(target - source, source material) M.
+inline void set_field(Model& m, const std::array<double, 3>& applied) {
+    for (int z = 0; z <= m.nz; ++z)
+        for (int y = 0; y <= m.ny; ++y)
+            for (int x = 0; x <= m.nx; ++x) {
+                if (m.MASQUE(x, y, z) == 0) continue;
+                double h[3] = {applied[0], applied[1], applied[2]};
+                for (int z2 = 0; z2 <= m.nz; ++z2)
+                    for (int y2 = 0; y2 <= m.ny; ++y2)
+                        for (int x2 = 0; x2 <= m.nx; ++x2) {
+                            const int mat = m.MASQUE(x2, y2, z2);
+                            if (mat == 0) continue;
+                            for (int a = 1; a <= 3; ++a)
+                                for (int b = 1; b <= 3; ++b)
+                                    h[a - 1] += m.AIJ(x - x2, y - y2, z - z2, a + 3 * (b - 1), mat) * m.M(x2, y2, z2, b);
+                        }
+                for (int c = 1; c <= 3; ++c) m.H(x, y, z, c) = h[c - 1];
+            }
+}
+
+inline void set_numbering(Model& m, int bx = 1, int by = 1, int bz = 1) {
+    m.NUM = make_int_grid(m.nx, m.ny, m.nz, 0);
+    number(m.MASQUE, m.NUM, m.nx, m.ny, m.nz, m.N, bx, by, bz);
+    std::ostringstream sink;
+    deg(m.MASQUE, m.NUM, m.nx, m.ny, m.nz, m.N, m.DEGR, sink);
+}
+
+inline std::vector<double> dense_matrix(const Model& m) {
+    const std::size_t n = 2 * static_cast<std::size_t>(m.N);
+    std::vector<double> A(n * n, 0.0);
+    assemble_dense(m.input(), A.data());
+    return A;
+}
+
+// The stored ModeSet of one solve.
+struct Modes {
+    int nmodes = 0;
+    Array<double, 2> W;
+    Array<double, 1> PHASES, ZOUT;
+    Array<cplx, 3> R, L;
+    ModeOutput out() { return ModeOutput{nmodes, W, PHASES, ZOUT, R, L}; }
+};
+
+// Mode p as a vector of length 2N (row 2n-1+c-1 for cell n, component c).
+inline std::vector<cplx> vec(const Array<cplx, 3>& v, int N, int p) {
+    std::vector<cplx> r(2 * static_cast<std::size_t>(N));
+    for (int n = 1; n <= N; ++n)
+        for (int c = 1; c <= 2; ++c) r[2 * (n - 1) + (c - 1)] = v(n, c, p);
+    return r;
+}
+
+inline double norm(const std::vector<cplx>& v) {
+    double s = 0.0;
+    for (const cplx& z : v) s += std::norm(z);
+    return std::sqrt(s);
+}
+
+// ||A v - lambda v|| / (||A||_F ||v||) with A real column-major.
+inline double right_residual(const std::vector<double>& A, const std::vector<cplx>& v, cplx lambda) {
+    const std::size_t n = v.size();
+    double fro = 0.0;
+    for (double a : A) fro += a * a;
+    std::vector<cplx> r(n, 0.0);
+    for (std::size_t c = 0; c < n; ++c)
+        for (std::size_t k = 0; k < n; ++k) r[k] += A[k + c * n] * v[c];
+    for (std::size_t k = 0; k < n; ++k) r[k] -= lambda * v[k];
+    return norm(r) / (std::sqrt(fro) * norm(v));
+}
+
+// ||u^H A - lambda u^H|| / (||A||_F ||u||).
+inline double left_residual(const std::vector<double>& A, const std::vector<cplx>& u, cplx lambda) {
+    const std::size_t n = u.size();
+    double fro = 0.0;
+    for (double a : A) fro += a * a;
+    std::vector<cplx> r(n, 0.0);
+    for (std::size_t c = 0; c < n; ++c) {
+        cplx s = 0.0;
+        for (std::size_t k = 0; k < n; ++k) s += std::conj(u[k]) * A[k + c * n];
+        r[c] = s - lambda * std::conj(u[c]);
+    }
+    return norm(r) / (std::sqrt(fro) * norm(u));
+}
+
+}  // namespace torix::test

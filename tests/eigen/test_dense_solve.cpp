@@ -1,0 +1,232 @@
+// Dense solve: mode selection on synthetic eigenvalue lists, analytic
+// single-cell and sphere frequencies, eigenvector residuals and
+// biorthogonality.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <iostream>
+#include <numbers>
+#include <sstream>
+
+#include "eigen_model.hpp"
+
+namespace torix::test {
+namespace {
+
+constexpr double kPi = std::numbers::pi;
+
+// Runs calcmatrix with the console lines captured.
+Modes solve(const Model& m, int nsel, std::string* console = nullptr) {
+    Modes r;
+    std::ostringstream cap;
+    auto* old = std::cout.rdbuf(cap.rdbuf());
+    calcmatrix(m.input(), nsel, r.out());
+    std::cout.rdbuf(old);
+    if (console) *console = cap.str();
+    return r;
+}
+
+TEST(SortModes, SelectionOrderTiesAndRealEigenvalues) {
+    // N = 5, positions 1..10.  Odd positions carry |WI| = 3, 0 (real), 1, 3, 2.
+    const double WR[10] = {-0.1, -0.1, 5.0, 4.0, -0.2, -0.2, -0.3, -0.3, -0.4, -0.4};
+    const double WI[10] = {3.0, -3.0, 0.0, 0.0, 1.0, -1.0, -3.0, 3.0, 2.0, -2.0};
+    const auto sel = select_modes(WR, WI, 5, 7);
+    // Increasing |WI|; the tie at 3 by increasing position; the real
+    // eigenvalue at position 3 never; places beyond the four found stay -1.
+    const std::vector<int> want = {3, 5, 1, 4, -1, -1, -1};
+    EXPECT_EQ(sel, want);
+    EXPECT_EQ(select_modes(WR, WI, 5, 2), (std::vector<int>{3, 5}));
+    EXPECT_TRUE(select_modes(WR, WI, 5, 0).empty());
+}
+
+TEST(SortModes, StoredVectorsBelongToPositiveFrequency) {
+    // N = 2 (order 4): a real eigenvalue at position 1 shifts the pairing, so
+    // the pair sits at positions 2, 3 with the odd member (3) negative.
+    const double WR[4] = {7.0, -0.5, -0.5, 9.0};
+    const double WI[4] = {0.0, 2.0, -2.0, 0.0};
+    // Columns 1..4 of the vector matrix (column-major, order 4).
+    const double V[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    Array<double, 2> W;
+    Array<cplx, 3> vec;
+    Array<double, 1> zout;
+    const int nm = sort(WR, WI, V, 2, 3, W, vec, zout);
+    ASSERT_EQ(nm, 1);
+    EXPECT_EQ(W(1, 1), 2.0);
+    EXPECT_EQ(W(1, 2), 0.5);
+    EXPECT_EQ(zout(1), 3.0);
+    // Column 2 + i column 3: the eigenvector of -0.5 + 2i in LAPACK's packing.
+    EXPECT_EQ(vec(1, 1, 1), cplx(5, 9));
+    EXPECT_EQ(vec(1, 2, 1), cplx(6, 10));
+    EXPECT_EQ(vec(2, 1, 1), cplx(7, 11));
+    EXPECT_EQ(vec(2, 2, 1), cplx(8, 12));
+    // An ordinary pair at 1, 2 stores column 1 + i column 2.
+    const double WR2[4] = {-1.0, -1.0, 3.0, 4.0};
+    const double WI2[4] = {5.0, -5.0, 0.0, 0.0};
+    ASSERT_EQ(sort(WR2, WI2, V, 2, 1, W, vec, zout), 1);
+    EXPECT_EQ(W(1, 1), 5.0);
+    EXPECT_EQ(W(1, 2), 1.0);
+    EXPECT_EQ(vec(1, 1, 1), cplx(1, 5));
+    EXPECT_EQ(vec(2, 2, 1), cplx(4, 8));
+}
+
+TEST(SortModes, ConjugatePackedPairHasTrueEigenvector) {
+    // A real 4x4 block-diagonal matrix: eigenvalue 3 first, then the pair
+    // -0.5 +- 2i: LAPACK returns 3 at position 1 and the pair at 2, 3 or
+    // somewhere else; either way every stored vector must be an
+    // eigenvector for -g + i f.
+    const int n = 4;
+    std::vector<double> A = {3, 0, 0, 0, 0, -0.5, -2, 0, 0, 2, -0.5, 0, 0, 0, 0, 0.1};
+    // Rotate by a fixed orthogonal matrix so that the vectors are not trivial.
+    std::vector<double> Q(16);
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 4; ++c) Q[r + 4 * c] = std::sin(1.0 + 3.1 * r * r + 1.3 * c + 0.7 * r * c * c);
+    // Gram-Schmidt on the columns of Q.
+    for (int c = 0; c < 4; ++c) {
+        for (int p = 0; p < c; ++p) {
+            double d = 0;
+            for (int r = 0; r < 4; ++r) d += Q[r + 4 * c] * Q[r + 4 * p];
+            for (int r = 0; r < 4; ++r) Q[r + 4 * c] -= d * Q[r + 4 * p];
+        }
+        double s = 0;
+        for (int r = 0; r < 4; ++r) s += Q[r + 4 * c] * Q[r + 4 * c];
+        for (int r = 0; r < 4; ++r) Q[r + 4 * c] /= std::sqrt(s);
+    }
+    std::vector<double> B(16, 0.0), QA(16, 0.0);
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 4; ++c)
+            for (int k = 0; k < 4; ++k) QA[r + 4 * c] += Q[r + 4 * k] * A[k + 4 * c];
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 4; ++c)
+            for (int k = 0; k < 4; ++k) B[r + 4 * c] += QA[r + 4 * k] * Q[c + 4 * k];
+    std::vector<double> work = B;
+    DenseEigen e;
+    dense_eigen(n, work.data(), e);
+    Array<double, 2> W;
+    Array<cplx, 3> R, L;
+    Array<double, 1> zout;
+    ASSERT_EQ(sort(e.WR.data(), e.WI.data(), e.VR.data(), 2, 2, W, R, zout), 1);
+    ASSERT_EQ(sort(e.WR.data(), e.WI.data(), e.VL.data(), 2, 2, W, L, zout), 1);
+    EXPECT_NEAR(W(1, 1), 2.0, 1e-12);
+    EXPECT_NEAR(W(1, 2), 0.5, 1e-12);
+    const cplx lambda(-W(1, 2), W(1, 1));
+    EXPECT_LT(right_residual(B, vec(R, 2, 1), lambda), 1e-12);
+    EXPECT_LT(left_residual(B, vec(L, 2, 1), lambda), 1e-12);
+}
+
+TEST(DenseSolve, CubicCellPrecessesAtTheFieldAndDecaysWithBeta) {
+    const double H0 = 2000.0, Ms = 800.0, beta = 0.05;
+    Model m = make_model(0, 0, 0, 5e-7, 5e-7, 5e-7, {{1.3e-6, Ms}}, [](int, int, int) { return 1; });
+    set_m(m, [](int, int, int) { return std::array<double, 3>{0.0, 0.0, 1.0}; });
+    set_field(m, {0.0, 0.0, H0});
+    set_numbering(m);
+    m.alpha = -beta;  // what the solve commands pass
+    std::string console;
+    const Modes r = solve(m, 3, &console);
+    ASSERT_EQ(r.nmodes, 1);
+    EXPECT_NEAR(r.W(1, 1), H0, 1e-9 * H0);
+    EXPECT_NEAR(r.W(1, 2), beta * H0, 1e-9 * H0);
+    EXPECT_NE(console.find(" matrix prepared in "), std::string::npos);
+    EXPECT_NE(console.find(" matrix solved in "), std::string::npos);
+    // A field along a tilted magnetization: same frequency, the frame turns.
+    set_m(m, [](int, int, int) { return std::array<double, 3>{1.0, 2.0, -0.5}; });
+    const double r3 = std::sqrt(1.0 + 4.0 + 0.25);
+    set_field(m, {H0 / r3, 2.0 * H0 / r3, -0.5 * H0 / r3});
+    m.alpha = 0.0;
+    const Modes t = solve(m, 1);
+    ASSERT_EQ(t.nmodes, 1);
+    EXPECT_NEAR(t.W(1, 1), H0, 1e-9 * H0);
+    EXPECT_NEAR(t.W(1, 2), 0.0, 1e-9 * H0);
+}
+
+TEST(DenseSolve, NonCubicCellGivesKittelFrequency) {
+    const double H0 = 1500.0, Ms = 1000.0;
+    Model m = make_model(0, 0, 0, 3e-7, 5e-7, 8e-7, {{1.3e-6, Ms}}, [](int, int, int) { return 1; });
+    set_m(m, [](int, int, int) { return std::array<double, 3>{0.0, 0.0, 1.0}; });
+    set_field(m, {0.0, 0.0, H0});
+    set_numbering(m);
+    // Demagnetizing factors of the cell from the tensor's self block.
+    const double Nx = -m.AIJ(0, 0, 0, 1, 1) / (4 * kPi), Ny = -m.AIJ(0, 0, 0, 5, 1) / (4 * kPi),
+                 Nz = -m.AIJ(0, 0, 0, 9, 1) / (4 * kPi);
+    ASSERT_NEAR(Nx + Ny + Nz, 1.0, 1e-10);
+    ASSERT_GT(Nx, Ny);
+    const double f = std::sqrt((H0 + (Nx - Nz) * 4 * kPi * Ms) * (H0 + (Ny - Nz) * 4 * kPi * Ms));
+    const Modes r = solve(m, 1);
+    ASSERT_EQ(r.nmodes, 1);
+    EXPECT_NEAR(r.W(1, 1), f, 1e-10 * f);
+    EXPECT_NEAR(r.W(1, 2), 0.0, 1e-10 * f);
+}
+
+Model sphere(double H0, double beta) {
+    // Sphere of diameter 6 cells: cells whose centres lie within 3 cells of
+    // the centre.
+    Model m = make_model(5, 5, 5, 5e-7, 5e-7, 5e-7, {{1.3e-6, 800.0}}, [](int x, int y, int z) {
+        const double a = x - 2.5, b = y - 2.5, c = z - 2.5;
+        return a * a + b * b + c * c <= 9.0 ? 1 : 0;
+    });
+    set_m(m, [](int, int, int) { return std::array<double, 3>{0.0, 0.0, 1.0}; });
+    set_field(m, {0.0, 0.0, H0});
+    set_numbering(m);
+    m.alpha = -beta;
+    return m;
+}
+
+TEST(DenseSolve, SphereUniformModeAtTheAppliedField) {
+    const double H0 = 10000.0;
+    const Model m = sphere(H0, 0.01);
+    ASSERT_GT(m.N, 80);
+    ASSERT_LT(m.N, 150);
+    const Modes r = solve(m, m.N);
+    ASSERT_GT(r.nmodes, 10);
+    int best = 0;
+    double amp = -1.0;
+    for (int p = 1; p <= r.nmodes; ++p) {
+        cplx s1 = 0.0, s2 = 0.0;
+        for (int n = 1; n <= m.N; ++n) s1 += r.R(n, 1, p), s2 += r.R(n, 2, p);
+        const double a = std::sqrt(std::norm(s1) + std::norm(s2));
+        if (a > amp) amp = a, best = p;
+    }
+    EXPECT_NEAR(r.W(best, 1), H0, 0.01 * H0);
+    // Frequencies ascend; with beta > 0 every mode of the relaxed sphere decays.
+    for (int p = 1; p <= r.nmodes; ++p) {
+        EXPECT_GT(r.W(p, 2), 0.0) << "mode " << p;
+        if (p > 1) {
+            EXPECT_GE(r.W(p, 1), r.W(p - 1, 1));
+        }
+    }
+}
+
+TEST(DenseSolve, VectorsAreEigenvectorsAndBiorthogonal) {
+    // A non-trivial model: tilted magnetization, two numbers with two cells.
+    Model m = make_model(3, 2, 1, 5e-7, 5e-7, 5e-7, {{1.3e-6, 800.0}}, [](int x, int y, int) { return x + y < 5 ? 1 : 0; });
+    set_m(m, [](int x, int y, int z) { return std::array<double, 3>{0.2 + 0.1 * x, 0.1 * y - 0.1, 1.0 + 0.05 * z}; });
+    set_field(m, {500.0, 0.0, 3000.0});
+    set_numbering(m, 1, 1, 2);
+    m.alpha = -0.02;
+    const Modes r = solve(m, 2 * m.N);
+    const auto A = dense_matrix(m);
+    ASSERT_GT(r.nmodes, m.N / 2);
+    EXPECT_LE(r.nmodes, m.N);
+    for (int p = 1; p <= r.nmodes; ++p) {
+        const cplx lambda(-r.W(p, 2), r.W(p, 1));
+        EXPECT_GT(r.W(p, 1), 0.0);
+        EXPECT_LT(right_residual(A, vec(r.R, m.N, p), lambda), 1e-8) << "mode " << p;
+        EXPECT_LT(left_residual(A, vec(r.L, m.N, p), lambda), 1e-8) << "mode " << p;
+        EXPECT_EQ(r.ZOUT(p), std::floor(r.ZOUT(p)));
+        EXPECT_EQ(r.PHASES(p), 0.0);
+    }
+    for (int p = 1; p <= r.nmodes; ++p) {
+        const auto u = vec(r.L, m.N, p);
+        for (int q = 1; q <= r.nmodes; ++q) {
+            const auto v = vec(r.R, m.N, q);
+            cplx s = 0.0;
+            for (std::size_t k = 0; k < u.size(); ++k) s += std::conj(u[k]) * v[k];
+            if (p != q)
+                EXPECT_LT(std::abs(s), 1e-8 * norm(u) * norm(v)) << p << " " << q;
+            else
+                EXPECT_GT(std::abs(s), 1e-6 * norm(u) * norm(v)) << p;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace torix::test

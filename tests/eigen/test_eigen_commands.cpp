@@ -1,0 +1,149 @@
+// Eigen commands on a model state built in the test: the solve with its
+// damping sign, the files, reading them back bit for bit, the frequency
+// list, the text file, the iterative command.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <sstream>
+
+#include "core/error.hpp"
+#include "eigen_model.hpp"
+#include "interpreter/session.hpp"
+#include "test_util.hpp"
+
+namespace torix::test {
+namespace {
+
+class EigenCommands : public ::testing::Test {
+protected:
+    void SetUp() override {
+        old_ = std::filesystem::current_path();
+        std::filesystem::current_path(dir_.path());
+        // 3 x 3 x 2 box in a strong field along z: a relaxed sample.
+        Model m = make_model(2, 2, 1, 5e-7, 5e-7, 5e-7, {{1.3e-6, 800.0}}, [](int, int, int) { return 1; });
+        set_m(m, [](int, int, int) { return std::array<double, 3>{0.0, 0.0, 1.0}; });
+        set_field(m, {0.0, 0.0, 6000.0});
+        st_.nx = 2, st_.ny = 2, st_.nz = 1;
+        st_.dx = st_.dy = st_.dz = 5e-7;
+        st_.nmat = 1;
+        st_.MS = m.MS, st_.A = m.A, st_.MASQUE = m.MASQUE, st_.AIJ = m.AIJ, st_.M = m.M, st_.H = m.H;
+        st_.beta = 0.02;
+    }
+    void TearDown() override { std::filesystem::current_path(old_); }
+
+    // Runs one handler on the given parameter lines; returns the console.
+    std::string run(const std::string& keyword, Handler h, const std::string& params) {
+        std::ofstream("script.txt") << params;
+        ListReader in("script.txt");
+        Session s{st_, in};
+        st_.LINER = keyword;
+        std::ostringstream cap;
+        auto* old = std::cout.rdbuf(cap.rdbuf());
+        try {
+            h(s);
+        } catch (...) {
+            std::cout.rdbuf(old);
+            throw;
+        }
+        std::cout.rdbuf(old);
+        return cap.str();
+    }
+
+    TempDir dir_;
+    std::filesystem::path old_;
+    ModelState st_;
+};
+
+TEST_F(EigenCommands, SolveSaveLoadPrint) {
+    const std::string out = run("SOLVE_MATRIX", cmd_solve_matrix, "5\n");
+    EXPECT_NE(out.find(" SOLVE_MATRIX ok"), std::string::npos);
+    ASSERT_EQ(st_.ncells, 18);
+    ASSERT_TRUE(st_.numbered);
+    ASSERT_EQ(st_.nmodes, 5);
+    // beta > 0 on a relaxed sample: every mode decays.
+    for (int p = 1; p <= 5; ++p) {
+        EXPECT_GT(st_.W(p, 2), 0.0) << p;
+        EXPECT_LT(st_.W(p, 2), 0.05 * st_.W(p, 1)) << p;
+    }
+    ASSERT_TRUE(dir_.exists("eig.dat"));
+    ASSERT_TRUE(dir_.exists("eigl.dat"));
+    EXPECT_EQ(dir_.read("eig.dat").size(), 36u * (1 + 18 + 1 + 5 * 19));
+
+    // Reading back gives the same bits and the same numbering.
+    const auto W = st_.W;
+    const auto R = st_.MODES;
+    const auto L = st_.MODESL;
+    const auto NUM = st_.NUM;
+    const auto DEGR = st_.DEGR;
+    st_.W.release(), st_.MODES.release(), st_.MODESL.release(), st_.NUM.release(), st_.DEGR.release();
+    st_.nmodes = 0, st_.ncells = 0, st_.numbered = false;
+    std::remove("numbering.txt");
+    EXPECT_EQ(run("EIGEN_LOAD", cmd_eigen_load, ""), " EIGEN_LOAD ok\n");
+    EXPECT_EQ(st_.nmodes, 5);
+    EXPECT_EQ(st_.ncells, 18);
+    EXPECT_TRUE(st_.numbered);
+    EXPECT_TRUE(st_.W == W);
+    EXPECT_TRUE(st_.MODES == R);
+    EXPECT_TRUE(st_.MODESL == L);
+    EXPECT_TRUE(st_.NUM == NUM);
+    EXPECT_TRUE(st_.DEGR == DEGR);
+    EXPECT_TRUE(dir_.exists("numbering.txt"));
+
+    // Frequency list: mode number, f, g.
+    EXPECT_EQ(run("OMEGA_PRINT", cmd_omega_print, "omega.txt\n"), " OMEGA_PRINT ok\n");
+    std::istringstream om(dir_.read("omega.txt"));
+    for (int p = 1; p <= 5; ++p) {
+        int k = 0;
+        double f = 0, g = 0;
+        ASSERT_TRUE(om >> k >> f >> g);
+        EXPECT_EQ(k, p);
+        EXPECT_NEAR(f, W(p, 1), 1e-14 * W(p, 1));
+        EXPECT_NEAR(g, W(p, 2), 1e-14 * W(p, 1));
+    }
+    int extra = 0;
+    EXPECT_FALSE(om >> extra);
+
+    // Text file: the count is clamped to the modes held.
+    EXPECT_EQ(run("EIGEN_SAVE_TEXT", cmd_eigen_save_text, "99 modes.txt\n"), " EIGEN_SAVE ok\n");
+    const std::string txt = dir_.read("modes.txt");
+    EXPECT_EQ(std::count(txt.begin(), txt.end(), '\n'), 5 * (1 + 18));
+    run("EIGEN_SAVE_TEXT", cmd_eigen_save_text, "2 modes.txt\n");
+    const std::string two = dir_.read("modes.txt");
+    EXPECT_EQ(std::count(two.begin(), two.end(), '\n'), 2 * (1 + 18));
+
+    // A left file that does not match the right one.
+    std::filesystem::copy_file("eig.dat", "keep.dat");
+    std::ofstream("eigl.dat", std::ios::binary) << dir_.read("eig.dat").substr(0, 36 * 30);
+    try {
+        run("EIGEN_LOAD", cmd_eigen_load, "");
+        ADD_FAILURE() << "no error";
+    } catch (const FatalError& e) {
+        EXPECT_NE(std::string(e.what()).find("eigl.dat"), std::string::npos) << e.what();
+    }
+}
+
+TEST_F(EigenCommands, IterativeCommandAgreesWithDenseAndDoublesItsCounts) {
+    run("SOLVE_MATRIX", cmd_solve_matrix, "3\n");
+    const auto W = st_.W;
+    const std::string out = run("SOLVE_MATRIX_AR", cmd_solve_matrix_ar, "2\n3 12\n0.0\n");
+    EXPECT_NE(out.find(" The number of Ritz values requested is 6\n"), std::string::npos) << out;
+    EXPECT_NE(out.find(" The number of Arnoldi vectors generated (NCV) is 24\n"), std::string::npos);
+    EXPECT_NE(out.find(" SOLVE_MATRIX_AR ok"), std::string::npos);
+    ASSERT_EQ(st_.nmodes, 3);
+    EXPECT_EQ(st_.V.extent(0), 36);
+    EXPECT_EQ(st_.V.extent(1), 24);
+    EXPECT_EQ(st_.D.extent(0), 24);
+    for (int p = 1; p <= 3; ++p) {
+        EXPECT_NEAR(st_.W(p, 1), W(p, 1), 1e-6 * W(p, 1));
+        EXPECT_NEAR(st_.W(p, 2), W(p, 2), 1e-6 * W(p, 1));
+    }
+    // An unknown kind only acknowledges.
+    std::remove("eig.dat");
+    EXPECT_EQ(run("SOLVE_MATRIX_AR", cmd_solve_matrix_ar, "7\n3 12\n"), " SOLVE_MATRIX_AR ok\n");
+    EXPECT_FALSE(dir_.exists("eig.dat"));
+}
+
+}  // namespace
+}  // namespace torix::test

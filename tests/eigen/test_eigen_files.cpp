@@ -1,0 +1,181 @@
+// Eigen files: binary layout byte by byte, text form, reading back, the
+// numbering rebuilt from the cell records, corrupt files.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstring>
+
+#include "core/error.hpp"
+#include "eigen/eigen_files.hpp"
+#include "geometry/read_number.hpp"
+#include "test_util.hpp"
+
+namespace torix::test {
+namespace {
+
+std::int32_t key_at(const std::string& b, std::size_t rec) {
+    std::uint32_t u = 0;
+    for (int k = 0; k < 4; ++k) u |= static_cast<std::uint32_t>(static_cast<unsigned char>(b[36 * (rec - 1) + k])) << (8 * k);
+    return static_cast<std::int32_t>(u);
+}
+double real_at(const std::string& b, std::size_t rec, int slot) {  // slot 0..3
+    std::uint64_t u = 0;
+    for (int k = 0; k < 8; ++k)
+        u |= static_cast<std::uint64_t>(static_cast<unsigned char>(b[36 * (rec - 1) + 4 + 8 * slot + k])) << (8 * k);
+    return std::bit_cast<double>(u);
+}
+
+// 2 x 2 x 1 grid: (0,0,0) material 1, (1,0,0) empty, (0,1,0) material -1
+// (text only), (1,1,0) material 2; numbers 1 and 2 (the negative cell
+// shares number 1).
+struct Small {
+    IntGrid mask = make_int_grid(1, 1, 0, 0), num = make_int_grid(1, 1, 0, 0);
+    Array<double, 2> W{{Range{1, 2}, Range{1, 2}}, 0.0};
+    Array<cplx, 3> modes{{Range{1, 2}, Range{1, 2}, Range{1, 2}}, cplx{}};
+    Small() {
+        mask(0, 0, 0) = 1, mask(0, 1, 0) = -1, mask(1, 1, 0) = 2;
+        num(0, 0, 0) = 1, num(0, 1, 0) = 1, num(1, 1, 0) = 2;
+        W(1, 1) = 100.5, W(1, 2) = 0.25, W(2, 1) = 200.0, W(2, 2) = -1.0;
+        for (int p = 1; p <= 2; ++p)
+            for (int n = 1; n <= 2; ++n)
+                for (int c = 1; c <= 2; ++c) modes(n, c, p) = cplx(p + 0.1 * n + 0.01 * c, -(p * 10.0 + n + 0.5 * c));
+    }
+};
+
+TEST(EigenFiles, BinaryLayoutFieldByField) {
+    TempDir dir;
+    Small s;
+    const std::string f = (dir / "eig.dat").string();
+    savemodes(2, 2, s.num, s.mask, 1, 1, 0, f, s.W, s.modes);
+    const std::string b = dir.read("eig.dat");
+    // header, 2 cell records (mask > 0 only), separator, 2 x (1 + 2).
+    ASSERT_EQ(b.size(), 36u * (1 + 2 + 1 + 6));
+    EXPECT_EQ(key_at(b, 1), 2);
+    EXPECT_EQ(real_at(b, 1, 0), 2.0);
+    for (int k = 1; k < 4; ++k) EXPECT_EQ(real_at(b, 1, k), 0.0);
+    // Cell records in grid order x outermost: (0,0,0) then (1,1,0).
+    EXPECT_EQ(key_at(b, 2), 0);
+    EXPECT_EQ(real_at(b, 2, 0), 0.0);
+    EXPECT_EQ(real_at(b, 2, 1), 0.0);
+    EXPECT_EQ(real_at(b, 2, 2), 1.0);
+    EXPECT_EQ(real_at(b, 2, 3), 0.0);
+    EXPECT_EQ(key_at(b, 3), 1);
+    EXPECT_EQ(real_at(b, 3, 0), 1.0);
+    EXPECT_EQ(real_at(b, 3, 1), 0.0);
+    EXPECT_EQ(real_at(b, 3, 2), 2.0);
+    EXPECT_EQ(key_at(b, 4), -1);
+    EXPECT_EQ(real_at(b, 4, 0), -1.0);
+    EXPECT_EQ(real_at(b, 4, 1), 0.0);
+    EXPECT_EQ(real_at(b, 4, 2), -1.0);
+    EXPECT_EQ(real_at(b, 4, 3), 0.0);
+    std::size_t rec = 5;
+    for (int p = 1; p <= 2; ++p) {
+        EXPECT_EQ(key_at(b, rec), p);
+        EXPECT_EQ(real_at(b, rec, 0), s.W(p, 1));
+        EXPECT_EQ(real_at(b, rec, 1), s.W(p, 2));
+        EXPECT_EQ(real_at(b, rec, 2), s.W(p, 1));
+        EXPECT_EQ(real_at(b, rec, 3), s.W(p, 2));
+        ++rec;
+        for (int n = 1; n <= 2; ++n, ++rec) {
+            EXPECT_EQ(key_at(b, rec), n);
+            EXPECT_EQ(real_at(b, rec, 0), s.modes(n, 1, p).real());
+            EXPECT_EQ(real_at(b, rec, 1), s.modes(n, 1, p).imag());
+            EXPECT_EQ(real_at(b, rec, 2), s.modes(n, 2, p).real());
+            EXPECT_EQ(real_at(b, rec, 3), s.modes(n, 2, p).imag());
+        }
+    }
+    // Zero modes: header, cells and separator only.
+    savemodes(0, 2, s.num, s.mask, 1, 1, 0, f, s.W, s.modes);
+    EXPECT_EQ(dir.read("eig.dat").size(), 36u * 4);
+    // No magnetic cell: header, separator, mode headers.
+    const IntGrid empty = make_int_grid(1, 1, 0, 0);
+    savemodes(2, 0, s.num, empty, 1, 1, 0, f, s.W, s.modes);
+    const std::string e = dir.read("eig.dat");
+    ASSERT_EQ(e.size(), 36u * 4);
+    EXPECT_EQ(key_at(e, 2), -1);
+    EXPECT_EQ(key_at(e, 3), 1);
+    EXPECT_EQ(key_at(e, 4), 2);
+}
+
+TEST(EigenFiles, TextFormIncludesEveryNonzeroMaskCell) {
+    TempDir dir;
+    Small s;
+    const std::string f = (dir / "modes.txt").string();
+    savemodest(1, s.num, s.mask, 1, 1, 0, f, s.W, s.modes);
+    const std::string want = " (100.5,0.25)\n"
+                             "     0     0     0   1.110000E+00  -1.150000E+01   1.120000E+00  -1.200000E+01\n"
+                             "     0     1     0   1.110000E+00  -1.150000E+01   1.120000E+00  -1.200000E+01\n"
+                             "     1     1     0   1.210000E+00  -1.250000E+01   1.220000E+00  -1.300000E+01\n";
+    EXPECT_EQ(dir.read("modes.txt"), want);
+    savemodest(0, s.num, s.mask, 1, 1, 0, f, s.W, s.modes);
+    EXPECT_EQ(dir.read("modes.txt"), "");
+}
+
+TEST(EigenFiles, ReadBackAndNumbering) {
+    TempDir dir;
+    Small s;
+    const std::string f = (dir / "eig.dat").string();
+    savemodes(2, 2, s.num, s.mask, 1, 1, 0, f, s.W, s.modes);
+    int N = 0, nm = 0;
+    Array<double, 2> W;
+    Array<cplx, 3> modes;
+    loadmodes(f, N, nm, W, modes);
+    EXPECT_EQ(N, 2);
+    EXPECT_EQ(nm, 2);
+    EXPECT_TRUE(W == s.W);
+    EXPECT_TRUE(modes == s.modes);
+    IntGrid num;
+    int N2 = 0;
+    EXPECT_EQ(read_number(f, num, 1, 1, 0, N2), 4);
+    EXPECT_EQ(N2, 2);
+    EXPECT_EQ(num(0, 0, 0), 1);
+    EXPECT_EQ(num(1, 1, 0), 2);
+    EXPECT_EQ(num(0, 1, 0), 0);  // negative mask: not in the binary file
+    EXPECT_EQ(num(1, 0, 0), 0);
+}
+
+std::string fatal_of(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const FatalError& e) {
+        return e.what();
+    }
+    return "";
+}
+
+TEST(EigenFiles, CorruptFilesNameFileAndRecord) {
+    TempDir dir;
+    Small s;
+    const std::string f = (dir / "eig.dat").string();
+    savemodes(2, 2, s.num, s.mask, 1, 1, 0, f, s.W, s.modes);
+    const std::string good = dir.read("eig.dat");
+    int N = 0, nm = 0;
+    Array<double, 2> W;
+    Array<cplx, 3> modes;
+    IntGrid num;
+    // Truncated inside the last mode.
+    dir.write("eig.dat", good.substr(0, good.size() - 40));
+    std::string msg = fatal_of([&] { loadmodes(f, N, nm, W, modes); });
+    EXPECT_NE(msg.find("eig.dat"), std::string::npos) << msg;
+    EXPECT_NE(msg.find("10 records"), std::string::npos) << msg;
+    // A wrong key inside a mode.
+    std::string bad = good;
+    bad[36 * 6] = 7;  // record 7: cell 2 of mode 1
+    dir.write("eig.dat", bad);
+    msg = fatal_of([&] { loadmodes(f, N, nm, W, modes); });
+    EXPECT_NE(msg.find("record 7"), std::string::npos) << msg;
+    // A cell outside the grid.
+    msg = fatal_of([&] { read_number(f, num, 0, 0, 0, N); });
+    EXPECT_NE(msg.find("record 3"), std::string::npos) << msg;
+    EXPECT_NE(msg.find("outside the grid"), std::string::npos) << msg;
+    // No separator.
+    dir.write("eig.dat", good.substr(0, 36 * 3));
+    msg = fatal_of([&] { read_number(f, num, 1, 1, 0, N); });
+    EXPECT_NE(msg.find("separator"), std::string::npos) << msg;
+    // Missing file.
+    msg = fatal_of([&] { loadmodes((dir / "none.dat").string(), N, nm, W, modes); });
+    EXPECT_NE(msg.find("none.dat"), std::string::npos) << msg;
+}
+
+}  // namespace
+}  // namespace torix::test
