@@ -1,11 +1,40 @@
 // Tensor commands: build, anisotropy, files.
+#include <string>
+
 #include "interpreter/session.hpp"
-#include "tensor/newell.hpp"
+#include "tensor/anisotropy.hpp"
+#include "tensor/tensor_build.hpp"
+#include "tensor/tensor_files.hpp"
 
 namespace torix {
 
+namespace {
+
+// The tensor exists and is laid out for the current grid and materials.
+bool tensor_fits(const ModelState& st) {
+    const TensorArray& T = st.AIJ;
+    return T.allocated() && T.lo(0) == -st.nx && T.hi(0) == st.nx + 1 && T.lo(1) == -st.ny &&
+           T.hi(1) == st.ny + 1 && T.lo(2) == -st.nz && T.hi(2) == st.nz + 1 && T.lo(4) == 1 && T.hi(4) == st.nmat;
+}
+
+void need_tensor(Session& s) {
+    if (!tensor_fits(s.st))
+        s.in.fail("no interaction tensor for the current grid and materials (run TENSOR_CREATE or TENSOR_LOAD first)");
+}
+
+void need_material(Session& s, int m) {
+    if (m < 1 || m > s.st.nmat)
+        s.in.fail("material " + std::to_string(m) + " is outside 1.." + std::to_string(s.st.nmat));
+}
+
+}  // namespace
+
+// The macroscopic tensor variant is not part of this program: the command
+// only acknowledges.
 void cmd_tensor_macro(Session& s) { s.ack(); }
 
+// kind <= 0 and kind > 0 both build the Newell tensor with exchange for
+// every material; the int, int, real line of kind > 0 is read and not used.
 void cmd_tensor_create(Session& s) {
     s.line();
     const int kind = s.in.i32("the tensor kind");
@@ -17,33 +46,60 @@ void cmd_tensor_create(Session& s) {
     }
     ModelState& st = s.st;
     st.AIJ = make_tensor(st.nx, st.ny, st.nz, st.nmat);
-    if (kind <= 0)
-        for (int m = 1; m <= st.nmat; ++m)
-            tensornewall(st.A, st.MS, st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, m, st.nmat);
+    tensorbuild(st.A, st.MS, st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, st.nmat);
     refresh_fourier(st);
     s.ack();
 }
 
+// Line: material, ux, uy, uz, K (erg/cm^3).
 void cmd_add_anisotropy(Session& s) {
     s.line();
-    (void)s.in.i32("the material");
-    for (const char* w : {"ux", "uy", "uz", "K"}) (void)s.in.f64(w);
+    const int m = s.in.i32("the material");
+    const double ux = s.in.f64("ux"), uy = s.in.f64("uy"), uz = s.in.f64("uz");
+    double K = s.in.f64("K");
+    ModelState& st = s.st;
+    need_tensor(s);
+    need_material(s, m);
+    addanisotropy(st.AIJ, st.MS, st.nx, st.ny, st.nz, ux, uy, uz, K, m, st.nmat);
+    refresh_fourier(st);
     s.ack();
 }
 
+// Line: format (1 text, 2 binary), material, file name.
 void cmd_tensor_save(Session& s) {
     s.line();
-    (void)s.in.i32("the format");
-    (void)s.in.i32("the material");
-    s.st.FNAME = s.in.name("the file name");
+    const int format = s.in.i32("the format");
+    const int m = s.in.i32("the material");
+    ModelState& st = s.st;
+    st.FNAME = s.in.name("the file name");
+    if (format == 1 || format == 2) {
+        need_tensor(s);
+        need_material(s, m);
+        if (format == 1)
+            savetensort(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
+        else
+            savetensor(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
+    }
     s.ack();
 }
 
+// Line: format (1 text, 2 binary), material, file name.  Allocates a
+// zero tensor first unless one exists for the current grid and materials.
 void cmd_tensor_load(Session& s) {
     s.line();
-    (void)s.in.i32("the format");
-    (void)s.in.i32("the material");
-    s.st.FNAME = s.in.name("the file name");
+    const int format = s.in.i32("the format");
+    const int m = s.in.i32("the material");
+    ModelState& st = s.st;
+    st.FNAME = s.in.name("the file name");
+    if (format == 1 || format == 2) {
+        need_material(s, m);
+        if (!tensor_fits(st)) st.AIJ = make_tensor(st.nx, st.ny, st.nz, st.nmat);
+        if (format == 1)
+            loadtensort(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
+        else
+            loadtensor(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
+        refresh_fourier(st);
+    }
     s.ack();
 }
 

@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <vector>
 
-#include <cmath>
-
 namespace torix {
 
 namespace {

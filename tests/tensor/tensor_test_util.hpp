@@ -1,0 +1,42 @@
+#pragma once
+// Small helpers shared by the tensor tests.
+#include <algorithm>
+#include <cmath>
+
+#include "core/array.hpp"
+#include "tensor/newell.hpp"
+#include "tensor/tensor_build.hpp"
+
+namespace torix::testing {
+
+inline Array<double, 1> table(std::initializer_list<double> v) {
+    Array<double, 1> a({Range{1, static_cast<int>(v.size())}}, 0.0);
+    int i = 1;
+    for (double x : v) a(i++) = x;
+    return a;
+}
+
+// The reference: tensornewall once per material on a zero tensor.
+inline TensorArray reference(const Array<double, 1>& A, const Array<double, 1>& MS, int nx, int ny, int nz,
+                             double dx, double dy, double dz) {
+    const int nmat = A.extent(0);
+    TensorArray T = make_tensor(nx, ny, nz, nmat);
+    for (int m = 1; m <= nmat; ++m) tensornewall(A, MS, T, nx, ny, nz, dx, dy, dz, m, nmat);
+    return T;
+}
+
+inline TensorArray fast(const Array<double, 1>& A, const Array<double, 1>& MS, int nx, int ny, int nz, double dx,
+                        double dy, double dz) {
+    const int nmat = A.extent(0);
+    TensorArray T = make_tensor(nx, ny, nz, nmat);
+    tensorbuild(A, MS, T, nx, ny, nz, dx, dy, dz, nmat);
+    return T;
+}
+
+inline double max_abs(const TensorArray& T) {
+    double m = 0.0;
+    for (double v : T) m = std::max(m, std::fabs(v));
+    return m;
+}
+
+}  // namespace torix::testing
