@@ -1,0 +1,199 @@
+// Anisotropy term and tensor files.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+
+#include "core/error.hpp"
+#include "tensor/anisotropy.hpp"
+#include "tensor/tensor_files.hpp"
+#include "tensor_test_util.hpp"
+#include "test_util.hpp"
+
+using namespace torix;
+using namespace torix::testing;
+
+namespace {
+
+TensorArray random_tensor(int nx, int ny, int nz, int nmat, unsigned seed) {
+    TensorArray T = make_tensor(nx, ny, nz, nmat);
+    std::mt19937_64 rng(seed);
+    std::uniform_real_distribution<double> u(-10.0, 10.0);
+    for (double& v : T) v = u(rng) * std::pow(10.0, static_cast<int>(u(rng)));
+    return T;
+}
+
+std::int32_t le_i32(const std::string& b, std::size_t at) {
+    std::uint32_t u = 0;
+    for (int k = 0; k < 4; ++k) u |= static_cast<std::uint32_t>(static_cast<unsigned char>(b[at + k])) << (8 * k);
+    return static_cast<std::int32_t>(u);
+}
+double le_f64(const std::string& b, std::size_t at) {
+    std::uint64_t u = 0;
+    for (int k = 0; k < 8; ++k) u |= static_cast<std::uint64_t>(static_cast<unsigned char>(b[at + k])) << (8 * k);
+    double v;
+    std::memcpy(&v, &u, 8);
+    return v;
+}
+
+bool same_bits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+}  // namespace
+
+TEST(Anisotropy, EasyAxisAlongZChangesOnlyTheSelfZzEntry) {
+    const auto MS = table({800.0, 500.0});
+    TensorArray T = random_tensor(2, 1, 1, 2, 1);
+    const TensorArray before = T;
+    double K = 2e5;
+    addanisotropy(T, MS, 2, 1, 1, 0.0, 0.0, 1.0, K, 1, 2);
+    EXPECT_EQ(K, 2e5 / (800.0 * 800.0));  // written back: K' = K / MS^2
+    EXPECT_DOUBLE_EQ(K, 0.3125);
+    for (std::size_t n = 0; n < T.size(); ++n) {
+        if (T.data() + n == &T(0, 0, 0, 9, 1)) {
+            EXPECT_DOUBLE_EQ(T.data()[n] - before.data()[n], 0.3125);
+        } else {
+            EXPECT_EQ(T.data()[n], before.data()[n]) << n;
+        }
+    }
+}
+
+TEST(Anisotropy, UnnormalisedAxisAndRepeatedCallsAccumulate) {
+    const auto MS = table({1000.0});
+    TensorArray T = make_tensor(1, 1, 0, 1);
+    double K = 1e6;
+    addanisotropy(T, MS, 1, 1, 0, 1.0, 1.0, 0.0, K, 1, 1);
+    // u = (1, 1, 0) as given: K' on xx, yy, xy and yx, nothing on z.
+    const double expect[10] = {0, 1, 1, 0, 1, 1, 0, 0, 0, 0};
+    for (int c = 1; c <= 9; ++c) EXPECT_DOUBLE_EQ(T(0, 0, 0, c, 1), expect[c]) << c;
+    // The same variable again: it now holds K' = 1, so K'/MS^2 = 1e-6 is added.
+    addanisotropy(T, MS, 1, 1, 0, 1.0, 1.0, 0.0, K, 1, 1);
+    EXPECT_DOUBLE_EQ(K, 1e-6);
+    EXPECT_DOUBLE_EQ(T(0, 0, 0, 1, 1), 1.0 + 1e-6);
+    // Applied to M = MS m with m = u / |u|, the self term gives the field
+    // K'_total (u . M) u, here with x component (1 + 1e-6) 1000 sqrt(2).
+    const double m[3] = {1.0 / std::sqrt(2.0), 1.0 / std::sqrt(2.0), 0.0};
+    double H = 0.0;
+    for (int b = 1; b <= 3; ++b) H += T(0, 0, 0, 1 + 3 * (b - 1), 1) * 1000.0 * m[b - 1];
+    EXPECT_NEAR(H, (1e6 + 1) / 1000.0 * 2.0 * m[0], 1e-9);
+}
+
+TEST(TensorFiles, EmptyGridHeaderLayout) {
+    TempDir dir;
+    TensorArray T = random_tensor(0, 0, 0, 2, 2);
+    const std::string f = (dir / "t.bin").string();
+    savetensor(T, 0, 0, 0, 2, 2, f);
+    const std::string b = dir.read("t.bin");
+    ASSERT_EQ(b.size(), 756u);  // 9 records of 84 bytes
+    EXPECT_EQ(le_i32(b, 0), 8);
+    EXPECT_EQ(le_i32(b, 4), 0);
+    EXPECT_EQ(le_i32(b, 8), 0);
+    for (int c = 1; c <= 9; ++c) EXPECT_TRUE(same_bits(le_f64(b, 12 + 8 * (c - 1)), T(0, 0, 0, c, 2)));
+    // Records 2..9: i outermost, then j, k innermost, each from 0 to 1.
+    int rec = 1;
+    for (int i = 0; i <= 1; ++i)
+        for (int j = 0; j <= 1; ++j)
+            for (int k = 0; k <= 1; ++k) {
+                const std::size_t at = 84 * rec++;
+                EXPECT_EQ(le_i32(b, at), i);
+                EXPECT_EQ(le_i32(b, at + 4), j);
+                EXPECT_EQ(le_i32(b, at + 8), k);
+                for (int c = 1; c <= 9; ++c)
+                    EXPECT_TRUE(same_bits(le_f64(b, at + 12 + 8 * (c - 1)), T(i, j, k, c, 2)));
+            }
+}
+
+TEST(TensorFiles, RoundTripIsBitForBitInBothForms) {
+    TempDir dir;
+    TensorArray T = random_tensor(3, 2, 1, 2, 3);
+    T(1, 1, 1, 1, 2) = std::numeric_limits<double>::denorm_min();
+    T(0, 1, 0, 5, 2) = -0.0;
+    T(2, 0, 1, 9, 2) = 1.0 / 3.0;
+    for (int form = 1; form <= 2; ++form) {
+        const std::string f = (dir / (form == 1 ? "t.txt" : "t.bin")).string();
+        TensorArray back = make_tensor(3, 2, 1, 2);
+        if (form == 1) {
+            savetensort(T, 3, 2, 1, 2, 2, f);
+            loadtensort(back, 3, 2, 1, 2, 2, f);
+        } else {
+            savetensor(T, 3, 2, 1, 2, 2, f);
+            loadtensor(back, 3, 2, 1, 2, 2, f);
+        }
+        for (int i = -3; i <= 4; ++i)
+            for (int j = -2; j <= 3; ++j)
+                for (int k = -1; k <= 2; ++k)
+                    for (int c = 1; c <= 9; ++c) {
+                        ASSERT_TRUE(same_bits(back(i, j, k, c, 2), T(i, j, k, c, 2))) << form;
+                        ASSERT_EQ(back(i, j, k, c, 1), 0.0);  // other slice untouched
+                    }
+    }
+}
+
+TEST(TensorFiles, LargerGridLoadsIntoSmallerAndSmallerLeavesTheRest) {
+    TempDir dir;
+    const auto A = table({1.3e-6}), MS = table({800.0});
+    for (int form = 1; form <= 2; ++form) {
+        const std::string f = (dir / "big").string();
+        const TensorArray big = fast(A, MS, 4, 3, 2, 5e-7, 5e-7, 4e-7);
+        form == 1 ? savetensort(big, 4, 3, 2, 1, 1, f) : savetensor(big, 4, 3, 2, 1, 1, f);
+        // Into a smaller grid: every offset of the smaller range is filled
+        // with the file's value, which is the tensor of the smaller grid too.
+        TensorArray small = make_tensor(1, 2, 0, 1);
+        form == 1 ? loadtensort(small, 1, 2, 0, 1, 1, f) : loadtensor(small, 1, 2, 0, 1, 1, f);
+        const TensorArray direct = fast(A, MS, 1, 2, 0, 5e-7, 5e-7, 4e-7);
+        for (std::size_t n = 0; n < small.size(); ++n) EXPECT_EQ(small.data()[n], direct.data()[n]) << form;
+        // A small file into the large grid: the offsets the file lacks keep
+        // their values.
+        const std::string g = (dir / "small").string();
+        form == 1 ? savetensort(small, 1, 2, 0, 1, 1, g) : savetensor(small, 1, 2, 0, 1, 1, g);
+        TensorArray target = make_tensor(4, 3, 2, 1);
+        target.fill(7.0);
+        form == 1 ? loadtensort(target, 4, 3, 2, 1, 1, g) : loadtensor(target, 4, 3, 2, 1, 1, g);
+        for (int i = -4; i <= 5; ++i)
+            for (int j = -3; j <= 4; ++j)
+                for (int k = -2; k <= 3; ++k) {
+                    const bool in_file = i >= -1 && i <= 2 && j >= -2 && j <= 3 && k >= 0 && k <= 1;
+                    EXPECT_EQ(target(i, j, k, 5, 1), in_file ? small(i, j, k, 5, 1) : 7.0) << form;
+                }
+    }
+}
+
+TEST(TensorFiles, ShortFileOrNegativeCountIsAnErrorNamingTheFile) {
+    TempDir dir;
+    TensorArray T = random_tensor(1, 1, 1, 1, 4);
+    const std::string f = (dir / "cut.bin").string();
+    savetensor(T, 1, 1, 1, 1, 1, f);
+    std::string b = dir.read("cut.bin");
+    ASSERT_EQ(b.size(), 84u * 65u);
+    dir.write("cut.bin", b.substr(0, 84 * 64 + 40));  // last record incomplete
+    TensorArray back = make_tensor(1, 1, 1, 1);
+    back.fill(5.0);
+    try {
+        loadtensor(back, 1, 1, 1, 1, 1, f);
+        FAIL() << "a truncated file loaded";
+    } catch (const FatalError& e) {
+        EXPECT_NE(std::string(e.what()).find("cut.bin"), std::string::npos) << e.what();
+    }
+    for (double v : back) ASSERT_EQ(v, 5.0);  // nothing stored
+
+    b[0] = '\xff', b[1] = '\xff', b[2] = '\xff', b[3] = '\xff';  // count -1
+    dir.write("neg.bin", b);
+    EXPECT_THROW(loadtensor(back, 1, 1, 1, 1, 1, (dir / "neg.bin").string()), FatalError);
+    EXPECT_THROW(loadtensor(back, 1, 1, 1, 1, 1, (dir / "missing.bin").string()), FatalError);
+
+    const std::string t = (dir / "cut.txt").string();
+    savetensort(T, 1, 1, 1, 1, 1, t);
+    std::string text = dir.read("cut.txt");
+    text.resize(text.size() / 2);
+    dir.write("cut.txt", text);
+    try {
+        loadtensort(back, 1, 1, 1, 1, 1, t);
+        FAIL() << "a truncated text file loaded";
+    } catch (const FatalError& e) {
+        EXPECT_NE(std::string(e.what()).find("cut.txt"), std::string::npos) << e.what();
+    }
+    dir.write("neg.txt", " -3 1 1 1 2 3 4 5 6 7 8 9\n");
+    EXPECT_THROW(loadtensort(back, 1, 1, 1, 1, 1, (dir / "neg.txt").string()), FatalError);
+}
