@@ -29,16 +29,18 @@ constexpr int kCol[6] = {0, 1, 2, 1, 2, 2};
 // A material whose slice differs from material 1's at more offsets than this
 // gets a convolution of its own instead of a stencil.
 constexpr std::size_t kMaxStencil = 64;
+// Loops and transforms smaller than this many points run on one thread.
+constexpr std::size_t kParallelPoints = 16384;
 
 inline int comp(int a, int b) { return 1 + a + 3 * b; }  // 1-based storage component of row a, column b
 
-void prepare_fftw_threads() {
+void prepare_fftw_threads(std::size_t points) {
     static const bool once = [] {
         fftw_init_threads();
         return true;
     }();
     (void)once;
-    fftw_plan_with_nthreads(omp_get_max_threads());
+    fftw_plan_with_nthreads(points > kParallelPoints ? omp_get_max_threads() : 1);
 }
 
 }  // namespace
@@ -62,7 +64,7 @@ struct FourierPlans {
         rbuf = fftw_alloc_real(rrow * nin);
         cbuf = fftw_alloc_complex(F * nin);
         if (!rbuf || !cbuf) throw std::bad_alloc();
-        prepare_fftw_threads();
+        prepare_fftw_threads(F * nin);
         // Small grids are planned thoroughly; large ones by estimate, where
         // measuring would cost seconds on a small machine.
         const unsigned flags = (F * nin <= (1u << 20)) ? FFTW_MEASURE : FFTW_ESTIMATE;
@@ -200,7 +202,7 @@ void build_fourier(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int
     double* kr = fftw_alloc_real(npad);
     fftw_complex* kc = fftw_alloc_complex(nf);
     if (!kr || !kc) throw std::bad_alloc();
-    prepare_fftw_threads();
+    prepare_fftw_threads(npad);
     fftw_plan plan = two_d ? fftw_plan_dft_r2c_2d(F.L2, F.L1, kr, kc, FFTW_ESTIMATE)
                            : fftw_plan_dft_r2c_3d(F.L3, F.L2, F.L1, kr, kc, FFTW_ESTIMATE);
     std::vector<cplx> all(static_cast<std::size_t>(nsets) * 6 * nf);
@@ -258,7 +260,7 @@ void product(const FourierTensor& F, fftw_complex* cb) {
     const double* kre = F.spec_re.data();
     const cplx* kcx = F.spec_c.data();
     const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(nf);
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (nf > kParallelPoints)
     for (std::ptrdiff_t f = 0; f < n; ++f) {
         cplx h0 = 0.0, h1 = 0.0, h2 = 0.0;
         for (int s = 0; s < nsets; ++s) {
@@ -332,7 +334,7 @@ void mfft(const VecGrid& M, const IntGrid& mask, const FourierTensor& F) {
     // zero on empty cells, on other sets' cells and on the padding.
     const int rows = (ny + 1) * (nz + 1);
     const int ntask = 3 * nsets * rows;
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (P.rrow * nsets > kParallelPoints)
     for (int t = 0; t < ntask; ++t) {
         const int c = t / rows, jk = t % rows;
         const int j = jk % (ny + 1), k = jk / (ny + 1);
@@ -375,7 +377,7 @@ void hfft(const IntGrid& mask, const FourierTensor& F, VecGrid& H) {
     const double scale = 1.0 / (static_cast<double>(F.L1) * F.L2 * F.L3);
     const int nx = F.nx, ny = F.ny, nz = F.nz, L1 = F.L1;
     const int rows = (ny + 1) * (nz + 1);
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (P.rrow > kParallelPoints)
     for (int jk = 0; jk < rows; ++jk) {
         const int j = jk % (ny + 1), k = jk / (ny + 1);
         for (int a = 1; a <= 3; ++a) {
@@ -399,8 +401,9 @@ void calcfieldsfft(const VecGrid& M, const Array<double, 1>& MS, const std::arra
     for (int m = 1; m <= F.nmat; ++m)
         if (!F.stencil[m].empty()) with_stencil.push_back(m);
     const int rows = (ny + 1) * (nz + 1);
+    const bool par = static_cast<std::size_t>(rows) * (nx + 1) > kParallelPoints;
     if (!with_stencil.empty()) {
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (par)
         for (int jk = 0; jk < rows; ++jk) {
             const int j = jk % (ny + 1), k = jk / (ny + 1);
             for (int i = 0; i <= nx; ++i) {
@@ -422,7 +425,7 @@ void calcfieldsfft(const VecGrid& M, const Array<double, 1>& MS, const std::arra
     // Vector-product term M x (s H - MP) / MS, with the field after the
     // tensor part.
     if (s != 0.0 || MP[0] != 0.0 || MP[1] != 0.0 || MP[2] != 0.0) {
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (par)
         for (int jk = 0; jk < rows; ++jk) {
             const int j = jk % (ny + 1), k = jk / (ny + 1);
             for (int i = 0; i <= nx; ++i) {

@@ -1,0 +1,392 @@
+// Relaxation, Runge-Kutta steps, time integration and the automatic time
+// step: invariants (|M| = MS, energy falls with damping, is conserved
+// without), physical end states, and the commands end to end.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "core/listio.hpp"
+#include "dynamics/applied_field.hpp"
+#include "dynamics/direct_field.hpp"
+#include "dynamics/fft_field.hpp"
+#include "dynamics/init_state.hpp"
+#include "dynamics/relax.hpp"
+#include "dynamics/timestep.hpp"
+#include "dynamics/trajectory.hpp"
+#include "geometry/shapes.hpp"
+#include "tensor/tensor_build.hpp"
+#include "test_util.hpp"
+
+namespace torix {
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+// Permalloy-like material on 5 nm cubic cells.
+struct Model {
+    int nx, ny, nz;
+    Array<double, 1> MS{{Range{1, 1}}, 800.0}, A{{Range{1, 1}}, 1.3e-6};
+    IntGrid mask;
+    TensorArray AIJ;
+    FourierTensor F;
+    VecGrid M, H, HINIT, work;
+    CVecGrid HRF;
+    std::array<double, 3> MP{0.0, 0.0, 0.0};
+    double beta = 0.0;
+
+    Model(int nx_, int ny_, int nz_) : nx(nx_), ny(ny_), nz(nz_) {
+        mask = make_int_grid(nx, ny, nz);
+        M = make_vec_grid(nx, ny, nz);
+        H = make_vec_grid(nx, ny, nz);
+        HINIT = make_vec_grid(nx, ny, nz);
+        HRF = make_cvec_grid(nx, ny, nz);
+    }
+    // Tensor and Fourier form once the mask is painted.
+    void build() {
+        AIJ = make_tensor(nx, ny, nz, 1);
+        tensorbuild(A, MS, AIJ, nx, ny, nz, 5e-7, 5e-7, 5e-7, 1);
+        if (nz == 0)
+            aijfft2d(AIJ, F, nx, ny, 1);
+        else
+            aijfft(AIJ, F, nx, ny, nz, 1);
+    }
+    int method() const { return count_magnetic_cells() > 300 ? kMethodFft : kMethodDirect; }
+    int count_magnetic_cells() const {
+        int n = 0;
+        for (auto v : mask) n += v != 0;
+        return n;
+    }
+    void applied(double hx, double hy, double hz) {
+        for (int k = 0; k <= nz; ++k)
+            for (int j = 0; j <= ny; ++j)
+                for (int i = 0; i <= nx; ++i) {
+                    HINIT(i, j, k, 1) = hx;
+                    HINIT(i, j, k, 2) = hy;
+                    HINIT(i, j, k, 3) = hz;
+                }
+    }
+    double run_relax(double alpha, double threshold) {
+        H = HINIT;
+        return relax(M, H, MS, MP, beta, AIJ, mask, nx, ny, nz, 1, alpha, threshold, method(), F, work);
+    }
+    // Largest relative deviation of |M| from MS over magnetic cells.
+    double worst_length_error() const {
+        double worst = 0.0;
+        for (int k = 0; k <= nz; ++k)
+            for (int j = 0; j <= ny; ++j)
+                for (int i = 0; i <= nx; ++i)
+                    if (mask(i, j, k) != 0) {
+                        const double l = std::sqrt(M(i, j, k, 1) * M(i, j, k, 1) + M(i, j, k, 2) * M(i, j, k, 2) +
+                                                   M(i, j, k, 3) * M(i, j, k, 3));
+                        worst = std::max(worst, std::abs(l / 800.0 - 1.0));
+                    }
+        return worst;
+    }
+    double hmax() {
+        VecGrid h = HINIT;
+        field_by_method(method(), M, MS, MP, beta, mask, AIJ, F, h, nx, ny, nz, 1);
+        double big = 0.0;
+        for (int k = 0; k <= nz; ++k)
+            for (int j = 0; j <= ny; ++j)
+                for (int i = 0; i <= nx; ++i)
+                    if (mask(i, j, k) != 0)
+                        big = std::max(big, std::hypot(h(i, j, k, 1), h(i, j, k, 2), h(i, j, k, 3)));
+        return big;
+    }
+};
+
+void box(Model& m) {
+    int count = 0;
+    calcslab2(m.mask, m.nx, m.ny, m.nz, 0, m.nx, 0, m.ny, 0, m.nz, 1, count);
+}
+
+// Silences the progress lines of a call.
+template <class Fn>
+void quietly(Fn fn) {
+    testing::internal::CaptureStdout();
+    fn();
+    (void)testing::internal::GetCapturedStdout();
+}
+
+TEST(Relax, HighThresholdReturnsAfterOneEvaluationWithMUnchanged) {
+    Model m(3, 2, 1);
+    box(m);
+    m.build();
+    initrandom(m.M, m.MS, m.mask, 3, 2, 1);
+    m.applied(10.0, -20.0, 30.0);
+    const VecGrid before = m.M;
+    testing::internal::CaptureStdout();
+    m.run_relax(0.5, 1.0e10);
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(m.M == before);
+    EXPECT_EQ(out, "");  // no pass line
+    VecGrid want = m.HINIT;
+    calcfields(m.M, m.MS, m.MP, 0.0, m.mask, m.AIJ, want, 3, 2, 1, 1);
+    EXPECT_TRUE(m.H == want);  // H: applied field plus one field evaluation
+}
+
+TEST(Relax, PassLinesCountFromOneAndTheFieldIsResetBeforeEachEvaluation) {
+    // A single cube cell in a field along z, M along z: the self field is
+    // -4 pi / 3 M, so H = Happ - 4 pi/3 M on every pass (not accumulating),
+    // and M does not move: one pass, change 0, energy -M . H.
+    Model m(0, 0, 0);
+    box(m);
+    m.build();
+    initdir(m.M, m.MS, m.mask, 0, 0, 0, 0.0, 0.0, 1.0);
+    m.applied(0.0, 0.0, 5000.0);
+    testing::internal::CaptureStdout();
+    const double E = m.run_relax(0.3, 1e-12);
+    const std::string out = testing::internal::GetCapturedStdout();
+    std::istringstream lines(out);
+    int pass = 0;
+    double change = -1.0, energy = 0.0;
+    lines >> pass >> change >> energy;
+    EXPECT_EQ(pass, 1);
+    EXPECT_LT(change, 1e-15);
+    const double hz = 5000.0 - 4.0 * kPi / 3.0 * 800.0;
+    EXPECT_NEAR(energy, -800.0 * hz, 1e-9 * 800.0 * hz);
+    EXPECT_EQ(E, energy);
+    EXPECT_NEAR(m.H(0, 0, 0, 3), hz, 1e-9 * hz);
+}
+
+TEST(Relax, SphereInStrongFieldAlignsWithTheField) {
+    Model m(5, 5, 5);
+    int count = 0;
+    calcsphere(m.mask, 5, 5, 5, 2.5, 2.5, 2.5, 0, 0, 0, 2.5, 2.5, 2.5, 1, count);
+    ASSERT_GT(count, 50);
+    m.build();
+    initrandom(m.M, m.MS, m.mask, 5, 5, 5);
+    const double u[3] = {1.0 / std::sqrt(3.0), -1.0 / std::sqrt(3.0), 1.0 / std::sqrt(3.0)};
+    m.applied(2e5 * u[0], 2e5 * u[1], 2e5 * u[2]);
+    quietly([&] { m.run_relax(0.5, 1e-10); });
+    for (int k = 0; k <= 5; ++k)
+        for (int j = 0; j <= 5; ++j)
+            for (int i = 0; i <= 5; ++i)
+                if (m.mask(i, j, k) != 0) {
+                    const double c = (m.M(i, j, k, 1) * u[0] + m.M(i, j, k, 2) * u[1] + m.M(i, j, k, 3) * u[2]) / 800.0;
+                    EXPECT_GT(c, 0.9999) << i << ' ' << j << ' ' << k;
+                }
+    EXPECT_LT(m.worst_length_error(), 1e-12);
+}
+
+TEST(Relax, ThinSquarePlateletRelaxesInPlane) {
+    Model m(9, 9, 0);
+    box(m);
+    m.build();
+    initdir(m.M, m.MS, m.mask, 9, 9, 0, 0.3, 0.1, 1.0);  // mostly out of plane
+    quietly([&] { m.run_relax(0.02, 1e-5); });
+    double mz_worst = 0.0, mx = 0.0, my = 0.0;
+    for (int j = 0; j <= 9; ++j)
+        for (int i = 0; i <= 9; ++i) {
+            mz_worst = std::max(mz_worst, std::abs(m.M(i, j, 0, 3)) / 800.0);
+            mx += m.M(i, j, 0, 1) / 800.0 / 100.0;
+            my += m.M(i, j, 0, 2) / 800.0 / 100.0;
+        }
+    EXPECT_LT(mz_worst, 1e-3);
+    EXPECT_GT(std::hypot(mx, my), 0.9);  // a nearly uniform in-plane state
+}
+
+// Circulation of the in-plane magnetization about the disk axis and the
+// core's z component.
+void vortex_measures(const Model& m, double x0, double y0, double& circulation, double& core_mz) {
+    double sum = 0.0;
+    int n = 0;
+    core_mz = 0.0;
+    int ncore = 0;
+    for (int k = 0; k <= m.nz; ++k)
+        for (int j = 0; j <= m.ny; ++j)
+            for (int i = 0; i <= m.nx; ++i) {
+                if (m.mask(i, j, k) == 0) continue;
+                const double rx = i - x0, ry = j - y0, rho = std::hypot(rx, ry);
+                if (rho <= 0.9) {
+                    core_mz += m.M(i, j, k, 3) / 800.0;
+                    ++ncore;
+                } else if (rho > 2.0) {
+                    // clockwise seen from +z: direction (ry, -rx) / rho
+                    sum += (m.M(i, j, k, 1) * ry - m.M(i, j, k, 2) * rx) / rho / 800.0;
+                    ++n;
+                }
+            }
+    circulation = sum / n;
+    core_mz /= ncore;
+}
+
+TEST(Relax, DiskStartedAsVortexStaysVortex) {
+    // 16 cells across, two layers: more than 300 cells, so the FFT path runs.
+    Model m(15, 15, 1);
+    int count = 0;
+    calcdisk(m.mask, 15, 15, 1, 7.5, 7.5, 0, 0, 1.0, 7.5, 7.5, 0.0, 1, count);
+    ASSERT_GT(m.count_magnetic_cells(), 300);
+    m.build();
+    initvortex(m.M, m.MS, m.mask, 15, 15, 1, 7.5, 7.5);
+    quietly([&] { m.run_relax(0.02, 1e-5); });
+    double circ = 0.0, core = 0.0;
+    vortex_measures(m, 7.5, 7.5, circ, core);
+    EXPECT_GT(circ, 0.9);
+    EXPECT_GT(core, 0.5);
+    const auto mean = mean_reduced(m.M, m.MS, m.mask);
+    EXPECT_LT(std::hypot(mean[0], mean[1]), 0.05);
+}
+
+TEST(RungeKutta, LengthKeptAndEnergyFallsWithDamping) {
+    Model m(3, 3, 1);
+    box(m);
+    m.build();
+    initrandom(m.M, m.MS, m.mask, 3, 3, 1);
+    m.applied(0.0, 300.0, 0.0);
+    m.beta = 0.5;
+    const double dt = 1.0 / (16.0 * m.hmax());
+    const Drive drive{m.HINIT, m.HRF, false, 0.0};
+    RkWork w;
+    double previous = 1e300;
+    for (int step = 0; step < 60; ++step) {
+        double E = 0.0;
+        iterate(m.M, m.MS, m.MP, m.beta, m.mask, m.AIJ, m.F, drive, m.H, 3, 3, 1, 1, kMethodDirect, step * dt, dt, E, w);
+        ASSERT_LT(m.worst_length_error(), 1e-12) << "step " << step;
+        EXPECT_LE(E, previous + 1e-12 * std::abs(previous)) << "step " << step;
+        previous = E;
+    }
+}
+
+TEST(RungeKutta, TorqueIsMinusMCrossH) {
+    Model m(1, 0, 0);
+    m.mask(0, 0, 0) = 1;  // cell 1 empty
+    m.M(0, 0, 0, 1) = 1.0;
+    m.M(0, 0, 0, 2) = 2.0;
+    m.M(0, 0, 0, 3) = 3.0;
+    m.H(0, 0, 0, 1) = -1.0;
+    m.H(0, 0, 0, 2) = 0.5;
+    m.H(0, 0, 0, 3) = 4.0;
+    m.M(1, 0, 0, 1) = m.H(1, 0, 0, 2) = 7.0;
+    VecGrid T = make_vec_grid(1, 0, 0, 9.0);
+    calctorque(m.M, m.H, T, m.mask, 1, 0, 0);
+    EXPECT_EQ(T(0, 0, 0, 1), -(2.0 * 4.0 - 3.0 * 0.5));
+    EXPECT_EQ(T(0, 0, 0, 2), -(3.0 * -1.0 - 1.0 * 4.0));
+    EXPECT_EQ(T(0, 0, 0, 3), -(1.0 * 0.5 - 2.0 * -1.0));
+    for (int a = 1; a <= 3; ++a) EXPECT_EQ(T(1, 0, 0, a), 0.0);
+}
+
+TEST(RungeKutta, SingleCellPrecessesAtTheLarmorFrequency) {
+    // One cube cell: the self field is along M, so M precesses about the
+    // applied field at angular frequency |Happ| (internal time).
+    Model m(0, 0, 0);
+    box(m);
+    m.build();
+    initdir(m.M, m.MS, m.mask, 0, 0, 0, 1.0, 0.0, 1.0);
+    m.applied(0.0, 0.0, 1000.0);
+    const double period = 2.0 * kPi / 1000.0, dt = period / 200.0;
+    const Drive drive{m.HINIT, m.HRF, false, 0.0};
+    RkWork w;
+    double E = 0.0;
+    for (int s = 0; s < 50; ++s)  // a quarter period
+        iterate(m.M, m.MS, m.MP, 0.0, m.mask, m.AIJ, m.F, drive, m.H, 0, 0, 0, 1, kMethodDirect, s * dt, dt, E, w);
+    // dM/dt = -M x H with H along +z turns M from +x to +y... (M x z = -y)
+    const double r = 800.0 / std::sqrt(2.0);
+    EXPECT_NEAR(m.M(0, 0, 0, 1), 0.0, 1e-6 * r);
+    EXPECT_NEAR(m.M(0, 0, 0, 2), r, 1e-6 * r);
+    EXPECT_NEAR(m.M(0, 0, 0, 3), r, 1e-9 * r);
+}
+
+std::vector<std::array<double, 5>> read_trajectory(const std::string& path) {
+    std::ifstream in(path);
+    std::vector<std::array<double, 5>> rows;
+    std::string line;
+    while (std::getline(in, line)) {
+        auto items = split_items(line);
+        if (items.size() != 5) ADD_FAILURE() << "bad line: " << line;
+        std::array<double, 5> r{};
+        for (int c = 0; c < 5 && c < static_cast<int>(items.size()); ++c) r[c] = *parse_real(items[c]);
+        rows.push_back(r);
+    }
+    return rows;
+}
+
+TEST(Trajectory, EnergyConservedWithoutDampingAndFallingWithIt) {
+    TempDir dir;
+    double drift[2] = {0.0, 0.0}, fall[2] = {0.0, 0.0}, scale = 0.0;
+    for (int damped = 0; damped < 2; ++damped) {
+        Model m(3, 2, 1);
+        box(m);
+        m.build();
+        initrandom(m.M, m.MS, m.mask, 3, 2, 1);
+        m.beta = damped ? 0.2 : 0.0;
+        const double dt = 1.0 / (64.0 * m.hmax());
+        const Drive drive{m.HINIT, m.HRF, false, 0.0};
+        const std::string file = (dir / ("traj" + std::to_string(damped) + ".dat")).string();
+        const int steps = fm(m.M, m.MS, m.MP, m.beta, m.mask, m.AIJ, m.F, drive, m.H, 3, 2, 1, 1, kMethodDirect,
+                             100.5 * dt, dt, 2.0, file);
+        EXPECT_EQ(steps, 101);
+        const auto rows = read_trajectory(file);
+        ASSERT_EQ(rows.size(), 102u);
+        EXPECT_EQ(rows[0][0], 0.0);
+        EXPECT_NEAR(rows[101][0], 101 * dt / 2.0, 1e-12 * rows[101][0]);  // time in script units
+        const double E0 = rows[0][4];
+        scale = std::abs(E0);
+        for (std::size_t p = 0; p < rows.size(); ++p) {
+            drift[damped] = std::max(drift[damped], std::abs(rows[p][4] - E0) / std::abs(E0));
+            EXPECT_LE(std::hypot(rows[p][1], rows[p][2], rows[p][3]), 1.0 + 1e-12);
+            if (damped && p > 0) {
+                EXPECT_LE(rows[p][4], rows[p - 1][4]) << "step " << p;
+            }
+        }
+        fall[damped] = E0 - rows.back()[4];
+    }
+    EXPECT_LT(drift[0], 1e-8);          // no damping: conserved to the integrator's accuracy
+    EXPECT_GT(fall[1], 1e-3 * scale);   // damping: clearly lower at the end
+}
+
+TEST(Timestep, FirstStepFromTheLargestFieldAndPowerOfTwoResult) {
+    TempDir dir;
+    const auto cwd = std::filesystem::current_path();
+    std::filesystem::current_path(dir.path());
+    Model m(0, 0, 0);
+    box(m);
+    m.build();
+    m.applied(0.0, 0.0, 2000.0);
+    // The random start of one cell: its field is Happ - 4 pi/3 M.
+    initrandom(m.M, m.MS, m.mask, 0, 0, 0);
+    const double hmax = std::hypot(m.HINIT(0, 0, 0, 1) - 4 * kPi / 3 * m.M(0, 0, 0, 1),
+                                   m.HINIT(0, 0, 0, 2) - 4 * kPi / 3 * m.M(0, 0, 0, 2),
+                                   m.HINIT(0, 0, 0, 3) - 4 * kPi / 3 * m.M(0, 0, 0, 3));
+    double dt = 0.0;
+    testing::internal::CaptureStdout();
+    set_timestep(m.HINIT, m.HRF, m.MS, m.MP, 0.0, m.AIJ, m.F, m.mask, 0, 0, 0, 1, dt, 1.0);
+    const std::string out = testing::internal::GetCapturedStdout();
+    std::filesystem::current_path(cwd);
+    const double dt0 = 1.0 / (16.0 * hmax);
+    EXPECT_NEAR(std::stod(out), dt0, 1e-12 * dt0);
+    const double ratio = std::log2(dt / dt0);
+    EXPECT_NEAR(ratio, std::round(ratio), 1e-9);
+    EXPECT_GE(ratio, 1.0);  // precession at |Happ| is easy for RK4: the step grows
+    const auto rows = read_trajectory((dir / "test.dat").string());
+    EXPECT_EQ(rows.size(), 129u);  // start + 128 steps of the first dt
+}
+
+// End to end: the RELAX, SET_TIMESTEP and EXEC commands.
+TEST(RelaxCommands, RungeKuttaRunsSnapshotsAndExec) {
+    TempDir dir;
+    dir.write("input.dat",
+              "SET_CELL\n5e-7 5e-7 5e-7\nMASQUE_CREATE\n2e-6 1.5e-6 1e-6\nADD_SHAPE\n3\n2e-6 1.5e-6 1e-6 0 0 0 1\n"
+              "LOAD_MAT\n1\n1.3e-6 800\nTENSOR_CREATE\n0\nINIT_M\n3\nSET_BETA\n0.5\nSET_TIMESTEP\n-1\n"
+              "RELAX\n2 -1 0\nSET_BETA\n0\nEXEC\n0.001 0 traj.dat\nEND\n");
+    const RunResult r = run_torix(dir);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find(" timestep= "), std::string::npos);
+    EXPECT_NE(r.out.find(" time spent "), std::string::npos);  // alpha = 0: the Runge-Kutta method
+    EXPECT_NE(r.out.find(" RELAX ok"), std::string::npos);
+    EXPECT_NE(r.out.find(" EXEC ok"), std::string::npos);
+    for (const char* f : {"001m.dat", "001h.dat", "001.wrl", "002m.dat", "002h.dat", "002.wrl", "test.dat",
+                          "traj.dat"})
+        EXPECT_TRUE(dir.exists(f)) << f;
+    EXPECT_FALSE(dir.exists("003m.dat"));
+    const auto rows = read_trajectory((dir / "traj.dat").string());
+    ASSERT_GE(rows.size(), 2u);
+    EXPECT_GE(rows.back()[0], 0.001 * (1 - 1e-9));
+}
+
+}  // namespace
+}  // namespace torix
