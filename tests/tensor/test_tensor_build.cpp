@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cmath>
+#include <omp.h>
 #include <random>
 
 #include "tensor_test_util.hpp"
@@ -71,6 +72,21 @@ TEST(TensorBuild, MatchesReferenceOnSmallGrids) {
         expect_close(reference(A2, MS2, g.nx, g.ny, g.nz, g.dx, g.dy, g.dz),
                      fast(A2, MS2, g.nx, g.ny, g.nz, g.dx, g.dy, g.dz), "two materials");
     }
+}
+
+// Each thread keeps its own window of planes; how the planes are shared out
+// must not change a single bit.
+TEST(TensorBuild, SameBitsForAnyNumberOfThreads) {
+    const auto A = table({1.3e-6, 3e-7}), MS = table({800.0, 1400.0});
+    const int saved = omp_get_max_threads();
+    omp_set_num_threads(1);
+    const TensorArray one = fast(A, MS, 9, 4, 2, 5e-7, 4e-7, 3e-7);
+    for (int t : {2, 3, 7}) {
+        omp_set_num_threads(t);
+        const TensorArray many = fast(A, MS, 9, 4, 2, 5e-7, 4e-7, 3e-7);
+        EXPECT_TRUE(one == many) << t << " threads";
+    }
+    omp_set_num_threads(saved);
 }
 
 TEST(TensorBuild, AccumulatesIntoExistingContentsLikeTheReference) {
