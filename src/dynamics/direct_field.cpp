@@ -89,10 +89,14 @@ void calcfields(const VecGrid& M, const Array<double, 1>& MS, const std::array<d
         pos[c] = p;
     }
 
-    // 1. Dipolar sum, parallel over targets.
+    // Per target: 1. the dipolar sum over all sources; then, with that
+    // target's field after the sum, 2-5. the vector-product term
+    // B = s H - MP, A = M x B, H += A / MS(q).  The term of one target needs
+    // only that target's own field, so both steps share one parallel loop.
     const double* Tp = T.data();
     const Source* sp = src.data();
-#pragma omp parallel for schedule(static)
+    const double mp[3] = {MP[0], MP[1], MP[2]};
+#pragma omp parallel for schedule(static) if (nc * nc >= 4096)
     for (std::int64_t t = 0; t < nc; ++t) {
         const double* base = Tp + tbase[t];
         const std::int64_t p = pos[t];
@@ -104,22 +108,10 @@ void calcfields(const VecGrid& M, const Array<double, 1>& MS, const std::array<d
             hy += b[1] * so.mx + b[4] * so.my + b[7] * so.mz;
             hz += b[2] * so.mx + b[5] * so.my + b[8] * so.mz;
         }
-        h[p] = hx;
-        h[p + cs] = hy;
-        h[p + 2 * cs] = hz;
-    }
-
-    // 2-5. Vector-product term: B = s H - MP with H after the dipolar sum,
-    // A = M x B, H += A / MS(q).
-    const double mp[3] = {MP[0], MP[1], MP[2]};
-#pragma omp parallel for schedule(static)
-    for (std::int64_t t = 0; t < nc; ++t) {
-        const std::int64_t p = pos[t];
-        double mv[3], bv[3], av[3] = {0.0, 0.0, 0.0};
-        for (int a = 0; a < 3; ++a) {
-            mv[a] = m[p + a * cs];
-            bv[a] = s * h[p + a * cs] - mp[a];
-        }
+        const double hv[3] = {hx, hy, hz};
+        const double mv[3] = {m[p], m[p + cs], m[p + 2 * cs]};
+        double bv[3], av[3] = {0.0, 0.0, 0.0};
+        for (int a = 0; a < 3; ++a) bv[a] = s * hv[a] - mp[a];
         for (int i = 0; i < 3; ++i)
             for (int j = 0; j < 3; ++j)
                 for (int k = 0; k < 3; ++k) {
@@ -127,7 +119,7 @@ void calcfields(const VecGrid& M, const Array<double, 1>& MS, const std::array<d
                     if (e != 0) av[i] += e * mv[j] * bv[k];
                 }
         const double ms = MS(q[p]);
-        for (int a = 0; a < 3; ++a) h[p + a * cs] += av[a] / ms;
+        for (int a = 0; a < 3; ++a) h[p + a * cs] = hv[a] + av[a] / ms;
     }
 }
 
