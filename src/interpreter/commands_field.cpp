@@ -1,5 +1,7 @@
 // Field commands: applied field, initial state, field evaluation, files.
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <string>
 
 #include "core/error.hpp"
@@ -23,6 +25,20 @@ void need(const Session& s, const VecGrid& v, const char* what) {
 void need_mask(const Session& s) {
     const ModelState& st = s.st;
     if (!st.MASQUE.allocated()) throw FatalError(st.LINER + ": no cell mask (MASQUE_CREATE or MASQUE_LOAD first)");
+}
+
+// The field needs a tensor over the present grid and, for every material
+// number in the mask, a tensor slice and an MS entry.
+void need_tensor(const Session& s) {
+    const ModelState& st = s.st;
+    const TensorArray& T = st.AIJ;
+    if (!T.allocated() || T.hi(0) != st.nx + 1 || T.hi(1) != st.ny + 1 || T.hi(2) != st.nz + 1)
+        throw FatalError(st.LINER + ": no interaction tensor on the present grid (TENSOR_CREATE or TENSOR_LOAD first)");
+    std::int32_t qmax = 0;
+    for (std::int32_t q : st.MASQUE) qmax = std::max(qmax, q);
+    if (qmax > T.hi(4) || !st.MS.allocated() || qmax > st.MS.hi(0))
+        throw FatalError(st.LINER + ": the mask uses material " + std::to_string(qmax) +
+                         ", beyond the material table or the tensor");
 }
 
 // M, H, HINIT and HRF allocated afresh over the present grid, all zero.
@@ -133,6 +149,7 @@ void cmd_calc_field(Session& s) {
     need_mask(s);
     need(s, s.st.M, "magnetization");
     need(s, s.st.HINIT, "applied-field array");
+    need_tensor(s);
     compute_field(s.st);
     s.ack();
 }
