@@ -1,8 +1,8 @@
 #include "output/vrml.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <ostream>
 
 #include "core/error.hpp"
@@ -111,13 +111,22 @@ constexpr const char* kHead[] = {
 };
 static_assert(std::size(kHead) == 91);
 
-// Real in fixed notation with `decimals` digits after the point; a value
-// that is not a number is written as NaN.
+// Appends a real in fixed notation with `decimals` digits after the point;
+// a value that is not a number is written as NaN.
+void put_real(std::string& s, double v, int decimals) {
+    if (std::isnan(v)) {
+        s += "NaN";
+        return;
+    }
+    char buf[400];
+    const auto r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed, decimals);
+    s.append(buf, r.ptr);
+}
+
 std::string real_text(double v, int decimals) {
-    if (std::isnan(v)) return "NaN";
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%.*f", decimals, v);
-    return buf;
+    std::string s;
+    put_real(s, v, decimals);
+    return s;
 }
 
 }  // namespace
@@ -147,6 +156,7 @@ void writevrml(const std::string& name, int X, int Y, int Z, int mode, const Int
     out << " }\n";
 
     // Colour q = 1..8: red, green, blue are the bits of q - 1, red highest.
+    std::string line;
     for (int i = 0; i <= X; ++i)
         for (int j = 0; j <= Y; ++j)
             for (int k = 0; k <= Z; ++k) {
@@ -160,10 +170,24 @@ void writevrml(const std::string& name, int X, int Y, int Z, int mode, const Int
                 const double ms = MS(q);
                 double py = j;
                 if (mode == 2) py = j + (static_cast<double>(Y) * k + 10.0);
-                out << "Vector { Position " << real_text(i, 1) << ' ' << real_text(py, 1) << ' ' << real_text(k, 1)
-                    << " Direction " << real_text(v(i, j, k, 1) / ms, 6) << ' ' << real_text(v(i, j, k, 2) / ms, 6)
-                    << ' ' << real_text(v(i, j, k, 3) / ms, 6) << " Color " << ((c >> 2) & 1) << ' ' << ((c >> 1) & 1)
-                    << ' ' << (c & 1) << " }\n";
+                line.assign("Vector { Position ");
+                put_real(line, i, 1);
+                line += ' ';
+                put_real(line, py, 1);
+                line += ' ';
+                put_real(line, k, 1);
+                line += " Direction ";
+                for (int d = 1; d <= 3; ++d) {
+                    put_real(line, v(i, j, k, d) / ms, 6);
+                    line += d < 3 ? " " : " Color ";
+                }
+                line += static_cast<char>('0' + ((c >> 2) & 1));
+                line += ' ';
+                line += static_cast<char>('0' + ((c >> 1) & 1));
+                line += ' ';
+                line += static_cast<char>('0' + (c & 1));
+                line += " }\n";
+                out << line;
             }
     file.commit();
 }
