@@ -27,6 +27,16 @@ void need_mask(const Session& s) {
     if (!st.MASQUE.allocated()) throw FatalError(st.LINER + ": no cell mask (MASQUE_CREATE or MASQUE_LOAD first)");
 }
 
+// Every material number in the mask has an MS entry.
+void need_materials(const Session& s) {
+    const ModelState& st = s.st;
+    std::int32_t qmax = 0;
+    for (std::int32_t q : st.MASQUE) qmax = std::max(qmax, q);
+    if (qmax > 0 && (!st.MS.allocated() || qmax > st.MS.hi(0)))
+        throw FatalError(st.LINER + ": the mask uses material " + std::to_string(qmax) +
+                         ", beyond the material table (LOAD_MAT)");
+}
+
 // The field needs a tensor over the present grid and, for every material
 // number in the mask, a tensor slice and an MS entry.
 void need_tensor(const Session& s) {
@@ -121,6 +131,7 @@ void cmd_init_m(Session& s) {
     }
     need_mask(s);
     allocate_fields(st);
+    if (kind == 1 || kind == 2 || kind == 3 || kind == 4 || kind == 9) need_materials(s);
     const int nx = st.nx, ny = st.ny, nz = st.nz;
     switch (kind) {
         case 1:
