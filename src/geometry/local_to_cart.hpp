@@ -5,15 +5,12 @@
 // column 1 is the polar unit vector (cos t cos p, cos t sin p, -sin t),
 // column 2 the azimuthal unit vector (-sin p, cos p, 0), column 3 the
 // direction of m.  When |mz| >= 0.9999999 |m| the frame is the identity
-// (m along +z) or has cos t = -1, cos p = 1 (m along -z).
+// (m along +z) or has cos t = -1, cos p = 1 (m along -z).  The frame is
+// the one the dynamic matrix is built in (local_frame of
+// eigen/dynamic_matrix.hpp).
 #include "core/array.hpp"
 
 namespace torix {
-
-// Frame of a cell with magnetization (mx, my, mz): R[k][c] is the Cartesian
-// component k (0 = x, 1 = y, 2 = z) of frame column c (0 polar, 1 azimuthal,
-// 2 along m).  A zero vector gets the +z frame.
-void local_frame(double mx, double my, double mz, double R[3][3]);
 
 // Cartesian amplitudes of mode p: out(n, k), n = 1..N, k = 1..3, from the
 // local amplitudes modes(n, c, p), c = 1 polar, 2 azimuthal.  Each magnetic

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <string>
 
@@ -50,42 +51,57 @@ const cplx I{0.0, 1.0};
 
 }  // namespace
 
-TEST(LocalFrame, PolesAndEquator) {
-    double R[3][3];
-    local_frame(0.0, 0.0, 5.0, R);
-    for (int a = 0; a < 3; ++a)
-        for (int b = 0; b < 3; ++b) EXPECT_EQ(R[a][b], a == b ? 1.0 : 0.0);
-    // Inside the threshold the frame is still the pole's.
-    local_frame(1e-4, 0.0, 1.0, R);
-    EXPECT_EQ(R[0][0], 1.0);
-    EXPECT_EQ(R[2][0], 0.0);
-    local_frame(0.0, 0.0, -2.0, R);
-    EXPECT_EQ(R[0][0], -1.0);  // polar = (-1, 0, 0)
-    EXPECT_EQ(R[1][1], 1.0);   // azimuthal = (0, 1, 0)
-    EXPECT_EQ(R[2][2], -1.0);
-    // m along +y: theta = 90 deg, phi = 90 deg; polar = -z, azimuthal = -x.
-    local_frame(0.0, 3.0, 0.0, R);
-    EXPECT_NEAR(R[2][0], -1.0, 1e-15);
-    EXPECT_NEAR(R[0][1], -1.0, 1e-15);
-    EXPECT_NEAR(R[1][2], 1.0, 1e-15);
+namespace {
+
+// Cartesian vector of one cell with magnetization m and local amplitudes
+// (polar, azimuthal).
+std::array<cplx, 3> cart(double mx, double my, double mz, cplx polar, cplx azimuthal) {
+    IntGrid mask = make_int_grid(0, 0, 0, 1), num = make_int_grid(0, 0, 0, 1);
+    VecGrid M = make_vec_grid(0, 0, 0);
+    M(0, 0, 0, 1) = mx;
+    M(0, 0, 0, 2) = my;
+    M(0, 0, 0, 3) = mz;
+    Array<cplx, 3> a({Range{1, 1}, Range{1, 2}, Range{1, 1}});
+    a(1, 1, 1) = polar;
+    a(1, 2, 1) = azimuthal;
+    Array<cplx, 2> out;
+    local_to_cart(0, 0, 0, 1, mask, num, M, a, 1, out);
+    return {out(1, 1), out(1, 2), out(1, 3)};
 }
 
-TEST(LocalFrame, IsARightHandedRotationWithThirdColumnAlongM) {
+}  // namespace
+
+TEST(LocalToCart, FramesAtThePolesAndOnTheEquator) {
+    using V = std::array<cplx, 3>;
+    // +z (and within the 0.9999999 threshold): polar = x, azimuthal = y.
+    EXPECT_EQ(cart(0, 0, 5, 1.0, 0.0), (V{1.0, 0.0, 0.0}));
+    EXPECT_EQ(cart(0, 0, 5, 0.0, I), (V{0.0, I, 0.0}));
+    EXPECT_EQ(cart(1e-4, 0, 1, 1.0, 0.0), (V{1.0, 0.0, 0.0}));
+    // -z: polar = -x, azimuthal = y.
+    EXPECT_EQ(cart(0, 0, -2, 1.0, 0.0), (V{-1.0, 0.0, 0.0}));
+    EXPECT_EQ(cart(0, 0, -2, 0.0, 1.0), (V{0.0, 1.0, 0.0}));
+    // +y: theta = phi = 90 deg; polar = -z, azimuthal = -x.
+    const V py = cart(0, 3, 0, 1.0, 0.0), ay = cart(0, 3, 0, 0.0, 1.0);
+    EXPECT_NEAR(std::abs(py[2] + 1.0), 0.0, 1e-15);
+    EXPECT_NEAR(std::abs(py[0]) + std::abs(py[1]), 0.0, 1e-15);
+    EXPECT_NEAR(std::abs(ay[0] + 1.0), 0.0, 1e-15);
+    EXPECT_NEAR(std::abs(ay[1]) + std::abs(ay[2]), 0.0, 1e-15);
+}
+
+TEST(LocalToCart, AmplitudesStayTransverseAndKeepTheirLength) {
     const double ms[][3] = {{1, 2, 3}, {-0.3, 0.1, -0.9}, {5, -1, 0}, {0.2, 0.2, -0.01}};
     for (const auto& m : ms) {
-        double R[3][3];
-        local_frame(m[0], m[1], m[2], R);
+        const cplx a1(0.7, -0.2), a2(-0.4, 1.1);
+        const auto v = cart(m[0], m[1], m[2], a1, a2);
+        const cplx along = v[0] * m[0] + v[1] * m[1] + v[2] * m[2];
+        EXPECT_NEAR(std::abs(along), 0.0, 1e-14);
+        const double len2 = std::norm(v[0]) + std::norm(v[1]) + std::norm(v[2]);
+        EXPECT_NEAR(len2, std::norm(a1) + std::norm(a2), 1e-14);
+        // polar x azimuthal = m / |m|: the frame is right-handed.
+        const auto p = cart(m[0], m[1], m[2], 1.0, 0.0), a = cart(m[0], m[1], m[2], 0.0, 1.0);
         const double r = std::hypot(m[0], m[1], m[2]);
-        for (int k = 0; k < 3; ++k) EXPECT_NEAR(R[k][2], m[k] / r, 1e-14);
-        for (int a = 0; a < 3; ++a)
-            for (int b = 0; b < 3; ++b) {
-                double dot = 0.0;
-                for (int k = 0; k < 3; ++k) dot += R[k][a] * R[k][b];
-                EXPECT_NEAR(dot, a == b ? 1.0 : 0.0, 1e-14);
-            }
-        // polar x azimuthal = m direction
-        const double cz = R[0][0] * R[1][1] - R[1][0] * R[0][1];
-        EXPECT_NEAR(cz, R[2][2], 1e-14);
+        EXPECT_NEAR((p[0] * a[1] - p[1] * a[0]).real(), m[2] / r, 1e-14);
+        EXPECT_NEAR((p[1] * a[2] - p[2] * a[1]).real(), m[0] / r, 1e-14);
     }
 }
 
