@@ -79,6 +79,8 @@ void cmd_calc_c(Session& s) {
         throw FatalError("CALC_C: the modes need the magnetization, which does not exist");
     // Without SET_HRF the driving field is zero everywhere.
     if (!st.HRF.allocated()) st.HRF = make_cvec_grid(st.nx, st.ny, st.nz);
+    if (st.HRF.hi(0) != st.nx || st.HRF.hi(1) != st.ny || st.HRF.hi(2) != st.nz)
+        throw FatalError("CALC_C: the driving field was set on another grid; SET_HRF again");
     calc_c(st.nmodes, st.nx, st.ny, st.nz, st.ncells, st.MODES, st.MODESL, st.M, st.MASQUE, st.NUM, st.HRF, st.C);
     s.ack();
 }
