@@ -2,10 +2,12 @@
 //
 // Forward transform of M, pruned: the padded copy of M is zero outside the
 // first (nx+1)(ny+1)(nz+1) points, so the x transforms run only over the
-// rows that hold cells, the y transforms only over the planes that hold
-// cells, and the z transforms over everything.  Backward likewise: z over
-// everything, y over the planes the cells lie in, x over their rows.  The
-// pruned stages give the same numbers as the full transform.
+// rows that hold cells and the y transforms only over the planes that hold
+// cells.  The z transforms, the product with the tensor spectra and the
+// inverse z transforms then run together on blocks of columns that stay in
+// cache, so only the planes k <= nz of any spectrum are ever stored.
+// Backward: y over those planes, x over the rows of the cells.  The pruned
+// stages give the same numbers as full transforms.
 #include "dynamics/fft_field.hpp"
 
 #include <fftw3.h>
@@ -31,6 +33,7 @@ constexpr int kCol[6] = {0, 1, 2, 1, 2, 2};
 constexpr std::size_t kMaxStencil = 64;
 // Loops and transforms smaller than this many points run on one thread.
 constexpr std::size_t kParallelPoints = 16384;
+std::size_t measure_limit = std::size_t{1} << 22;
 
 inline int comp(int a, int b) { return 1 + a + 3 * b; }  // 1-based storage component of row a, column b
 
@@ -47,28 +50,45 @@ void prepare_fftw_threads(std::size_t points) {
 
 namespace detail {
 
+// Work buffers hold only the planes k <= nz of the spectra along z: the z
+// transforms run column block by column block in a small per-thread buffer,
+// fused with the product, so the full padded spectrum of M is never stored.
 struct FourierPlans {
     int nx = 0, ny = 0, nz = 0, L1 = 0, L2 = 0, L3 = 0, Lh = 0, nsets = 1;
-    std::size_t F = 0;       // frequencies per component
+    std::size_t Fs = 0;      // stored points per component: Lh L2 (nz+1)
     std::size_t rrow = 0;    // real points per component: L1 (ny+1) (nz+1)
+    int ncols = 0;           // columns along z: Lh L2
+    int block = 0, tail = 0; // columns per block, columns of the last short block
     double* rbuf = nullptr;  // real rows, 3 nsets components
     fftw_complex* cbuf = nullptr;
-    fftw_plan fx = nullptr, fy = nullptr, fz = nullptr;
-    fftw_plan bz = nullptr, by = nullptr, bx = nullptr;
+    fftw_plan fx = nullptr, fy = nullptr, by = nullptr, bx = nullptr;
+    fftw_plan fz = nullptr, bz = nullptr, fz_tail = nullptr, bz_tail = nullptr;  // on a column block
+
+    static fftw_plan column_plan(int L3, int B, int nc, int sign, fftw_complex* buf) {
+        fftw_iodim d{L3, B, B};
+        fftw_iodim hm[2] = {{B, 1, 1}, {nc, L3 * B, L3 * B}};
+        return fftw_plan_guru_dft(1, &d, 2, hm, buf, buf, sign, FFTW_MEASURE);
+    }
 
     FourierPlans(int nx_, int ny_, int nz_, int L1_, int L2_, int L3_, int nsets_)
         : nx(nx_), ny(ny_), nz(nz_), L1(L1_), L2(L2_), L3(L3_), Lh(L1_ / 2 + 1), nsets(nsets_) {
-        F = static_cast<std::size_t>(Lh) * L2 * L3;
+        Fs = static_cast<std::size_t>(Lh) * L2 * (nz + 1);
         rrow = static_cast<std::size_t>(L1) * (ny + 1) * (nz + 1);
+        ncols = Lh * L2;
         const int nin = 3 * nsets;
+        // A column block fills about 128 KiB (it stays in the core's cache);
+        // large blocks keep the cost of starting the small transforms low.
+        block = std::clamp(static_cast<int>((std::size_t{128} << 10) / (sizeof(fftw_complex) * nin * L3)), 8, 512);
+        block = std::min(ncols, block);
+        tail = ncols % block;
         rbuf = fftw_alloc_real(rrow * nin);
-        cbuf = fftw_alloc_complex(F * nin);
+        cbuf = fftw_alloc_complex(Fs * nin);
         if (!rbuf || !cbuf) throw std::bad_alloc();
-        prepare_fftw_threads(F * nin);
+        prepare_fftw_threads(Fs * nin);
         // Small grids are planned thoroughly; large ones by estimate, where
         // measuring would cost seconds on a small machine.
-        const unsigned flags = (F * nin <= (1u << 20)) ? FFTW_MEASURE : FFTW_ESTIMATE;
-        const int Fi = static_cast<int>(F);
+        const unsigned flags = (Fs * nin <= measure_limit) ? FFTW_MEASURE : FFTW_ESTIMATE;
+        const int Fi = static_cast<int>(Fs);
         const int R = static_cast<int>(rrow);
         const int ny1 = ny + 1, nz1 = nz + 1;
         for (int dir = 0; dir < 2; ++dir) {
@@ -89,21 +109,29 @@ struct FourierPlans {
                 (dir == 0 ? fy : by) = fftw_plan_guru_dft(1, &d, 3, hm, cbuf, cbuf,
                                                           dir == 0 ? FFTW_FORWARD : FFTW_BACKWARD, flags);
             }
-            if (L3 > 1) {  // z: everything
-                fftw_iodim d{L3, Lh * L2, Lh * L2};
-                fftw_iodim hm[2] = {{Lh * L2, 1, 1}, {nc, Fi, Fi}};
-                (dir == 0 ? fz : bz) = fftw_plan_guru_dft(1, &d, 2, hm, cbuf, cbuf,
-                                                          dir == 0 ? FFTW_FORWARD : FFTW_BACKWARD, flags);
-            }
         }
-        if (!fx || !fy || !bx || !by || (L3 > 1 && (!fz || !bz)))
+        bool ok = fx && fy && bx && by;
+        if (L3 > 1) {  // z on one block of columns, run inside the threads
+            fftw_plan_with_nthreads(1);
+            fftw_complex* tmp = fftw_alloc_complex(static_cast<std::size_t>(nin) * L3 * block);
+            fz = column_plan(L3, block, nin, FFTW_FORWARD, tmp);
+            bz = column_plan(L3, block, 3, FFTW_BACKWARD, tmp);
+            ok = ok && fz && bz;
+            if (tail > 0) {
+                fz_tail = column_plan(L3, tail, nin, FFTW_FORWARD, tmp);
+                bz_tail = column_plan(L3, tail, 3, FFTW_BACKWARD, tmp);
+                ok = ok && fz_tail && bz_tail;
+            }
+            fftw_free(tmp);
+        }
+        if (!ok)
             throw FatalError("FFT: cannot plan the transforms for the padded grid " + std::to_string(L1) + " x " +
                              std::to_string(L2) + " x " + std::to_string(L3));
     }
     FourierPlans(const FourierPlans&) = delete;
     FourierPlans& operator=(const FourierPlans&) = delete;
     ~FourierPlans() {
-        for (fftw_plan p : {fx, fy, fz, bz, by, bx})
+        for (fftw_plan p : {fx, fy, by, bx, fz, bz, fz_tail, bz_tail})
             if (p) fftw_destroy_plan(p);
         fftw_free(rbuf);
         fftw_free(cbuf);
@@ -112,6 +140,8 @@ struct FourierPlans {
 
 }  // namespace detail
 
+void set_fft_measure_limit(std::size_t points) { measure_limit = points; }
+
 std::size_t FourierTensor::spectrum_bytes() const {
     return spec_re.size() * sizeof(double) + spec_c.size() * sizeof(cplx);
 }
@@ -119,7 +149,9 @@ std::size_t FourierTensor::spectrum_bytes() const {
 std::size_t FourierTensor::work_bytes() const {
     if (!plans) return 0;
     const int nin = 3 * plans->nsets;
-    return plans->rrow * nin * sizeof(double) + plans->F * nin * sizeof(fftw_complex);
+    const std::size_t column = static_cast<std::size_t>(nin) * plans->L3 * plans->block * sizeof(fftw_complex);
+    return plans->rrow * nin * sizeof(double) + plans->Fs * nin * sizeof(fftw_complex) +
+           column * static_cast<std::size_t>(omp_get_max_threads());
 }
 
 namespace {
@@ -251,14 +283,21 @@ void build_fourier(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int
     F.ready = true;
 }
 
-// Field spectrum at each frequency from the magnetization spectra, in place
-// in the work buffer (components 0..2 receive the field).
+// The z transforms and the product, column block by column block: a block
+// of B consecutive columns (x fastest, then y) of every component is copied
+// into a per-thread buffer laid out [component][kz][column], the planes
+// kz > nz being zero, transformed along z, multiplied by the tensor spectra
+// (field components 0..2 written in place), transformed back, and the
+// planes kz <= nz copied back into the work buffer.
+// Single layer: no z transforms, the product runs in place on the work
+// buffer.
 template <bool Real>
-void product(const FourierTensor& F, fftw_complex* cb) {
+void plane_product(const FourierTensor& F, detail::FourierPlans& P) {
     const std::size_t nf = F.frequencies();
-    const int nsets = static_cast<int>(F.set_material.size());
+    const int nsets = P.nsets;
     const double* kre = F.spec_re.data();
     const cplx* kcx = F.spec_c.data();
+    fftw_complex* cb = P.cbuf;
     const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(nf);
 #pragma omp parallel for schedule(static) if (nf > kParallelPoints)
     for (std::ptrdiff_t f = 0; f < n; ++f) {
@@ -289,6 +328,75 @@ void product(const FourierTensor& F, fftw_complex* cb) {
         cb[f + nf][1] = h1.imag();
         cb[f + 2 * nf][0] = h2.real();
         cb[f + 2 * nf][1] = h2.imag();
+    }
+}
+
+template <bool Real>
+void column_pass(const FourierTensor& F, detail::FourierPlans& P) {
+    const std::size_t nf = F.frequencies();
+    const int nsets = P.nsets, nin = 3 * nsets, L3 = F.L3, nz1 = F.nz + 1;
+    const std::size_t plane = static_cast<std::size_t>(P.ncols);
+    const double* kre = F.spec_re.data();
+    const cplx* kcx = F.spec_c.data();
+    const int nblocks = (P.ncols + P.block - 1) / P.block;
+    const bool par = nf > kParallelPoints;
+#pragma omp parallel if (par)
+    {
+        fftw_complex* loc = fftw_alloc_complex(static_cast<std::size_t>(nin) * L3 * P.block);
+#pragma omp for schedule(static)
+        for (int blk = 0; blk < nblocks; ++blk) {
+            const int c0 = blk * P.block;
+            const int B = std::min(P.block, P.ncols - c0);
+            const std::size_t cs = static_cast<std::size_t>(L3) * B;  // component stride in loc
+            for (int c = 0; c < nin; ++c) {
+                for (int k = 0; k < nz1; ++k)
+                    std::memcpy(loc + c * cs + static_cast<std::size_t>(k) * B, P.cbuf + P.Fs * c + plane * k + c0,
+                                B * sizeof(fftw_complex));
+                if (L3 > nz1)
+                    std::memset(loc + c * cs + static_cast<std::size_t>(nz1) * B, 0,
+                                static_cast<std::size_t>(L3 - nz1) * B * sizeof(fftw_complex));
+            }
+            if (L3 > 1) fftw_execute_dft(B == P.block ? P.fz : P.fz_tail, loc, loc);
+            for (int kz = 0; kz < L3; ++kz)
+                for (int b = 0; b < B; ++b) {
+                    const std::size_t f = static_cast<std::size_t>(c0 + b) + plane * kz;
+                    const std::size_t l = static_cast<std::size_t>(kz) * B + b;
+                    cplx h0 = 0.0, h1 = 0.0, h2 = 0.0;
+                    for (int s = 0; s < nsets; ++s) {
+                        const fftw_complex* ms = loc + 3 * s * cs + l;
+                        const cplx m0(ms[0][0], ms[0][1]);
+                        const cplx m1(ms[cs][0], ms[cs][1]);
+                        const cplx m2(ms[2 * cs][0], ms[2 * cs][1]);
+                        const std::size_t kb = static_cast<std::size_t>(6 * s) * nf + f;
+                        if constexpr (Real) {
+                            const double xx = kre[kb], xy = kre[kb + nf], xz = kre[kb + 2 * nf];
+                            const double yy = kre[kb + 3 * nf], yz = kre[kb + 4 * nf], zz = kre[kb + 5 * nf];
+                            h0 += xx * m0 + xy * m1 + xz * m2;
+                            h1 += xy * m0 + yy * m1 + yz * m2;
+                            h2 += xz * m0 + yz * m1 + zz * m2;
+                        } else {
+                            const cplx xx = kcx[kb], xy = kcx[kb + nf], xz = kcx[kb + 2 * nf];
+                            const cplx yy = kcx[kb + 3 * nf], yz = kcx[kb + 4 * nf], zz = kcx[kb + 5 * nf];
+                            h0 += xx * m0 + xy * m1 + xz * m2;
+                            h1 += xy * m0 + yy * m1 + yz * m2;
+                            h2 += xz * m0 + yz * m1 + zz * m2;
+                        }
+                    }
+                    fftw_complex* hs = loc + l;
+                    hs[0][0] = h0.real();
+                    hs[0][1] = h0.imag();
+                    hs[cs][0] = h1.real();
+                    hs[cs][1] = h1.imag();
+                    hs[2 * cs][0] = h2.real();
+                    hs[2 * cs][1] = h2.imag();
+                }
+            if (L3 > 1) fftw_execute_dft(B == P.block ? P.bz : P.bz_tail, loc, loc);
+            for (int c = 0; c < 3; ++c)
+                for (int k = 0; k < nz1; ++k)
+                    std::memcpy(P.cbuf + P.Fs * c + plane * k + c0, loc + c * cs + static_cast<std::size_t>(k) * B,
+                                B * sizeof(fftw_complex));
+        }
+        fftw_free(loc);
     }
 }
 
@@ -328,7 +436,7 @@ void add_anisotropy_fourier(FourierTensor& F, const Array<double, 1>& MS, int m,
 
 void mfft(const VecGrid& M, const IntGrid& mask, const FourierTensor& F) {
     detail::FourierPlans& P = *F.plans;
-    const int nx = F.nx, ny = F.ny, nz = F.nz, L1 = F.L1, L2 = F.L2, L3 = F.L3, Lh = F.Lh;
+    const int nx = F.nx, ny = F.ny, nz = F.nz, L1 = F.L1, L2 = F.L2, Lh = F.Lh;
     const int nsets = P.nsets;
     // Padded real rows of each set's magnetization: M on the set's cells,
     // zero on empty cells, on other sets' cells and on the padding.
@@ -348,30 +456,30 @@ void mfft(const VecGrid& M, const IntGrid& mask, const FourierTensor& F) {
         std::fill(row + nx + 1, row + L1, 0.0);
     }
     fftw_execute(P.fx);
-    const std::size_t F_ = P.F;
+    // The rows j > ny of every plane are zero before the y transforms.
     const int nin = 3 * nsets;
     const std::size_t ytail = static_cast<std::size_t>(Lh) * (L2 - ny - 1);
     if (ytail > 0)
         for (int c = 0; c < nin; ++c)
             for (int k = 0; k <= nz; ++k)
-                std::memset(P.cbuf + F_ * c + static_cast<std::size_t>(Lh) * ((ny + 1) + static_cast<std::size_t>(L2) * k),
+                std::memset(P.cbuf + P.Fs * c + static_cast<std::size_t>(Lh) * ((ny + 1) + static_cast<std::size_t>(L2) * k),
                             0, ytail * sizeof(fftw_complex));
     fftw_execute(P.fy);
-    if (L3 > 1) {
-        const std::size_t ztail = static_cast<std::size_t>(Lh) * L2 * (L3 - nz - 1);
-        for (int c = 0; c < nin; ++c)
-            std::memset(P.cbuf + F_ * c + static_cast<std::size_t>(Lh) * L2 * (nz + 1), 0, ztail * sizeof(fftw_complex));
-        fftw_execute(P.fz);
-    }
 }
 
 void hfft(const IntGrid& mask, const FourierTensor& F, VecGrid& H) {
     detail::FourierPlans& P = *F.plans;
-    if (F.real_spectrum)
-        product<true>(F, P.cbuf);
-    else
-        product<false>(F, P.cbuf);
-    if (F.L3 > 1) fftw_execute(P.bz);
+    if (F.L3 == 1) {
+        if (F.real_spectrum)
+            plane_product<true>(F, P);
+        else
+            plane_product<false>(F, P);
+    } else {
+        if (F.real_spectrum)
+            column_pass<true>(F, P);
+        else
+            column_pass<false>(F, P);
+    }
     fftw_execute(P.by);
     fftw_execute(P.bx);
     const double scale = 1.0 / (static_cast<double>(F.L1) * F.L2 * F.L3);

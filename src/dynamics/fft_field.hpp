@@ -64,6 +64,11 @@ struct FourierTensor {
     [[nodiscard]] std::size_t work_bytes() const;
 };
 
+// Plans for work buffers of at most this many complex points are made with
+// FFTW_MEASURE, larger ones with FFTW_ESTIMATE (measuring costs seconds on
+// large grids).  Default 2^22.  Affects Fourier forms built afterwards.
+void set_fft_measure_limit(std::size_t points);
+
 // Builds the Fourier form of AIJ (offsets -nx..nx+1, ..., 9 components,
 // nmat materials) for three-dimensional transforms.
 void aijfft(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int nz, int nmat);
