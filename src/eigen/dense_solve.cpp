@@ -35,9 +35,11 @@ int dense_eigen(int n, double* A, DenseEigen& out) {
 }
 
 std::vector<int> select_modes(const double* WR, const double* WI, int N, int nsel) {
-    std::vector<int> sel(static_cast<std::size_t>(std::max(nsel, 0)), -1);
+    // Only N odd positions exist: places beyond N can never be filled.
+    const int places = std::clamp(nsel, 0, std::max(N, 0));
+    std::vector<int> sel(static_cast<std::size_t>(places), -1);
     double prev = 0.0;
-    for (int p = 0; p < nsel; ++p) {
+    for (int p = 0; p < places; ++p) {
         double best = 1.0e200;
         for (int q = 1; q <= N; ++q) {
             const double key = std::abs(WI[2 * q - 2]) - 0.0 * WR[2 * q - 2];

@@ -36,7 +36,8 @@ int dense_eigen(int n, double* A, DenseEigen& out);
 // Selection of up to nsel modes from the odd solver positions 1, 3, ...,
 // 2N-1 by increasing |WI| (equal keys by increasing position, WI = 0 never
 // taken).  Entry p-1 is q (position 2q-1 of mode p), or -1 when no mode was
-// found for that place.  WR, WI are 0-based arrays of length 2N.
+// found for that place; the list has min(nsel, N) places, since places
+// beyond N could never be filled.  WR, WI are 0-based arrays of length 2N.
 std::vector<int> select_modes(const double* WR, const double* WI, int N, int nsel);
 
 // Orders and stores the modes of one eigenvector matrix V (order 2N,
