@@ -73,7 +73,9 @@ struct FourierPlans {
     FourierPlans(int nx_, int ny_, int nz_, int L1_, int L2_, int L3_, int nsets_)
         : nx(nx_), ny(ny_), nz(nz_), L1(L1_), L2(L2_), L3(L3_), Lh(L1_ / 2 + 1), nsets(nsets_) {
         Fs = static_cast<std::size_t>(Lh) * L2 * (nz + 1);
-        rrow = static_cast<std::size_t>(L1) * (ny + 1) * (nz + 1);
+        // A single layer uses FFTW's own two-dimensional transforms on the
+        // whole padded plane (faster than the pruned stages there).
+        rrow = L3 == 1 ? static_cast<std::size_t>(L1) * L2 : static_cast<std::size_t>(L1) * (ny + 1) * (nz + 1);
         ncols = Lh * L2;
         const int nin = 3 * nsets;
         // A column block fills about 128 KiB (it stays in the core's cache);
@@ -91,6 +93,14 @@ struct FourierPlans {
         const int Fi = static_cast<int>(Fs);
         const int R = static_cast<int>(rrow);
         const int ny1 = ny + 1, nz1 = nz + 1;
+        if (L3 == 1) {
+            const int n2[2] = {L2, L1};
+            fx = fftw_plan_many_dft_r2c(2, n2, nin, rbuf, nullptr, 1, R, cbuf, nullptr, 1, Fi, flags);
+            bx = fftw_plan_many_dft_c2r(2, n2, 3, cbuf, nullptr, 1, Fi, rbuf, nullptr, 1, R, flags);
+            if (!fx || !bx) throw FatalError("FFT: cannot plan the transforms for the padded grid " +
+                                             std::to_string(L1) + " x " + std::to_string(L2));
+            return;
+        }
         for (int dir = 0; dir < 2; ++dir) {
             const int nc = dir == 0 ? nin : 3;
             {  // x: real rows <-> half spectra
@@ -272,9 +282,52 @@ void build_fourier(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int
         im_max = std::max(im_max, std::abs(z.imag()));
     }
     F.real_spectrum = im_max <= 1e-12 * re_max;
+
+    // Half planes along y and z, when every component has its parity.
+    const int L2 = F.L2, L3 = F.L3, Lh = F.Lh;
+    const std::size_t plane = static_cast<std::size_t>(Lh) * L2;
+    constexpr bool yodd[6] = {false, true, false, false, true, false};
+    constexpr bool zodd[6] = {false, false, true, false, true, false};
+    bool fold = F.real_spectrum;
+    for (int s = 0; s < nsets && fold; ++s)
+        for (int q = 0; q < 6 && fold; ++q) {
+            const cplx* base = all.data() + (static_cast<std::size_t>(s) * 6 + q) * nf;
+            for (int kz = 0; kz < L3 && fold; ++kz) {
+                const bool zf = kz > L3 / 2;
+                const int kz2 = zf ? L3 - kz : kz;
+                for (int ky = 0; ky < L2 && fold; ++ky) {
+                    const bool yf = ky > L2 / 2;
+                    const int ky2 = yf ? L2 - ky : ky;
+                    const double sg = ((yf && yodd[q]) != (zf && zodd[q])) ? -1.0 : 1.0;
+                    const cplx* a = base + Lh * static_cast<std::size_t>(ky) + plane * kz;
+                    const cplx* b = base + Lh * static_cast<std::size_t>(ky2) + plane * kz2;
+                    for (int x = 0; x < Lh; ++x)
+                        if (std::abs(a[x].real() - sg * b[x].real()) > 1e-12 * re_max) {
+                            fold = false;
+                            break;
+                        }
+                }
+            }
+        }
+    F.Ky = fold ? L2 / 2 + 1 : L2;
+    F.Kz = fold ? L3 / 2 + 1 : L3;
+    F.colmap.resize(plane);
+    F.yflip.resize(plane);
+    for (std::size_t col = 0; col < plane; ++col) {
+        const int x = static_cast<int>(col % Lh), ky = static_cast<int>(col / Lh);
+        const bool yf = fold && ky > L2 / 2;
+        F.colmap[col] = x + Lh * (yf ? L2 - ky : ky);
+        F.yflip[col] = yf ? 1 : 0;
+    }
     if (F.real_spectrum) {
-        F.spec_re.resize(all.size());
-        for (std::size_t p = 0; p < all.size(); ++p) F.spec_re[p] = all[p].real();
+        const std::size_t ns = static_cast<std::size_t>(Lh) * F.Ky * F.Kz;
+        F.spec_re.resize(static_cast<std::size_t>(nsets) * 6 * ns);
+        for (int sq = 0; sq < nsets * 6; ++sq)
+            for (int kz = 0; kz < F.Kz; ++kz)
+                for (int ky = 0; ky < F.Ky; ++ky)
+                    for (int x = 0; x < Lh; ++x)
+                        F.spec_re[sq * ns + x + Lh * (static_cast<std::size_t>(ky) + static_cast<std::size_t>(F.Ky) * kz)] =
+                            all[sq * nf + x + Lh * static_cast<std::size_t>(ky) + plane * kz].real();
     } else {
         F.spec_c = std::move(all);
     }
@@ -294,29 +347,34 @@ void build_fourier(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int
 template <bool Real>
 void plane_product(const FourierTensor& F, detail::FourierPlans& P) {
     const std::size_t nf = F.frequencies();
+    const std::size_t ns = static_cast<std::size_t>(F.Lh) * F.Ky * F.Kz;  // stored per component
     const int nsets = P.nsets;
     const double* kre = F.spec_re.data();
     const cplx* kcx = F.spec_c.data();
+    const std::int32_t* colmap = F.colmap.data();
+    const std::uint8_t* yflip = F.yflip.data();
     fftw_complex* cb = P.cbuf;
     const std::ptrdiff_t n = static_cast<std::ptrdiff_t>(nf);
 #pragma omp parallel for schedule(static) if (nf > kParallelPoints)
     for (std::ptrdiff_t f = 0; f < n; ++f) {
         cplx h0 = 0.0, h1 = 0.0, h2 = 0.0;
+        const std::size_t fs = static_cast<std::size_t>(colmap[f]);
+        const double sy = yflip[f] ? -1.0 : 1.0;
         for (int s = 0; s < nsets; ++s) {
             const std::size_t mb = static_cast<std::size_t>(3 * s) * nf + f;
             const cplx m0(cb[mb][0], cb[mb][1]);
             const cplx m1(cb[mb + nf][0], cb[mb + nf][1]);
             const cplx m2(cb[mb + 2 * nf][0], cb[mb + 2 * nf][1]);
-            const std::size_t kb = static_cast<std::size_t>(6 * s) * nf + f;
+            const std::size_t kb = static_cast<std::size_t>(6 * s) * ns + fs;
             if constexpr (Real) {
-                const double xx = kre[kb], xy = kre[kb + nf], xz = kre[kb + 2 * nf];
-                const double yy = kre[kb + 3 * nf], yz = kre[kb + 4 * nf], zz = kre[kb + 5 * nf];
+                const double xx = kre[kb], xy = sy * kre[kb + ns], xz = kre[kb + 2 * ns];
+                const double yy = kre[kb + 3 * ns], yz = sy * kre[kb + 4 * ns], zz = kre[kb + 5 * ns];
                 h0 += xx * m0 + xy * m1 + xz * m2;
                 h1 += xy * m0 + yy * m1 + yz * m2;
                 h2 += xz * m0 + yz * m1 + zz * m2;
             } else {
-                const cplx xx = kcx[kb], xy = kcx[kb + nf], xz = kcx[kb + 2 * nf];
-                const cplx yy = kcx[kb + 3 * nf], yz = kcx[kb + 4 * nf], zz = kcx[kb + 5 * nf];
+                const cplx xx = kcx[kb], xy = kcx[kb + ns], xz = kcx[kb + 2 * ns];
+                const cplx yy = kcx[kb + 3 * ns], yz = kcx[kb + 4 * ns], zz = kcx[kb + 5 * ns];
                 h0 += xx * m0 + xy * m1 + xz * m2;
                 h1 += xy * m0 + yy * m1 + yz * m2;
                 h2 += xz * m0 + yz * m1 + zz * m2;
@@ -334,10 +392,15 @@ void plane_product(const FourierTensor& F, detail::FourierPlans& P) {
 template <bool Real>
 void column_pass(const FourierTensor& F, detail::FourierPlans& P) {
     const std::size_t nf = F.frequencies();
+    const std::size_t ns = static_cast<std::size_t>(F.Lh) * F.Ky * F.Kz;  // stored per component
+    const std::size_t splane = static_cast<std::size_t>(F.Lh) * F.Ky;      // stored per kz plane
     const int nsets = P.nsets, nin = 3 * nsets, L3 = F.L3, nz1 = F.nz + 1;
     const std::size_t plane = static_cast<std::size_t>(P.ncols);
     const double* kre = F.spec_re.data();
     const cplx* kcx = F.spec_c.data();
+    const std::int32_t* colmap = F.colmap.data();
+    const std::uint8_t* yflip = F.yflip.data();
+    const bool zfold = F.Kz < L3;
     const int nblocks = (P.ncols + P.block - 1) / P.block;
     const bool par = nf > kParallelPoints;
 #pragma omp parallel if (par)
@@ -357,9 +420,13 @@ void column_pass(const FourierTensor& F, detail::FourierPlans& P) {
                                 static_cast<std::size_t>(L3 - nz1) * B * sizeof(fftw_complex));
             }
             if (L3 > 1) fftw_execute_dft(B == P.block ? P.fz : P.fz_tail, loc, loc);
-            for (int kz = 0; kz < L3; ++kz)
+            for (int kz = 0; kz < L3; ++kz) {
+                const bool zf = zfold && kz > L3 / 2;
+                const std::size_t zoff = splane * static_cast<std::size_t>(zf ? L3 - kz : kz);
+                const double sz = zf ? -1.0 : 1.0;
                 for (int b = 0; b < B; ++b) {
-                    const std::size_t f = static_cast<std::size_t>(c0 + b) + plane * kz;
+                    const std::size_t f = static_cast<std::size_t>(colmap[c0 + b]) + zoff;
+                    const double sy = yflip[c0 + b] ? -1.0 : 1.0;
                     const std::size_t l = static_cast<std::size_t>(kz) * B + b;
                     cplx h0 = 0.0, h1 = 0.0, h2 = 0.0;
                     for (int s = 0; s < nsets; ++s) {
@@ -367,16 +434,16 @@ void column_pass(const FourierTensor& F, detail::FourierPlans& P) {
                         const cplx m0(ms[0][0], ms[0][1]);
                         const cplx m1(ms[cs][0], ms[cs][1]);
                         const cplx m2(ms[2 * cs][0], ms[2 * cs][1]);
-                        const std::size_t kb = static_cast<std::size_t>(6 * s) * nf + f;
+                        const std::size_t kb = static_cast<std::size_t>(6 * s) * ns + f;
                         if constexpr (Real) {
-                            const double xx = kre[kb], xy = kre[kb + nf], xz = kre[kb + 2 * nf];
-                            const double yy = kre[kb + 3 * nf], yz = kre[kb + 4 * nf], zz = kre[kb + 5 * nf];
+                            const double xx = kre[kb], xy = sy * kre[kb + ns], xz = sz * kre[kb + 2 * ns];
+                            const double yy = kre[kb + 3 * ns], yz = sy * sz * kre[kb + 4 * ns], zz = kre[kb + 5 * ns];
                             h0 += xx * m0 + xy * m1 + xz * m2;
                             h1 += xy * m0 + yy * m1 + yz * m2;
                             h2 += xz * m0 + yz * m1 + zz * m2;
                         } else {
-                            const cplx xx = kcx[kb], xy = kcx[kb + nf], xz = kcx[kb + 2 * nf];
-                            const cplx yy = kcx[kb + 3 * nf], yz = kcx[kb + 4 * nf], zz = kcx[kb + 5 * nf];
+                            const cplx xx = kcx[kb], xy = kcx[kb + ns], xz = kcx[kb + 2 * ns];
+                            const cplx yy = kcx[kb + 3 * ns], yz = kcx[kb + 4 * ns], zz = kcx[kb + 5 * ns];
                             h0 += xx * m0 + xy * m1 + xz * m2;
                             h1 += xy * m0 + yy * m1 + yz * m2;
                             h2 += xz * m0 + yz * m1 + zz * m2;
@@ -390,6 +457,7 @@ void column_pass(const FourierTensor& F, detail::FourierPlans& P) {
                     hs[2 * cs][0] = h2.real();
                     hs[2 * cs][1] = h2.imag();
                 }
+            }
             if (L3 > 1) fftw_execute_dft(B == P.block ? P.bz : P.bz_tail, loc, loc);
             for (int c = 0; c < 3; ++c)
                 for (int k = 0; k < nz1; ++k)
@@ -449,15 +517,23 @@ void mfft(const VecGrid& M, const IntGrid& mask, const FourierTensor& F) {
         const int s = c / 3, b = c % 3 + 1;
         const int want = F.set_material[s];
         double* row = P.rbuf + P.rrow * c + static_cast<std::size_t>(L1) * jk;
-        for (int i = 0; i <= nx; ++i) {
-            const int q = mask(i, j, k);
-            row[i] = (want == 0 ? q != 0 : q == want) ? M(i, j, k, b) : 0.0;
-        }
+        const std::int32_t* qrow = mask.data() + mask.linear(0, j, k);
+        const double* mrow = M.data() + M.linear(0, j, k, b);
+        if (want == 0)
+            for (int i = 0; i <= nx; ++i) row[i] = qrow[i] != 0 ? mrow[i] : 0.0;
+        else
+            for (int i = 0; i <= nx; ++i) row[i] = qrow[i] == want ? mrow[i] : 0.0;
         std::fill(row + nx + 1, row + L1, 0.0);
+    }
+    const int nin = 3 * nsets;
+    if (F.L3 == 1) {  // whole padded plane: the rows j > ny are zero
+        const std::size_t used = static_cast<std::size_t>(L1) * (ny + 1);
+        for (int c = 0; c < nin; ++c) std::fill(P.rbuf + P.rrow * c + used, P.rbuf + P.rrow * (c + 1), 0.0);
+        fftw_execute(P.fx);
+        return;
     }
     fftw_execute(P.fx);
     // The rows j > ny of every plane are zero before the y transforms.
-    const int nin = 3 * nsets;
     const std::size_t ytail = static_cast<std::size_t>(Lh) * (L2 - ny - 1);
     if (ytail > 0)
         for (int c = 0; c < nin; ++c)
@@ -474,24 +550,27 @@ void hfft(const IntGrid& mask, const FourierTensor& F, VecGrid& H) {
             plane_product<true>(F, P);
         else
             plane_product<false>(F, P);
+        fftw_execute(P.bx);
     } else {
         if (F.real_spectrum)
             column_pass<true>(F, P);
         else
             column_pass<false>(F, P);
+        fftw_execute(P.by);
+        fftw_execute(P.bx);
     }
-    fftw_execute(P.by);
-    fftw_execute(P.bx);
     const double scale = 1.0 / (static_cast<double>(F.L1) * F.L2 * F.L3);
     const int nx = F.nx, ny = F.ny, nz = F.nz, L1 = F.L1;
     const int rows = (ny + 1) * (nz + 1);
 #pragma omp parallel for schedule(static) if (P.rrow > kParallelPoints)
     for (int jk = 0; jk < rows; ++jk) {
         const int j = jk % (ny + 1), k = jk / (ny + 1);
+        const std::int32_t* qrow = mask.data() + mask.linear(0, j, k);
         for (int a = 1; a <= 3; ++a) {
             const double* row = P.rbuf + P.rrow * (a - 1) + static_cast<std::size_t>(L1) * jk;
+            double* hrow = H.data() + H.linear(0, j, k, a);
             for (int i = 0; i <= nx; ++i)
-                if (mask(i, j, k) != 0) H(i, j, k, a) += scale * row[i];
+                if (qrow[i] != 0) hrow[i] += scale * row[i];
         }
     }
 }

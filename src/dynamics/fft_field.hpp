@@ -18,6 +18,7 @@
 // two evaluations on the same form must not run at the same time.
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -49,6 +50,15 @@ struct FourierTensor {
     std::vector<int> set_material;
     std::vector<double> spec_re;            // real spectra
     std::vector<cplx> spec_c;               // complex spectra (real_spectrum false)
+    // Real spectra of kernels with a definite parity along y and z in every
+    // component (the Newell tensor: xy, yz odd in y; xz, yz odd in z) are
+    // kept for ky <= L2/2 and kz <= L3/2 only; the other half planes follow
+    // with the component's sign.  Ky, Kz: stored extents; per column
+    // x + Lh ky of the full spectrum, colmap gives the stored column and
+    // yflip marks ky > L2/2.
+    int Ky = 0, Kz = 0;
+    std::vector<std::int32_t> colmap;
+    std::vector<std::uint8_t> yflip;
 
     // Per material 1..nmat (index 0 unused): offsets where its slice differs
     // from material 1's, read with that material as the source.

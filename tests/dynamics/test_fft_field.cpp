@@ -98,6 +98,8 @@ TEST(FftField, ThreeDimensionalTwoMaterialsWithHolesOddAndEvenSizes) {
         FourierTensor F;
         aijfft(p.AIJ, F, nx, ny, nz, 2);
         EXPECT_TRUE(F.real_spectrum);  // the Newell tensor is even under r -> -r
+        EXPECT_EQ(F.Ky, ny + 2);       // and has a parity along y and z: half planes kept
+        EXPECT_EQ(F.Kz, nz + 2);
         ASSERT_EQ(F.set_material.size(), 1u);
         EXPECT_EQ(F.stencil[2].size(), 6u);  // exchange differs on six offsets
         expect_same_field(p, F, p.AIJ);
@@ -198,6 +200,7 @@ TEST(FftField, KernelNotEvenUsesComplexSpectra) {
     FourierTensor F;
     aijfft(p.AIJ, F, 3, 2, 1, 2);
     EXPECT_FALSE(F.real_spectrum);
+    EXPECT_EQ(F.Ky, F.L2);
     expect_same_field(p, F, p.AIJ);
 }
 
