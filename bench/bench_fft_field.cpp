@@ -134,19 +134,19 @@ void BM_plain_route(benchmark::State& state) {
         fftw_execute(p);
         fftw_destroy_plan(p);
     };
-    std::vector<fftw_complex*> spec(9), mb(3);
+    std::vector<fftw_complex*> spectra(9), mb(3);
     for (int c = 0; c < 9; ++c) {
-        spec[c] = fftw_alloc_complex(np);
-        std::fill(reinterpret_cast<double*>(spec[c]), reinterpret_cast<double*>(spec[c] + np), 0.0);
+        spectra[c] = fftw_alloc_complex(np);
+        std::fill(reinterpret_cast<double*>(spectra[c]), reinterpret_cast<double*>(spectra[c] + np), 0.0);
         for (int k = -b.nz; k <= (two_d ? 0 : b.nz + 1); ++k)
             for (int j = -b.ny; j <= b.ny + 1; ++j)
                 for (int i = -b.nx; i <= b.nx + 1; ++i) {
                     const std::size_t p = (i < 0 ? i + L1 : i) +
                                           static_cast<std::size_t>(L1) * ((j < 0 ? j + L2 : j) +
                                                                           static_cast<std::size_t>(L2) * (k < 0 ? k + L3 : k));
-                    spec[c][p][0] = b.AIJ(i, j, k, c + 1, 1);
+                    spectra[c][p][0] = b.AIJ(i, j, k, c + 1, 1);
                 }
-        transform(spec[c], FFTW_FORWARD);
+        transform(spectra[c], FFTW_FORWARD);
     }
     for (auto& m : mb) m = fftw_alloc_complex(np);
     std::vector<fftw_complex*> hb(3);
@@ -168,7 +168,7 @@ void BM_plain_route(benchmark::State& state) {
             for (int a = 0; a < 3; ++a) {
                 double re = 0.0, im = 0.0;
                 for (int c = 0; c < 3; ++c) {
-                    const double ar = spec[a + 3 * c][f][0], ai = spec[a + 3 * c][f][1];
+                    const double ar = spectra[a + 3 * c][f][0], ai = spectra[a + 3 * c][f][1];
                     const double br = mb[c][f][0], bi = mb[c][f][1];
                     re += ar * br - ai * bi;
                     im += ai * br + ar * bi;
@@ -187,7 +187,7 @@ void BM_plain_route(benchmark::State& state) {
         }
         benchmark::DoNotOptimize(b.H.data());
     }
-    for (auto* p : spec) fftw_free(p);
+    for (auto* p : spectra) fftw_free(p);
     for (auto* p : mb) fftw_free(p);
     for (auto* p : hb) fftw_free(p);
 }
