@@ -39,6 +39,53 @@ void sized_mask(Session& s, int cx, int cy, int cz) {
     new_mask(s.st, cx - 1, cy - 1, cz - 1);
 }
 
+// Extent of a shape's bounding box (cm), and for a ring its inner
+// diameter.  Kinds: 1 ring (Dout Din H), 2 sphere (D), 3 box (Lx Ly Lz),
+// 4 elliptic disk (Dx Dy H).
+struct ShapeSize {
+    double x = 0.0, y = 0.0, z = 0.0, inner = 0.0;
+};
+
+ShapeSize read_shape_size(Session& s, int kind) {
+    ShapeSize z;
+    if (kind == 1) {
+        z.x = z.y = s.in.f64("Dout");
+        z.inner = s.in.f64("Din");
+        z.z = s.in.f64("H");
+    } else if (kind == 2) {
+        z.x = z.y = z.z = s.in.f64("D");
+    } else {
+        z.x = s.in.f64(kind == 3 ? "Lx" : "Dx");
+        z.y = s.in.f64(kind == 3 ? "Ly" : "Dy");
+        z.z = s.in.f64(kind == 3 ? "Lz" : "H");
+    }
+    return z;
+}
+
+// Paints the shape with material mat, the low corner of its bounding box at
+// (X0, Y0, Z0) cm; returns the number of cells painted.  Semi-axes and
+// centres are in cells, measured between cell centres.
+int paint_shape(ModelState& st, int kind, const ShapeSize& z, double X0, double Y0, double Z0, int mat) {
+    const double dx = st.dx, dy = st.dy, dz = st.dz;
+    const double a = z.x / (2 * dx) - 0.5, b = z.y / (2 * dy) - 0.5;
+    int count = 0;
+    if (kind == 1 || kind == 4) {
+        const double ai = kind == 1 ? z.inner / (2 * dx) - 0.5 : 0.0;
+        const double bi = kind == 1 ? z.inner / (2 * dy) - 0.5 : 0.0;
+        calcdisk(st.MASQUE, st.nx, st.ny, st.nz, a, b, ai, bi, z.z / dz - 1, X0 / dx + a, Y0 / dy + b, Z0 / dz, mat,
+                 count);
+    } else if (kind == 2) {
+        const double c = z.z / (2 * dz) - 0.5;
+        calcsphere(st.MASQUE, st.nx, st.ny, st.nz, a, b, c, 0.0, 0.0, 0.0, X0 / dx + a, Y0 / dy + b, Z0 / dz + c, mat,
+                   count);
+    } else if (kind == 3) {
+        const int i1 = nint(X0 / dx), j1 = nint(Y0 / dy), k1 = nint(Z0 / dz);
+        calcslab2(st.MASQUE, st.nx, st.ny, st.nz, i1, i1 + nint(z.x / dx - 1), j1, j1 + nint(z.y / dy - 1), k1,
+                  k1 + nint(z.z / dz - 1), mat, count);
+    }
+    return count;
+}
+
 std::string quoted(int v) { return "\"" + std::to_string(v) + "\""; }
 
 }  // namespace
@@ -123,40 +170,15 @@ void cmd_masque_info(Session& s) {
 void cmd_add_shape(Session& s) {
     s.line();
     const int kind = s.in.i32("the shape kind");
-    ModelState& st = s.st;
-    const double dx = st.dx, dy = st.dy, dz = st.dz;
-    int count = 0;
-    if (kind == 1 || kind == 4) {
-        s.line();
-        const double Dx = s.in.f64(kind == 1 ? "Dout" : "Dx");
-        const double Dy = s.in.f64(kind == 1 ? "Din" : "Dy");
-        const double H = s.in.f64("H");
-        const double X0 = s.in.f64("X0"), Y0 = s.in.f64("Y0"), Z0 = s.in.f64("Z0");
-        const int mat = s.in.i32("the material");
-        // Kind 1 has one outer diameter for both axes and an inner one.
-        const double a = Dx / (2 * dx) - 0.5;
-        const double b = (kind == 1 ? Dx : Dy) / (2 * dy) - 0.5;
-        const double ai = kind == 1 ? Dy / (2 * dx) - 0.5 : 0.0;
-        const double bi = kind == 1 ? Dy / (2 * dy) - 0.5 : 0.0;
-        calcdisk(st.MASQUE, st.nx, st.ny, st.nz, a, b, ai, bi, H / dz - 1, X0 / dx + a, Y0 / dy + b, Z0 / dz, mat,
-                 count);
-    } else if (kind == 2) {
-        s.line();
-        const double D = s.in.f64("D");
-        const double X0 = s.in.f64("X0"), Y0 = s.in.f64("Y0"), Z0 = s.in.f64("Z0");
-        const int mat = s.in.i32("the material");
-        const double a = D / (2 * dx) - 0.5, b = D / (2 * dy) - 0.5, c = D / (2 * dz) - 0.5;
-        calcsphere(st.MASQUE, st.nx, st.ny, st.nz, a, b, c, 0.0, 0.0, 0.0, X0 / dx + a, Y0 / dy + b, Z0 / dz + c, mat,
-                   count);
-    } else if (kind == 3) {
-        s.line();
-        const double Lx = s.in.f64("Lx"), Ly = s.in.f64("Ly"), Lz = s.in.f64("Lz");
-        const double X0 = s.in.f64("X0"), Y0 = s.in.f64("Y0"), Z0 = s.in.f64("Z0");
-        const int mat = s.in.i32("the material");
-        const int i1 = nint(X0 / dx), j1 = nint(Y0 / dy), k1 = nint(Z0 / dz);
-        calcslab2(st.MASQUE, st.nx, st.ny, st.nz, i1, i1 + nint(Lx / dx - 1), j1, j1 + nint(Ly / dy - 1), k1,
-                  k1 + nint(Lz / dz - 1), mat, count);
+    if (kind < 1 || kind > 4) {
+        s.ack();
+        return;
     }
+    s.line();
+    const ShapeSize z = read_shape_size(s, kind);
+    const double X0 = s.in.f64("X0"), Y0 = s.in.f64("Y0"), Z0 = s.in.f64("Z0");
+    const int mat = s.in.i32("the material");
+    paint_shape(s.st, kind, z, X0, Y0, Z0, mat);
     s.ack();
 }
 
@@ -173,32 +195,12 @@ void cmd_study_shape(Session& s) {
     s.line();
     const int kind = s.in.i32("the shape kind");
     ModelState& st = s.st;
-    const double dx = st.dx, dy = st.dy, dz = st.dz;
     int count = 0;
-    // The grid is the shape's bounding box; the shape is painted with
-    // material 1 from the grid's low corner, as ADD_SHAPE would.
-    if (kind == 1 || kind == 4) {
+    if (kind >= 1 && kind <= 4) {
         s.line();
-        const double Dx = s.in.f64(kind == 1 ? "Dout" : "Dx");
-        const double Dy = s.in.f64(kind == 1 ? "Din" : "Dy");
-        const double H = s.in.f64("H");
-        const double Dyout = kind == 1 ? Dx : Dy;
-        sized_mask(s, nint(Dx / dx), nint(Dyout / dy), nint(H / dz));
-        const double a = Dx / (2 * dx) - 0.5, b = Dyout / (2 * dy) - 0.5;
-        const double ai = kind == 1 ? Dy / (2 * dx) - 0.5 : 0.0;
-        const double bi = kind == 1 ? Dy / (2 * dy) - 0.5 : 0.0;
-        calcdisk(st.MASQUE, st.nx, st.ny, st.nz, a, b, ai, bi, H / dz - 1, a, b, 0.0, 1, count);
-    } else if (kind == 2) {
-        s.line();
-        const double D = s.in.f64("D");
-        sized_mask(s, nint(D / dx), nint(D / dy), nint(D / dz));
-        const double a = D / (2 * dx) - 0.5, b = D / (2 * dy) - 0.5, c = D / (2 * dz) - 0.5;
-        calcsphere(st.MASQUE, st.nx, st.ny, st.nz, a, b, c, 0.0, 0.0, 0.0, a, b, c, 1, count);
-    } else if (kind == 3) {
-        s.line();
-        const double Lx = s.in.f64("Lx"), Ly = s.in.f64("Ly"), Lz = s.in.f64("Lz");
-        sized_mask(s, nint(Lx / dx), nint(Ly / dy), nint(Lz / dz));
-        calcslab2(st.MASQUE, st.nx, st.ny, st.nz, 0, st.nx, 0, st.ny, 0, st.nz, 1, count);
+        const ShapeSize z = read_shape_size(s, kind);
+        sized_mask(s, nint(z.x / st.dx), nint(z.y / st.dy), nint(z.z / st.dz));
+        count = paint_shape(st, kind, z, 0.0, 0.0, 0.0, 1);
     }
     say(st.LINER + " ok", count);
 }
