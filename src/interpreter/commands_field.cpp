@@ -165,18 +165,26 @@ void cmd_calc_field(Session& s) {
     s.ack();
 }
 
-void cmd_m_save(Session& s) {
+namespace {
+
+// Line: format (1 text, 2 binary, 4 VRML scene), file name.  Other formats
+// only acknowledge.
+void save_command(Session& s, const VecGrid& v, const char* what) {
     ModelState& st = s.st;
     s.line();
     const int format = s.in.i32("the format");
     st.FNAME = s.in.name("the file name");
     if (format == 1 || format == 2 || format == 4) {
         need_mask(s);
-        need(s, st.M, "magnetization");
-        save_vector(st, st.M, format, st.FNAME);
+        need(s, v, what);
+        save_vector(st, v, format, st.FNAME);
     }
     s.ack();
 }
+
+}  // namespace
+
+void cmd_m_save(Session& s) { save_command(s, s.st.M, "magnetization"); }
 
 void cmd_m_load(Session& s) {
     ModelState& st = s.st;
@@ -189,18 +197,7 @@ void cmd_m_load(Session& s) {
     s.ack();
 }
 
-void cmd_h_save(Session& s) {
-    ModelState& st = s.st;
-    s.line();
-    const int format = s.in.i32("the format");
-    st.FNAME = s.in.name("the file name");
-    if (format == 1 || format == 2 || format == 4) {
-        need_mask(s);
-        need(s, st.H, "effective field");
-        save_vector(st, st.H, format, st.FNAME);
-    }
-    s.ack();
-}
+void cmd_h_save(Session& s) { save_command(s, s.st.H, "effective field"); }
 
 void cmd_h_average(Session& s) {
     ModelState& st = s.st;
