@@ -142,25 +142,11 @@ TEST(DirectField, SameResultForAnyThreadCount) {
     EXPECT_TRUE(h1 == h3);
 }
 
-TEST(DirectField, EmptyMaskLeavesFieldAndRepeatedCallAddsAgain) {
+TEST(DirectField, EmptyMaskLeavesFieldUntouched) {
     Problem p = make_problem();
     const VecGrid before = p.H;
-    IntGrid empty = make_int_grid(p.nx, p.ny, p.nz);
-    calcfields(p.M, p.MS, {1, 2, 3}, 0.5, empty, p.AIJ, p.H, p.nx, p.ny, p.nz, 2);
+    calcfields(p.M, p.MS, {1, 2, 3}, 0.5, make_int_grid(p.nx, p.ny, p.nz), p.AIJ, p.H, p.nx, p.ny, p.nz, 2);
     EXPECT_TRUE(p.H == before);
-
-    // Two calls without reloading H add the dipolar field twice (s = MP = 0).
-    VecGrid once = before, twice = before;
-    calcfields(p.M, p.MS, {0, 0, 0}, 0.0, p.mask, p.AIJ, once, p.nx, p.ny, p.nz, 2);
-    calcfields(p.M, p.MS, {0, 0, 0}, 0.0, p.mask, p.AIJ, twice, p.nx, p.ny, p.nz, 2);
-    calcfields(p.M, p.MS, {0, 0, 0}, 0.0, p.mask, p.AIJ, twice, p.nx, p.ny, p.nz, 2);
-    const double scale = max_abs(once);
-    for (int a = 1; a <= 3; ++a)
-        for (int i = 0; i <= p.nx; ++i) {
-            if (p.mask(i, 1, 1) == 0) continue;
-            const double d = once(i, 1, 1, a) - before(i, 1, 1, a);
-            EXPECT_NEAR(twice(i, 1, 1, a), before(i, 1, 1, a) + 2 * d, 1e-12 * scale);
-        }
 }
 
 TEST(DirectField, VectorProductTermOnOneCellByHand) {
@@ -257,14 +243,7 @@ TEST(AppliedField, StaticPartAndDrivingPartAtGivenTime) {
     inith(H0, rf, false, 2.0, 0.7, H, 1, 1, 0);
     EXPECT_TRUE(H == H0);
 
-    const double w = 3.0, t = 0.25;
-    inith(H0, rf, true, w, t, H, 1, 1, 0);
-    for (int a = 1; a <= 3; ++a)
-        for (int j = 0; j <= 1; ++j)
-            for (int i = 0; i <= 1; ++i) {
-                const cplx drive = rf(i, j, 0, a) * std::exp(cplx(0.0, w * t));
-                EXPECT_NEAR(H(i, j, 0, a), H0(i, j, 0, a) + drive.real(), 1e-13);
-            }
+    const double w = 3.0;
     // At t = 0 the drive is Re(HRF); a quarter period later it is -Im(HRF).
     inith(H0, rf, true, w, 0.0, H, 1, 1, 0);
     EXPECT_DOUBLE_EQ(H(1, 0, 0, 2), 21.0 + 4.0);

@@ -109,69 +109,31 @@ TEST(FftField, ThreeDimensionalTwoMaterialsWithHolesOddAndEvenSizes) {
     }
 }
 
-TEST(FftField, VectorProductTermAndCurrentVector) {
-    Problem p(3, 4, 2, 2);
-    p.randomize(5, 0.2);
-    p.s = 0.37;
-    p.MP = {12.0, -40.0, 7.5};
-    FourierTensor F;
-    aijfft(p.AIJ, F, 3, 4, 2, 2);
-    expect_same_field(p, F, p.AIJ);
-}
-
-TEST(FftField, SingleLayerTwoDimensionalAndThreeDimensionalForms) {
-    Problem p(8, 5, 0, 2);
-    p.randomize(23, 0.25);
-    FourierTensor F2, F3;
-    aijfft2d(p.AIJ, F2, 8, 5, 2);
-    EXPECT_TRUE(F2.two_d);
-    EXPECT_EQ(F2.L3, 1);
-    expect_same_field(p, F2, p.AIJ);
-    aijfft(p.AIJ, F3, 8, 5, 0, 2);
-    EXPECT_FALSE(F3.two_d);
-    expect_same_field(p, F3, p.AIJ);
-}
-
-TEST(FftField, SingleColumnSingleRowAndOneCell) {
-    {
-        Problem p(0, 0, 6, 2);
-        p.randomize(3, 0.2);
+// Odd shapes, the single-layer and whole-volume forms, the vector-product
+// term with a current vector, and an empty mask (field left as applied).
+TEST(FftField, LayersColumnsRowsOneCellAndDriveTerms) {
+    struct Shape {
+        int nx, ny, nz, nmat;
+        bool two_d;
+        double hole, s;
+    };
+    for (const Shape c : {Shape{3, 4, 2, 2, false, 0.2, 0.37}, Shape{8, 5, 0, 2, true, 0.25, 0.0},
+                          Shape{8, 5, 0, 2, false, 0.25, 0.0}, Shape{0, 0, 6, 2, false, 0.2, 0.0},
+                          Shape{9, 0, 0, 1, true, 0.0, 0.0}, Shape{0, 0, 0, 1, true, 0.0, 0.2},
+                          Shape{3, 3, 1, 1, false, 1.0, 0.0}}) {
+        SCOPED_TRACE(testing::Message() << c.nx << 'x' << c.ny << 'x' << c.nz << (c.two_d ? " 2d" : " 3d"));
+        Problem p(c.nx, c.ny, c.nz, c.nmat);
+        p.randomize(5u + c.nx + 7u * c.nz, c.hole);
+        p.s = c.s;
+        if (c.s != 0.0) p.MP = {12.0, -40.0, 7.5};
         FourierTensor F;
-        aijfft(p.AIJ, F, 0, 0, 6, 2);
+        if (c.two_d)
+            aijfft2d(p.AIJ, F, c.nx, c.ny, c.nmat);
+        else
+            aijfft(p.AIJ, F, c.nx, c.ny, c.nz, c.nmat);
+        EXPECT_EQ(F.two_d, c.two_d);
         expect_same_field(p, F, p.AIJ);
     }
-    {
-        Problem p(9, 0, 0, 1);
-        p.randomize(4, 0.0);
-        FourierTensor F;
-        aijfft2d(p.AIJ, F, 9, 0, 1);
-        expect_same_field(p, F, p.AIJ);
-    }
-    {
-        // One cell: only the self term acts, H = Happ + N(0) M.
-        Problem p(0, 0, 0, 1);
-        p.randomize(8, 0.0);
-        FourierTensor F;
-        aijfft2d(p.AIJ, F, 0, 0, 1);
-        expect_same_field(p, F, p.AIJ);
-        VecGrid H = p.Happ;
-        calcfieldsfft(p.M, p.MS, p.MP, p.s, p.mask, F, H, 0, 0, 0, 1);
-        for (int a = 1; a <= 3; ++a) {
-            double want = p.Happ(0, 0, 0, a);
-            for (int b = 1; b <= 3; ++b) want += p.AIJ(0, 0, 0, a + 3 * (b - 1), 1) * p.M(0, 0, 0, b);
-            EXPECT_NEAR(H(0, 0, 0, a), want, 1e-12 * 1e4);
-        }
-    }
-}
-
-TEST(FftField, EmptyMaskLeavesFieldUntouched) {
-    Problem p(3, 3, 1, 1);
-    p.randomize(2, 1.0);
-    FourierTensor F;
-    aijfft(p.AIJ, F, 3, 3, 1, 1);
-    VecGrid H = p.Happ;
-    calcfieldsfft(p.M, p.MS, p.MP, p.s, p.mask, F, H, 3, 3, 1, 1);
-    EXPECT_TRUE(H == p.Happ);
 }
 
 TEST(FftField, MaterialsWithUnrelatedSlicesGetTheirOwnConvolution) {
