@@ -336,6 +336,28 @@ void build_fourier(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int
     F.ready = true;
 }
 
+// Adds the symmetric block stored at kb (six components ns apart) times
+// (m0, m1, m2) to (h0, h1, h2).  Real spectra stored on half planes take
+// the signs sy, sz of the mirrored planes (xy, yz odd in y; xz, yz odd in z);
+// complex spectra are stored whole.
+template <bool Real>
+inline void block_product(const double* kre, const cplx* kcx, std::size_t kb, std::size_t ns, double sy, double sz,
+                          cplx m0, cplx m1, cplx m2, cplx& h0, cplx& h1, cplx& h2) {
+    if constexpr (Real) {
+        const double xx = kre[kb], xy = sy * kre[kb + ns], xz = sz * kre[kb + 2 * ns];
+        const double yy = kre[kb + 3 * ns], yz = sy * sz * kre[kb + 4 * ns], zz = kre[kb + 5 * ns];
+        h0 += xx * m0 + xy * m1 + xz * m2;
+        h1 += xy * m0 + yy * m1 + yz * m2;
+        h2 += xz * m0 + yz * m1 + zz * m2;
+    } else {
+        const cplx xx = kcx[kb], xy = kcx[kb + ns], xz = kcx[kb + 2 * ns];
+        const cplx yy = kcx[kb + 3 * ns], yz = kcx[kb + 4 * ns], zz = kcx[kb + 5 * ns];
+        h0 += xx * m0 + xy * m1 + xz * m2;
+        h1 += xy * m0 + yy * m1 + yz * m2;
+        h2 += xz * m0 + yz * m1 + zz * m2;
+    }
+}
+
 // The z transforms and the product, column block by column block: a block
 // of B consecutive columns (x fastest, then y) of every component is copied
 // into a per-thread buffer laid out [component][kz][column], the planes
@@ -366,19 +388,7 @@ void plane_product(const FourierTensor& F, detail::FourierPlans& P) {
             const cplx m1(cb[mb + nf][0], cb[mb + nf][1]);
             const cplx m2(cb[mb + 2 * nf][0], cb[mb + 2 * nf][1]);
             const std::size_t kb = static_cast<std::size_t>(6 * s) * ns + fs;
-            if constexpr (Real) {
-                const double xx = kre[kb], xy = sy * kre[kb + ns], xz = kre[kb + 2 * ns];
-                const double yy = kre[kb + 3 * ns], yz = sy * kre[kb + 4 * ns], zz = kre[kb + 5 * ns];
-                h0 += xx * m0 + xy * m1 + xz * m2;
-                h1 += xy * m0 + yy * m1 + yz * m2;
-                h2 += xz * m0 + yz * m1 + zz * m2;
-            } else {
-                const cplx xx = kcx[kb], xy = kcx[kb + ns], xz = kcx[kb + 2 * ns];
-                const cplx yy = kcx[kb + 3 * ns], yz = kcx[kb + 4 * ns], zz = kcx[kb + 5 * ns];
-                h0 += xx * m0 + xy * m1 + xz * m2;
-                h1 += xy * m0 + yy * m1 + yz * m2;
-                h2 += xz * m0 + yz * m1 + zz * m2;
-            }
+            block_product<Real>(kre, kcx, kb, ns, sy, 1.0, m0, m1, m2, h0, h1, h2);
         }
         cb[f][0] = h0.real();
         cb[f][1] = h0.imag();
@@ -435,19 +445,7 @@ void column_pass(const FourierTensor& F, detail::FourierPlans& P) {
                         const cplx m1(ms[cs][0], ms[cs][1]);
                         const cplx m2(ms[2 * cs][0], ms[2 * cs][1]);
                         const std::size_t kb = static_cast<std::size_t>(6 * s) * ns + f;
-                        if constexpr (Real) {
-                            const double xx = kre[kb], xy = sy * kre[kb + ns], xz = sz * kre[kb + 2 * ns];
-                            const double yy = kre[kb + 3 * ns], yz = sy * sz * kre[kb + 4 * ns], zz = kre[kb + 5 * ns];
-                            h0 += xx * m0 + xy * m1 + xz * m2;
-                            h1 += xy * m0 + yy * m1 + yz * m2;
-                            h2 += xz * m0 + yz * m1 + zz * m2;
-                        } else {
-                            const cplx xx = kcx[kb], xy = kcx[kb + ns], xz = kcx[kb + 2 * ns];
-                            const cplx yy = kcx[kb + 3 * ns], yz = kcx[kb + 4 * ns], zz = kcx[kb + 5 * ns];
-                            h0 += xx * m0 + xy * m1 + xz * m2;
-                            h1 += xy * m0 + yy * m1 + yz * m2;
-                            h2 += xz * m0 + yz * m1 + zz * m2;
-                        }
+                        block_product<Real>(kre, kcx, kb, ns, sy, sz, m0, m1, m2, h0, h1, h2);
                     }
                     fftw_complex* hs = loc + l;
                     hs[0][0] = h0.real();
