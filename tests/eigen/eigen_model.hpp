@@ -125,30 +125,32 @@ inline double norm(const std::vector<cplx>& v) {
     return std::sqrt(s);
 }
 
+inline double frobenius(const std::vector<double>& A) {
+    double fro = 0.0;
+    for (double a : A) fro += a * a;
+    return std::sqrt(fro);
+}
+
 // ||A v - lambda v|| / (||A||_F ||v||) with A real column-major.
 inline double right_residual(const std::vector<double>& A, const std::vector<cplx>& v, cplx lambda) {
     const std::size_t n = v.size();
-    double fro = 0.0;
-    for (double a : A) fro += a * a;
     std::vector<cplx> r(n, 0.0);
     for (std::size_t c = 0; c < n; ++c)
         for (std::size_t k = 0; k < n; ++k) r[k] += A[k + c * n] * v[c];
     for (std::size_t k = 0; k < n; ++k) r[k] -= lambda * v[k];
-    return norm(r) / (std::sqrt(fro) * norm(v));
+    return norm(r) / (frobenius(A) * norm(v));
 }
 
-// ||u^H A - lambda u^H|| / (||A||_F ||u||).
+// ||u^H A - lambda u^H|| / (||A||_F ||u||): the right residual of A^T for conj(u).
 inline double left_residual(const std::vector<double>& A, const std::vector<cplx>& u, cplx lambda) {
     const std::size_t n = u.size();
-    double fro = 0.0;
-    for (double a : A) fro += a * a;
-    std::vector<cplx> r(n, 0.0);
+    std::vector<double> At(A.size());
+    std::vector<cplx> uc(n);
     for (std::size_t c = 0; c < n; ++c) {
-        cplx s = 0.0;
-        for (std::size_t k = 0; k < n; ++k) s += std::conj(u[k]) * A[k + c * n];
-        r[c] = s - lambda * std::conj(u[c]);
+        uc[c] = std::conj(u[c]);
+        for (std::size_t k = 0; k < n; ++k) At[c + k * n] = A[k + c * n];
     }
-    return norm(r) / (std::sqrt(fro) * norm(u));
+    return right_residual(At, uc, lambda);
 }
 
 }  // namespace torix::test

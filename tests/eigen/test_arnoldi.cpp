@@ -61,12 +61,9 @@ TEST(Arnoldi, BothKindsGiveTheDenseLowestFrequencies) {
         }
         // Console: element count only for the element list, then the texts.
         EXPECT_EQ(out.find(" elements ") != std::string::npos, kind == 2);
-        const char* texts[] = {" matrix created", " Ritz values (Real,Imag) and relative residuals", " _NDRV1 ",
-                               " ====== ", " Size of the matrix is 80", " The number of Ritz values requested is 8",
-                               " The number of Arnoldi vectors generated (NCV) is 40",
-                               " What portion of the spectrum: SM", " The number of converged Ritz values is",
-                               " The number of Implicit Arnoldi update iterations taken is", " The number of OP*x is",
-                               " The convergence criterion is", " matrix solved"};
+        const char* texts[] = {" matrix created", " Ritz values (Real,Imag) and relative residuals",
+                               " Size of the matrix is 80", " The number of Ritz values requested is 8",
+                               " The number of Arnoldi vectors generated (NCV) is 40", " matrix solved"};
         std::size_t pos = 0;
         for (const char* t : texts) {
             const std::size_t at = out.find(t, pos);

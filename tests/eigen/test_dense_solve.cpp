@@ -3,6 +3,7 @@
 // biorthogonality.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <iostream>
 #include <numbers>
@@ -78,21 +79,10 @@ TEST(SortModes, ConjugatePackedPairHasTrueEigenvector) {
     // eigenvector for -g + i f.
     const int n = 4;
     std::vector<double> A = {3, 0, 0, 0, 0, -0.5, -2, 0, 0, 2, -0.5, 0, 0, 0, 0, 0.1};
-    // Rotate by a fixed orthogonal matrix so that the vectors are not trivial.
+    // Rotate by a fixed orthogonal matrix (a 4x4 Hadamard matrix / 2) so that the vectors are not trivial.
     std::vector<double> Q(16);
     for (int r = 0; r < 4; ++r)
-        for (int c = 0; c < 4; ++c) Q[r + 4 * c] = std::sin(1.0 + 3.1 * r * r + 1.3 * c + 0.7 * r * c * c);
-    // Gram-Schmidt on the columns of Q.
-    for (int c = 0; c < 4; ++c) {
-        for (int p = 0; p < c; ++p) {
-            double d = 0;
-            for (int r = 0; r < 4; ++r) d += Q[r + 4 * c] * Q[r + 4 * p];
-            for (int r = 0; r < 4; ++r) Q[r + 4 * c] -= d * Q[r + 4 * p];
-        }
-        double s = 0;
-        for (int r = 0; r < 4; ++r) s += Q[r + 4 * c] * Q[r + 4 * c];
-        for (int r = 0; r < 4; ++r) Q[r + 4 * c] /= std::sqrt(s);
-    }
+        for (int c = 0; c < 4; ++c) Q[r + 4 * c] = (std::popcount(static_cast<unsigned>(r & c)) % 2 ? -0.5 : 0.5);
     std::vector<double> B(16, 0.0), QA(16, 0.0);
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c)
@@ -115,7 +105,8 @@ TEST(SortModes, ConjugatePackedPairHasTrueEigenvector) {
     EXPECT_LT(left_residual(B, vec(L, 2, 1), lambda), 1e-12);
 }
 
-TEST(DenseSolve, CubicCellPrecessesAtTheFieldAndDecaysWithBeta) {
+TEST(DenseSolve, SingleCellFrequencies) {
+    // Cubic cell along the field: f = H0, g = beta H0.
     const double H0 = 2000.0, Ms = 800.0, beta = 0.05;
     Model m = make_model(0, 0, 0, 5e-7, 5e-7, 5e-7, {{1.3e-6, Ms}}, [](int, int, int) { return 1; });
     set_m(m, [](int, int, int) { return std::array<double, 3>{0.0, 0.0, 1.0}; });
@@ -138,24 +129,21 @@ TEST(DenseSolve, CubicCellPrecessesAtTheFieldAndDecaysWithBeta) {
     ASSERT_EQ(t.nmodes, 1);
     EXPECT_NEAR(t.W(1, 1), H0, 1e-9 * H0);
     EXPECT_NEAR(t.W(1, 2), 0.0, 1e-9 * H0);
-}
-
-TEST(DenseSolve, NonCubicCellGivesKittelFrequency) {
-    const double H0 = 1500.0, Ms = 1000.0;
-    Model m = make_model(0, 0, 0, 3e-7, 5e-7, 8e-7, {{1.3e-6, Ms}}, [](int, int, int) { return 1; });
-    set_m(m, [](int, int, int) { return std::array<double, 3>{0.0, 0.0, 1.0}; });
-    set_field(m, {0.0, 0.0, H0});
-    set_numbering(m);
-    // Demagnetizing factors of the cell from the tensor's self block.
-    const double Nx = -m.AIJ(0, 0, 0, 1, 1) / (4 * kPi), Ny = -m.AIJ(0, 0, 0, 5, 1) / (4 * kPi),
-                 Nz = -m.AIJ(0, 0, 0, 9, 1) / (4 * kPi);
-    ASSERT_NEAR(Nx + Ny + Nz, 1.0, 1e-10);
-    ASSERT_GT(Nx, Ny);
-    const double f = std::sqrt((H0 + (Nx - Nz) * 4 * kPi * Ms) * (H0 + (Ny - Nz) * 4 * kPi * Ms));
-    const Modes r = solve(m, 1);
-    ASSERT_EQ(r.nmodes, 1);
-    EXPECT_NEAR(r.W(1, 1), f, 1e-10 * f);
-    EXPECT_NEAR(r.W(1, 2), 0.0, 1e-10 * f);
+    // Non-cubic cell: the Kittel frequency from the self block's demagnetizing factors.
+    const double H1 = 1500.0, Ms1 = 1000.0;
+    Model k = make_model(0, 0, 0, 3e-7, 5e-7, 8e-7, {{1.3e-6, Ms1}}, [](int, int, int) { return 1; });
+    set_m(k, [](int, int, int) { return std::array<double, 3>{0.0, 0.0, 1.0}; });
+    set_field(k, {0.0, 0.0, H1});
+    set_numbering(k);
+    double N[3];
+    for (int c = 0; c < 3; ++c) N[c] = -k.AIJ(0, 0, 0, 1 + 4 * c, 1) / (4 * kPi);
+    ASSERT_NEAR(N[0] + N[1] + N[2], 1.0, 1e-10);
+    ASSERT_GT(N[0], N[1]);
+    const double f = std::sqrt((H1 + (N[0] - N[2]) * 4 * kPi * Ms1) * (H1 + (N[1] - N[2]) * 4 * kPi * Ms1));
+    const Modes kr = solve(k, 1);
+    ASSERT_EQ(kr.nmodes, 1);
+    EXPECT_NEAR(kr.W(1, 1), f, 1e-10 * f);
+    EXPECT_NEAR(kr.W(1, 2), 0.0, 1e-10 * f);
 }
 
 Model sphere(double H0, double beta) {

@@ -203,24 +203,5 @@ TEST(DynamicMatrix, ElementListAndProducts) {
     }
 }
 
-TEST(DynamicMatrix, ZeroDampingGivesTheUndampedOperator) {
-    Model m = random_model();
-    m.alpha = 0.0;
-    const auto A0 = dense_matrix(m);
-    m.alpha = 0.2;
-    const auto A2 = dense_matrix(m);
-    // The damping term is (alpha/Ms) R^T [m x] T R: it changes the matrix
-    // linearly in alpha.
-    m.alpha = 0.1;
-    const auto A1 = dense_matrix(m);
-    double diff = 0.0, amax = 0.0;
-    for (std::size_t k = 0; k < A0.size(); ++k) {
-        amax = std::max(amax, std::abs(A0[k]));
-        diff = std::max(diff, std::abs(A2[k] - A0[k]));
-        ASSERT_NEAR(A1[k], 0.5 * (A0[k] + A2[k]), 1e-12 * amax + 1e-9);
-    }
-    EXPECT_GT(diff, 1e-3 * amax);
-}
-
 }  // namespace
 }  // namespace torix::test

@@ -91,28 +91,10 @@ TEST_F(EigenCommands, SolveSaveLoadPrint) {
     EXPECT_TRUE(st_.DEGR == DEGR);
     EXPECT_TRUE(dir_.exists("numbering.txt"));
 
-    // Frequency list: mode number, f, g.
-    EXPECT_EQ(run("OMEGA_PRINT", cmd_omega_print, "omega.txt\n"), " OMEGA_PRINT ok\n");
-    std::istringstream om(dir_.read("omega.txt"));
-    for (int p = 1; p <= 5; ++p) {
-        int k = 0;
-        double f = 0, g = 0;
-        ASSERT_TRUE(om >> k >> f >> g);
-        EXPECT_EQ(k, p);
-        EXPECT_NEAR(f, W(p, 1), 1e-14 * W(p, 1));
-        EXPECT_NEAR(g, W(p, 2), 1e-14 * W(p, 1));
-    }
-    int extra = 0;
-    EXPECT_FALSE(om >> extra);
-
     // Text file: the count is clamped to the modes held.
     EXPECT_EQ(run("EIGEN_SAVE_TEXT", cmd_eigen_save_text, "99 modes.txt\n"), " EIGEN_SAVE ok\n");
     const std::string txt = dir_.read("modes.txt");
     EXPECT_EQ(std::count(txt.begin(), txt.end(), '\n'), 5 * (1 + 18));
-    run("EIGEN_SAVE_TEXT", cmd_eigen_save_text, "2 modes.txt\n");
-    const std::string two = dir_.read("modes.txt");
-    EXPECT_EQ(std::count(two.begin(), two.end(), '\n'), 2 * (1 + 18));
-
     // A left file that does not match the right one.
     std::filesystem::copy_file("eig.dat", "keep.dat");
     std::ofstream("eigl.dat", std::ios::binary) << dir_.read("eig.dat").substr(0, 36 * 30);
@@ -139,10 +121,6 @@ TEST_F(EigenCommands, IterativeCommandAgreesWithDenseAndDoublesItsCounts) {
         EXPECT_NEAR(st_.W(p, 1), W(p, 1), 1e-6 * W(p, 1));
         EXPECT_NEAR(st_.W(p, 2), W(p, 2), 1e-6 * W(p, 1));
     }
-    // An unknown kind only acknowledges.
-    std::remove("eig.dat");
-    EXPECT_EQ(run("SOLVE_MATRIX_AR", cmd_solve_matrix_ar, "7\n3 12\n"), " SOLVE_MATRIX_AR ok\n");
-    EXPECT_FALSE(dir_.exists("eig.dat"));
 }
 
 }  // namespace

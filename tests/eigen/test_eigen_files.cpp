@@ -42,61 +42,42 @@ struct Small {
     }
 };
 
-TEST(EigenFiles, BinaryLayoutFieldByField) {
+TEST(EigenFiles, BinaryLayoutRecordByRecord) {
     TempDir dir;
     Small s;
     const std::string f = (dir / "eig.dat").string();
     savemodes(2, 2, s.num, s.mask, 1, 1, 0, f, s.W, s.modes);
     const std::string b = dir.read("eig.dat");
-    // header, 2 cell records (mask > 0 only), separator, 2 x (1 + 2).
-    ASSERT_EQ(b.size(), 36u * (1 + 2 + 1 + 6));
-    EXPECT_EQ(key_at(b, 1), 2);
-    EXPECT_EQ(real_at(b, 1, 0), 2.0);
-    for (int k = 1; k < 4; ++k) EXPECT_EQ(real_at(b, 1, k), 0.0);
-    // Cell records in grid order x outermost: (0,0,0) then (1,1,0).
-    EXPECT_EQ(key_at(b, 2), 0);
-    EXPECT_EQ(real_at(b, 2, 0), 0.0);
-    EXPECT_EQ(real_at(b, 2, 1), 0.0);
-    EXPECT_EQ(real_at(b, 2, 2), 1.0);
-    EXPECT_EQ(real_at(b, 2, 3), 0.0);
-    EXPECT_EQ(key_at(b, 3), 1);
-    EXPECT_EQ(real_at(b, 3, 0), 1.0);
-    EXPECT_EQ(real_at(b, 3, 1), 0.0);
-    EXPECT_EQ(real_at(b, 3, 2), 2.0);
-    EXPECT_EQ(key_at(b, 4), -1);
-    EXPECT_EQ(real_at(b, 4, 0), -1.0);
-    EXPECT_EQ(real_at(b, 4, 1), 0.0);
-    EXPECT_EQ(real_at(b, 4, 2), -1.0);
-    EXPECT_EQ(real_at(b, 4, 3), 0.0);
-    std::size_t rec = 5;
+    // Header (N; mode count), cell records x outermost for mask > 0 only:
+    // (0,0,0) then (1,1,0), each key x and reals y, z, number, 0; separator;
+    // per mode a frequency record then one record per number.
+    struct Rec {
+        int key;
+        double r[4];
+    };
+    std::vector<Rec> want = {{2, {2, 0, 0, 0}}, {0, {0, 0, 1, 0}}, {1, {1, 0, 2, 0}}, {-1, {-1, 0, -1, 0}}};
     for (int p = 1; p <= 2; ++p) {
-        EXPECT_EQ(key_at(b, rec), p);
-        EXPECT_EQ(real_at(b, rec, 0), s.W(p, 1));
-        EXPECT_EQ(real_at(b, rec, 1), s.W(p, 2));
-        EXPECT_EQ(real_at(b, rec, 2), s.W(p, 1));
-        EXPECT_EQ(real_at(b, rec, 3), s.W(p, 2));
-        ++rec;
-        for (int n = 1; n <= 2; ++n, ++rec) {
-            EXPECT_EQ(key_at(b, rec), n);
-            EXPECT_EQ(real_at(b, rec, 0), s.modes(n, 1, p).real());
-            EXPECT_EQ(real_at(b, rec, 1), s.modes(n, 1, p).imag());
-            EXPECT_EQ(real_at(b, rec, 2), s.modes(n, 2, p).real());
-            EXPECT_EQ(real_at(b, rec, 3), s.modes(n, 2, p).imag());
-        }
+        want.push_back({p, {s.W(p, 1), s.W(p, 2), s.W(p, 1), s.W(p, 2)}});
+        for (int n = 1; n <= 2; ++n)
+            want.push_back({n, {s.modes(n, 1, p).real(), s.modes(n, 1, p).imag(), s.modes(n, 2, p).real(),
+                                s.modes(n, 2, p).imag()}});
+    }
+    ASSERT_EQ(b.size(), 36u * want.size());
+    for (std::size_t r = 1; r <= want.size(); ++r) {
+        EXPECT_EQ(key_at(b, r), want[r - 1].key) << "record " << r;
+        for (int k = 0; k < 4; ++k) EXPECT_EQ(real_at(b, r, k), want[r - 1].r[k]) << "record " << r << " slot " << k;
     }
     // Zero modes: header, cells and separator only.
     savemodes(0, 2, s.num, s.mask, 1, 1, 0, f, s.W, s.modes);
     EXPECT_EQ(dir.read("eig.dat").size(), 36u * 4);
     // No magnetic cell: header, separator, mode headers.
-    const IntGrid empty = make_int_grid(1, 1, 0, 0);
-    savemodes(2, 0, s.num, empty, 1, 1, 0, f, s.W, s.modes);
+    savemodes(2, 0, s.num, make_int_grid(1, 1, 0, 0), 1, 1, 0, f, s.W, s.modes);
     const std::string e = dir.read("eig.dat");
     ASSERT_EQ(e.size(), 36u * 4);
     EXPECT_EQ(key_at(e, 2), -1);
     EXPECT_EQ(key_at(e, 3), 1);
     EXPECT_EQ(key_at(e, 4), 2);
 }
-
 TEST(EigenFiles, TextFormIncludesEveryNonzeroMaskCell) {
     TempDir dir;
     Small s;
