@@ -12,7 +12,17 @@
 #include <unistd.h>
 #include <sys/wait.h>
 
+#include "core/array.hpp"
+
 namespace torix {
+
+// A 1-based table of per-material values, e.g. MS or A.
+inline Array<double, 1> table(std::initializer_list<double> v) {
+    Array<double, 1> t({Range{1, static_cast<int>(v.size())}}, 0.0);
+    int i = 1;
+    for (double x : v) t(i++) = x;
+    return t;
+}
 
 // A fresh directory under the system temp dir, removed with its contents.
 class TempDir {

@@ -10,16 +10,10 @@
 #include "dynamics/direct_field.hpp"
 #include "interpreter/session.hpp"
 #include "tensor/newell.hpp"
+#include "test_util.hpp"
 
 namespace torix {
 namespace {
-
-Array<double, 1> table(std::initializer_list<double> v) {
-    Array<double, 1> t({Range{1, static_cast<int>(v.size())}});
-    int i = 1;
-    for (double x : v) t(i++) = x;
-    return t;
-}
 
 // The field routine written out plainly: every magnetic target, every
 // component a, every magnetic source (itself included), every component b;

@@ -4,16 +4,10 @@
 #include <cmath>
 
 #include "dynamics/init_state.hpp"
+#include "test_util.hpp"
 
 namespace torix {
 namespace {
-
-Array<double, 1> materials() {
-    Array<double, 1> t({Range{1, 2}});
-    t(1) = 800.0;
-    t(2) = 1200.0;
-    return t;
-}
 
 // Disk-like mask on (0:nx, 0:ny, 0:1): material 1 in layer 0, 2 in layer 1,
 // corners of each layer empty.
@@ -33,7 +27,7 @@ double length(const VecGrid& M, int i, int j, int k) {
 }
 
 TEST(InitState, UniformStateHasMaterialLengthAlongDirection) {
-    const auto MS = materials();
+    const auto MS = table({800.0, 1200.0});
     IntGrid mask = disk_mask(3, 2);
     VecGrid M = make_vec_grid(3, 2, 1, 7.0);
     initdir(M, MS, mask, 3, 2, 1, 3.0, 0.0, -4.0);
@@ -49,7 +43,7 @@ TEST(InitState, UniformStateHasMaterialLengthAlongDirection) {
 }
 
 TEST(InitState, VortexCoreAndClockwiseCirculation) {
-    const auto MS = materials();
+    const auto MS = table({800.0, 1200.0});
     // Odd cell count: the axis passes through cell (4, 3), the only core cell.
     IntGrid mask = disk_mask(8, 6);
     VecGrid M = make_vec_grid(8, 6, 1, 5.0);
@@ -94,7 +88,7 @@ TEST(InitState, VortexCoreAndClockwiseCirculation) {
 }
 
 TEST(InitState, TwoVorticesWithOppositeCirculation) {
-    const auto MS = materials();
+    const auto MS = table({800.0, 1200.0});
     IntGrid mask = make_int_grid(11, 5, 0, 1);
     VecGrid M = make_vec_grid(11, 5, 0);
     initvortex9(M, MS, mask, 11, 5, 0, 2.5, 2.5, 8.5, 2.5);
@@ -116,7 +110,7 @@ TEST(InitState, TwoVorticesWithOppositeCirculation) {
 }
 
 TEST(InitState, RandomStateIsReproducibleAndNormalised) {
-    const auto MS = materials();
+    const auto MS = table({800.0, 1200.0});
     IntGrid mask = disk_mask(6, 5);
     VecGrid a = make_vec_grid(6, 5, 1, 3.0), b = make_vec_grid(6, 5, 1, -1.0);
     initrandom(a, MS, mask, 6, 5, 1);

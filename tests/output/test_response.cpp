@@ -210,23 +210,6 @@ TEST(CalcC, SingleSpinCircularModeHasTheHandComputedCoupling) {
     EXPECT_NEAR(std::abs(C(1)), 0.0, 1e-12);
 }
 
-TEST(CalcC, NoDriveOrDriveAlongMGivesZero) {
-    Row row(3);
-    Modes md(4, 3);
-    for (int p = 1; p <= 3; ++p)
-        for (int n = 1; n <= 4; ++n) {
-            md.R(n, 1, p) = md.L(n, 1, p) = cplx(std::cos(p * n), 0.3 * n);
-            md.R(n, 2, p) = md.L(n, 2, p) = cplx(-0.5, std::sin(p + n));
-        }
-    Array<cplx, 1> C;
-    calc_c(3, 3, 0, 0, 4, md.R, md.L, row.M, row.mask, row.num, row.h, C);
-    ASSERT_EQ(C.extent(0), 3);
-    for (int p = 1; p <= 3; ++p) EXPECT_EQ(C(p), cplx{});
-    row.drive(0.0, 0.0, cplx(2.0, -1.0));  // along m = Ms z
-    calc_c(3, 3, 0, 0, 4, md.R, md.L, row.M, row.mask, row.num, row.h, C);
-    for (int p = 1; p <= 3; ++p) EXPECT_EQ(C(p), cplx{});
-}
-
 TEST(CalcC, UniformDriveCouplesOnlyToTheInPhaseMode) {
     // Two cells; mode 1 precesses in phase, mode 2 in antiphase.  A uniform
     // drive has no overlap with the antiphase mode (symmetry), and the in-phase

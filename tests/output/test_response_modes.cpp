@@ -121,7 +121,9 @@ TEST(SaturatedSphere, TransverseDriveCouplesMostToTheKittelMode) {
     EXPECT_NEAR(C(p).real(), 0.0, 0.01 * macro);
     // All other modes are non-uniform and couple far less.
     for (int q = 1; q <= s.nmodes; ++q)
-        if (q != p) EXPECT_LT(std::abs(C(q)), 0.05 * std::abs(C(p))) << "mode " << q;
+        if (q != p) {
+            EXPECT_LT(std::abs(C(q)), 0.05 * std::abs(C(p))) << "mode " << q;
+        }
     // The same mode answers a drive along y, a quarter period out of phase.
     const auto Cy = s.couplings(s.uniform(0.0, 1.0, 0.0));
     EXPECT_EQ(strongest(Cy, s.nmodes), p);

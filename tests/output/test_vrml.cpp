@@ -77,13 +77,6 @@ Camera camera_of(const std::vector<std::string>& lines) {
     return c;
 }
 
-Array<double, 1> table(std::initializer_list<double> v) {
-    Array<double, 1> t({Range{1, static_cast<int>(v.size())}});
-    int i = 1;
-    for (double x : v) t(i++) = x;
-    return t;
-}
-
 }  // namespace
 
 TEST(WriteVrml, HeadIsTheFixedTextAndCameraFollowsModeOne) {
@@ -108,17 +101,6 @@ TEST(WriteVrml, HeadIsTheFixedTextAndCameraFollowsModeOne) {
     const auto a = arrows_of(lines);
     ASSERT_EQ(a.size(), 1u);
     EXPECT_EQ(lines.size(), 95u);  // head, camera, closing brace, one arrow
-}
-
-TEST(WriteVrml, EmptyMaskGivesHeadAndViewpointOnly) {
-    TempDir dir;
-    IntGrid mask = make_int_grid(2, 2, 0);
-    VecGrid v = make_vec_grid(2, 2, 0, 1.0);
-    writevrml((dir / "e.wrl").string(), 2, 2, 0, 1, mask, v, table({1.0}));
-    const auto lines = lines_of(dir.read("e.wrl"));
-    EXPECT_EQ(lines.size(), 94u);
-    EXPECT_TRUE(arrows_of(lines).empty());
-    EXPECT_EQ(lines.back(), " }");
 }
 
 TEST(WriteVrml, ColoursFollowTheMaterialBitsAndHighMaterialsAreBlack) {
@@ -149,69 +131,47 @@ TEST(WriteVrml, ColoursFollowTheMaterialBitsAndHighMaterialsAreBlack) {
 
 TEST(WriteVrml, LayersSideBySideAreShiftedByTenPlusOneLayerWidth) {
     TempDir dir;
-    {
-        // Single layer: every arrow still moves by 10 along y.
-        IntGrid mask = make_int_grid(1, 1, 0, 1);
-        VecGrid v = make_vec_grid(1, 1, 0);
-        for (int j = 0; j <= 1; ++j)
-            for (int i = 0; i <= 1; ++i) v(i, j, 0, 1) = 1.0;
-        writevrml((dir / "s.wrl").string(), 1, 1, 0, 2, mask, v, table({1.0}));
-        const auto lines = lines_of(dir.read("s.wrl"));
-        const auto a = arrows_of(lines);
-        ASSERT_EQ(a.size(), 4u);
-        // Cells in order i outermost, k innermost: (0,0) (0,1) (1,0) (1,1).
-        EXPECT_DOUBLE_EQ(a[0].p[1], 10.0);
-        EXPECT_DOUBLE_EQ(a[1].p[1], 11.0);
-        EXPECT_DOUBLE_EQ(a[2].p[0], 1.0);
-        EXPECT_DOUBLE_EQ(a[2].p[1], 10.0);
-        for (const auto& r : a) EXPECT_DOUBLE_EQ(r.p[2], 0.0);
-        // S = max(Y + Y Z, max(X, 0)) = 1, L = 1.
-        const Camera c = camera_of(lines);
-        ASSERT_TRUE(c.has_position);
-        EXPECT_DOUBLE_EQ(c.pos[0], 0.5);
-        EXPECT_DOUBLE_EQ(c.pos[1], 0.5);
-        EXPECT_DOUBLE_EQ(c.pos[2], 3.0);
-    }
-    {
-        // X = 4, Y = 2, Z = 3: layer k starts at y = 2k + 10.
-        IntGrid mask = make_int_grid(4, 2, 3);
-        VecGrid v = make_vec_grid(4, 2, 3);
-        mask(3, 1, 2) = 1;
-        v(3, 1, 2, 3) = -2.0;
-        writevrml((dir / "m.wrl").string(), 4, 2, 3, 2, mask, v, table({2.0}));
-        const auto lines = lines_of(dir.read("m.wrl"));
-        const auto a = arrows_of(lines);
-        ASSERT_EQ(a.size(), 1u);
-        EXPECT_DOUBLE_EQ(a[0].p[0], 3.0);
-        EXPECT_DOUBLE_EQ(a[0].p[1], 1.0 + 2.0 * 2 + 10.0);
-        EXPECT_DOUBLE_EQ(a[0].p[2], 2.0);
-        EXPECT_NEAR(a[0].d[2], -1.0, 1e-9);
-        // S = max(2 + 6, 4) = 8, L = max(3, 8) = 8.
-        const Camera c = camera_of(lines);
-        EXPECT_DOUBLE_EQ(c.pos[0], 2.0);
-        EXPECT_DOUBLE_EQ(c.pos[1], 4.0);
-        EXPECT_DOUBLE_EQ(c.pos[2], 24.0);
-        EXPECT_NEAR(c.fov, 1.2 * std::atan(0.5), 1e-7);
-    }
+    // X = 4, Y = 2, Z = 3: layer k starts at y = 2k + 10.
+    IntGrid mask = make_int_grid(4, 2, 3);
+    VecGrid v = make_vec_grid(4, 2, 3);
+    mask(3, 1, 2) = 1;
+    v(3, 1, 2, 3) = -2.0;
+    writevrml((dir / "m.wrl").string(), 4, 2, 3, 2, mask, v, table({2.0}));
+    const auto lines = lines_of(dir.read("m.wrl"));
+    const auto a = arrows_of(lines);
+    ASSERT_EQ(a.size(), 1u);
+    EXPECT_DOUBLE_EQ(a[0].p[0], 3.0);
+    EXPECT_DOUBLE_EQ(a[0].p[1], 1.0 + 2.0 * 2 + 10.0);
+    EXPECT_DOUBLE_EQ(a[0].p[2], 2.0);
+    EXPECT_NEAR(a[0].d[2], -1.0, 1e-9);
+    // S = max(2 + 6, 4) = 8, L = max(3, 8) = 8.
+    const Camera c = camera_of(lines);
+    EXPECT_DOUBLE_EQ(c.pos[0], 2.0);
+    EXPECT_DOUBLE_EQ(c.pos[1], 4.0);
+    EXPECT_DOUBLE_EQ(c.pos[2], 24.0);
+    EXPECT_NEAR(c.fov, 1.2 * std::atan(0.5), 1e-7);
 }
 
-TEST(WriteVrml, OtherLayoutModeWritesNoPositionLine) {
+TEST(WriteVrml, EmptyMaskOtherLayoutModeAndUnknownMaterial) {
     TempDir dir;
+    // Empty mask: head and viewpoint only.
+    writevrml((dir / "e.wrl").string(), 2, 2, 0, 1, make_int_grid(2, 2, 0), make_vec_grid(2, 2, 0, 1.0), table({1.0}));
+    const auto empty = lines_of(dir.read("e.wrl"));
+    EXPECT_EQ(empty.size(), 94u);
+    EXPECT_TRUE(arrows_of(empty).empty());
+    EXPECT_EQ(empty.back(), " }");
+    // A layout mode other than 1 and 2: no position line, field of view 1.2 atan(0/0).
     IntGrid mask = make_int_grid(1, 1, 0, 1);
     VecGrid v = make_vec_grid(1, 1, 0, 1.0);
     writevrml((dir / "o.wrl").string(), 1, 1, 0, 3, mask, v, table({1.0}));
     const auto lines = lines_of(dir.read("o.wrl"));
     const Camera c = camera_of(lines);
     EXPECT_FALSE(c.has_position);
-    EXPECT_EQ(c.fov_text, "NaN");  // 1.2 atan(0/0)
+    EXPECT_EQ(c.fov_text, "NaN");
     EXPECT_EQ(arrows_of(lines).size(), 4u);
-}
-
-TEST(WriteVrml, MaterialBeyondTheTableIsAFatalErrorAndLeavesNoFile) {
-    TempDir dir;
-    IntGrid mask = make_int_grid(0, 0, 0, 3);
-    VecGrid v = make_vec_grid(0, 0, 0, 1.0);
-    EXPECT_THROW(writevrml((dir / "x.wrl").string(), 0, 0, 0, 1, mask, v, table({1.0})), FatalError);
+    // A material beyond the MS table is fatal and leaves no file.
+    mask.fill(3);
+    EXPECT_THROW(writevrml((dir / "x.wrl").string(), 1, 1, 0, 1, mask, v, table({1.0})), FatalError);
     EXPECT_FALSE(dir.exists("x.wrl"));
 }
 
@@ -271,17 +231,13 @@ TEST(PrintRedM, TenCellsInBlocksOfFourGiveThreeBlocksOnFourPlanes) {
     EXPECT_NEAR(a[0].d[0], 1.0, 1e-6);
     EXPECT_NEAR(a[2].d[0], std::sqrt(0.5), 1e-6);
     EXPECT_NEAR(a[2].d[1], std::sqrt(0.5), 1e-6);
-    // The camera sits over the reduced grid: px = 0.5 RX.
-    const Camera c = camera_of(lines);
-    EXPECT_DOUBLE_EQ(c.pos[0], 1.5);
-    EXPECT_DOUBLE_EQ(c.pos[2], 3.0 * 3);
 }
 
 TEST(PrintRedM, ExactQuotientKeepsItsSizeAndSmallRemaindersDoNotRoundUp) {
     TempDir dir;
     struct Case {
         int X, f, R;
-    } cases[] = {{8, 4, 2}, {9, 4, 3}, {401, 400, 1}, {405, 400, 2}, {0, 3, 0}};
+    } cases[] = {{8, 4, 2}, {9, 4, 3}, {10, 4, 3}, {401, 400, 1}, {405, 400, 2}, {0, 3, 0}};
     for (const auto& cs : cases) {
         IntGrid mask = make_int_grid(cs.X, 0, 0, 1);
         VecGrid F = make_vec_grid(cs.X, 0, 0, 1.0);
@@ -291,6 +247,10 @@ TEST(PrintRedM, ExactQuotientKeepsItsSizeAndSmallRemaindersDoNotRoundUp) {
         EXPECT_DOUBLE_EQ(c.pos[0], 0.5 * cs.R) << "X = " << cs.X << ", f = " << cs.f;
         EXPECT_EQ(static_cast<int>(arrows_of(lines).size()), cs.X / cs.f + 1);
     }
+    // A block size below one is fatal.
+    IntGrid mask = make_int_grid(1, 1, 1, 1);
+    EXPECT_THROW(print_red_m(1, 1, 1, mask, make_vec_grid(1, 1, 1, 1.0), 0, 1, 0, 1, 1, (dir / "f.wrl").string()),
+                 FatalError);
 }
 
 TEST(PrintRedM, LayersAndZeroAverageBlocks) {
@@ -313,9 +273,4 @@ TEST(PrintRedM, LayersAndZeroAverageBlocks) {
     for (int c = 0; c < 3; ++c) EXPECT_EQ(a[1].d[c], 0.0);
 }
 
-TEST(PrintRedM, BlockSizeBelowOneIsAFatalError) {
-    TempDir dir;
-    IntGrid mask = make_int_grid(1, 1, 1, 1);
-    VecGrid F = make_vec_grid(1, 1, 1, 1.0);
-    EXPECT_THROW(print_red_m(1, 1, 1, mask, F, 0, 1, 0, 1, 1, (dir / "f.wrl").string()), FatalError);
-}
+

@@ -6,15 +6,9 @@
 #include "core/array.hpp"
 #include "tensor/newell.hpp"
 #include "tensor/tensor_build.hpp"
+#include "test_util.hpp"
 
 namespace torix::testing {
-
-inline Array<double, 1> table(std::initializer_list<double> v) {
-    Array<double, 1> a({Range{1, static_cast<int>(v.size())}}, 0.0);
-    int i = 1;
-    for (double x : v) a(i++) = x;
-    return a;
-}
 
 // The reference: tensornewall once per material on a zero tensor.
 inline TensorArray reference(const Array<double, 1>& A, const Array<double, 1>& MS, int nx, int ny, int nz,
