@@ -64,52 +64,38 @@ TEST(ListReader, StatementsConsumeWholeLinesAndContinue) {
     EXPECT_FALSE(in.keyword().has_value());
 }
 
-TEST(ListReader, KeywordSkipsBlankLinesAndIsCut) {
+TEST(ListReader, KeywordSkipsBlankLinesAndKeywordsAndNamesAreCut) {
     TempDir dir;
-    const std::string longtok(300, 'A');
-    const auto p = dir.write("s.txt", "\n   \n" + longtok + "\n");
+    const auto p = dir.write("s.txt", "\n   \n" + std::string(300, 'A') + "\n'" + std::string(400, 'n') + "'\n");
     ListReader in(p.string());
     auto kw = in.keyword();
     ASSERT_TRUE(kw);
     EXPECT_EQ(kw->size(), 255u);
     EXPECT_EQ(in.line(), 3);
+    in.begin("A");
+    EXPECT_EQ(in.name("file").size(), 255u);
 }
 
 TEST(ListReader, ErrorsNameFileLineContextAndFoundText) {
     TempDir dir;
-    const auto p = dir.write("input.dat", "MASQUE_CREATE\n1e-6 abc 3\n");
-    ListReader in(p.string(), "input.dat");
-    in.keyword();
-    in.begin("MASQUE_CREATE");
-    in.f64("Lx");
-    try {
-        in.f64("Ly");
-        FAIL() << "no error";
-    } catch (const FatalError& e) {
-        EXPECT_STREQ(e.what(), "input.dat:2: MASQUE_CREATE: expected a real number for Ly, found \"abc\"");
+    struct Case {
+        const char *text, *keyword, *want;
+        int reads;  // reals read before the failing one
+    };
+    for (const Case c : {Case{"MASQUE_CREATE\n1e-6 abc 3\n", "MASQUE_CREATE",
+                              "input.dat:2: MASQUE_CREATE: expected a real number for b, found \"abc\"", 1},
+                         Case{"SET_CELL\n1 2\n", "SET_CELL",
+                              "input.dat:2: SET_CELL: expected a real number for c, found end of file", 2}}) {
+        const auto p = dir.write("input.dat", c.text);
+        ListReader in(p.string(), "input.dat");
+        in.keyword();
+        in.begin(c.keyword);
+        for (int r = 0; r < c.reads; ++r) in.f64("a");
+        try {
+            in.f64(c.reads == 1 ? "b" : "c");
+            ADD_FAILURE() << "no error";
+        } catch (const FatalError& e) {
+            EXPECT_STREQ(e.what(), c.want);
+        }
     }
-}
-
-TEST(ListReader, EndOfFileInsideAStatement) {
-    TempDir dir;
-    const auto p = dir.write("input.dat", "SET_CELL\n1 2\n");
-    ListReader in(p.string(), "input.dat");
-    in.keyword();
-    in.begin("SET_CELL");
-    in.f64("dx");
-    in.f64("dy");
-    try {
-        in.f64("dz");
-        FAIL() << "no error";
-    } catch (const FatalError& e) {
-        EXPECT_STREQ(e.what(), "input.dat:2: SET_CELL: expected a real number for dz, found end of file");
-    }
-}
-
-TEST(ListReader, LongNamesAreCut) {
-    TempDir dir;
-    const auto p = dir.write("s.txt", "'" + std::string(400, 'n') + "'\n");
-    ListReader in(p.string());
-    in.begin("X");
-    EXPECT_EQ(in.name("file").size(), 255u);
 }
