@@ -23,16 +23,6 @@ std::int32_t le32(const std::string& b, std::size_t at) {
 }
 }  // namespace
 
-TEST(MaskBinary, OneCellGridIsTwoRecords) {
-    TempDir d;
-    IntGrid m = make_int_grid(0, 0, 0, 3);
-    savemasque(m, 0, 0, 0, (d / "m.bin").string());
-    const std::string b = d.read("m.bin");
-    ASSERT_EQ(b.size(), 32u);
-    const std::int32_t expect[8] = {1, 0, 0, 0, 0, 0, 0, 3};
-    for (int f = 0; f < 8; ++f) EXPECT_EQ(le32(b, 4 * f), expect[f]) << "field " << f;
-}
-
 TEST(MaskBinary, RecordOrderIsIOutermostAndRoundTripIsExact) {
     TempDir d;
     const IntGrid m = sample_mask(9, 4, 2);
@@ -48,9 +38,7 @@ TEST(MaskBinary, RecordOrderIsIOutermostAndRoundTripIsExact) {
     EXPECT_EQ(le32(b, 44), m(0, 0, 1));
     int nx = -9, ny = -9, nz = -9;
     loadmasqueparam(nx, ny, nz, f);
-    EXPECT_EQ(nx, 9);
-    EXPECT_EQ(ny, 4);
-    EXPECT_EQ(nz, 2);
+    EXPECT_EQ((std::array<int, 3>{nx, ny, nz}), (std::array<int, 3>{9, 4, 2}));
     IntGrid back = make_int_grid(nx, ny, nz);
     loadmasque(back, nx, ny, nz, f);
     EXPECT_TRUE(back == m);
@@ -64,9 +52,7 @@ TEST(MaskText, BothTextFormsReadBackExactly) {
     for (const char* name : {"m1.txt", "m3.txt"}) {
         int nx, ny, nz;
         loadmasqueparamt(nx, ny, nz, (d / name).string());
-        EXPECT_EQ(nx, 4);
-        EXPECT_EQ(ny, 3);
-        EXPECT_EQ(nz, 1);
+        EXPECT_EQ((std::array<int, 3>{nx, ny, nz}), (std::array<int, 3>{4, 3, 1}));
         IntGrid back = make_int_grid(nx, ny, nz);
         if (std::string(name) == "m1.txt")
             loadmasquet(back, nx, ny, nz, (d / name).string());

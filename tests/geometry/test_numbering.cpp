@@ -20,7 +20,7 @@ TEST(Number, SingleCellsAreNumberedZFastest) {
     EXPECT_EQ(num(1, 1, 1), 8);
 }
 
-TEST(Number, BlocksShareNumbersAndEmptyBlocksConsumeNone) {
+TEST(Number, BlocksShareNumbersEmptyBlocksConsumeNoneEmptyMaskClears) {
     IntGrid mask = make_int_grid(1, 1, 1, 1), num = make_int_grid(1, 1, 1);
     int N = 0;
     number(mask, num, 1, 1, 1, N, 2, 2, 2);
@@ -43,14 +43,12 @@ TEST(Number, BlocksShareNumbersAndEmptyBlocksConsumeNone) {
     number(m3, n3, 2, 0, 0, N, 1, 1, 1);
     EXPECT_EQ(N, 2);
     EXPECT_EQ(n3(2, 0, 0), 2);
-}
 
-TEST(Number, EmptyMaskAndStaleValuesCleared) {
-    IntGrid mask = make_int_grid(3, 3, 0), num = make_int_grid(3, 3, 0, 99);
-    int N = -1;
-    number(mask, num, 3, 3, 0, N, 1, 1, 1);
+    // An empty mask: no numbers, stale values cleared.
+    IntGrid m4 = make_int_grid(3, 3, 0), n4 = make_int_grid(3, 3, 0, 99);
+    number(m4, n4, 3, 3, 0, N, 1, 1, 1);
     EXPECT_EQ(N, 0);
-    for (auto v : num) EXPECT_EQ(v, 0);
+    for (auto v : n4) EXPECT_EQ(v, 0);
 }
 
 TEST(Deg, CountsMultiplicitiesAndWritesTheZeroPlaneMap) {
