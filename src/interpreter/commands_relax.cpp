@@ -108,7 +108,7 @@ void cmd_exec(Session& s) {
     st.FNAME = s.in.name("the output file name");
     need_state(st, true);
     need_timestep(st);
-    const bool rf = st.HRF.allocated();  // without SET_HRF there is no driving field
+    const bool rf = st.HRF.allocated();  // zero until SET_HRF sets a driving field
     const Drive drive{st.HINIT, st.HRF, rf, omega / st.gyro};
     const int method = use_fft(st) ? kMethodFft : kMethodDirect;
     fm(st.M, st.MS, st.MP, st.beta, st.MASQUE, st.AIJ, st.AIJ_FFT, drive, st.H, st.nx, st.ny, st.nz, st.nmat, method,
