@@ -93,11 +93,6 @@ TEST(SetScale, CoarseNumberingIsKeptAndMapWritten) {
     EXPECT_EQ(d.read("numbering.txt"), " 1 1 1 1\n 1 1 1 1\n");
 }
 
-TEST(SetScale, ZeroBlockSizeIsRejected) {
-    TempDir d;
-    EXPECT_THROW(run(d, "SET_CELL\n1 1 1\nMASQUE_CREATE\n2 2 1\nSET_SCALE\n0 1 1\nEND\n"), FatalError);
-}
-
 TEST(Script, UnknownKeywordsAndSelectorsAreHarmless) {
     TempDir d;
     const std::string out = run(d,
@@ -107,8 +102,9 @@ TEST(Script, UnknownKeywordsAndSelectorsAreHarmless) {
     EXPECT_FALSE(d.exists("x.bin"));
 }
 
-TEST(MasqueCreate, NeedsCellSizesAndRefusesAbsurdGrids) {
+TEST(Script, MissingCellSizesAbsurdGridsAndZeroBlocksAreFatal) {
     TempDir d;
     EXPECT_THROW(run(d, "MASQUE_CREATE\n1 1 1\nEND\n"), FatalError);
     EXPECT_THROW(run(d, "SET_CELL\n1e-7 1e-7 1e-7\nMASQUE_CREATE\n1 1 1\nEND\n"), FatalError);
+    EXPECT_THROW(run(d, "SET_CELL\n1 1 1\nMASQUE_CREATE\n2 2 1\nSET_SCALE\n0 1 1\nEND\n"), FatalError);
 }
