@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/array.hpp"
+#include "dynamics/direct_field.hpp"
 #include "eigen/deg.hpp"
 #include "eigen/dense_solve.hpp"
 #include "eigen/dynamic_matrix.hpp"
@@ -68,24 +69,14 @@ inline void set_m(Model& m, const std::function<std::array<double, 3>(int, int, 
             }
 }
 
-// H = applied + sum over magnetic sources of AIJ(target - source, source material) M.
+// H = applied + sum over magnetic sources of AIJ(target - source, source
+// material) M: the direct sum (checked against a literal sum of its own).
 inline void set_field(Model& m, const std::array<double, 3>& applied) {
-    for (int z = 0; z <= m.nz; ++z)
-        for (int y = 0; y <= m.ny; ++y)
-            for (int x = 0; x <= m.nx; ++x) {
-                if (m.MASQUE(x, y, z) == 0) continue;
-                double h[3] = {applied[0], applied[1], applied[2]};
-                for (int z2 = 0; z2 <= m.nz; ++z2)
-                    for (int y2 = 0; y2 <= m.ny; ++y2)
-                        for (int x2 = 0; x2 <= m.nx; ++x2) {
-                            const int mat = m.MASQUE(x2, y2, z2);
-                            if (mat == 0) continue;
-                            for (int a = 1; a <= 3; ++a)
-                                for (int b = 1; b <= 3; ++b)
-                                    h[a - 1] += m.AIJ(x - x2, y - y2, z - z2, a + 3 * (b - 1), mat) * m.M(x2, y2, z2, b);
-                        }
-                for (int c = 1; c <= 3; ++c) m.H(x, y, z, c) = h[c - 1];
-            }
+    for (int c = 1; c <= 3; ++c)
+        for (int z = 0; z <= m.nz; ++z)
+            for (int y = 0; y <= m.ny; ++y)
+                for (int x = 0; x <= m.nx; ++x) m.H(x, y, z, c) = applied[c - 1];
+    calcfields(m.M, m.MS, {0.0, 0.0, 0.0}, 0.0, m.MASQUE, m.AIJ, m.H, m.nx, m.ny, m.nz, m.MS.extent(0));
 }
 
 inline void set_numbering(Model& m, int bx = 1, int by = 1, int bz = 1) {

@@ -146,45 +146,6 @@ TEST(DenseSolve, SingleCellFrequencies) {
     EXPECT_NEAR(kr.W(1, 2), 0.0, 1e-10 * f);
 }
 
-Model sphere(double H0, double beta) {
-    // Sphere of diameter 6 cells: cells whose centres lie within 3 cells of
-    // the centre.
-    Model m = make_model(5, 5, 5, 5e-7, 5e-7, 5e-7, {{1.3e-6, 800.0}}, [](int x, int y, int z) {
-        const double a = x - 2.5, b = y - 2.5, c = z - 2.5;
-        return a * a + b * b + c * c <= 9.0 ? 1 : 0;
-    });
-    set_m(m, [](int, int, int) { return std::array<double, 3>{0.0, 0.0, 1.0}; });
-    set_field(m, {0.0, 0.0, H0});
-    set_numbering(m);
-    m.alpha = -beta;
-    return m;
-}
-
-TEST(DenseSolve, SphereUniformModeAtTheAppliedField) {
-    const double H0 = 10000.0;
-    const Model m = sphere(H0, 0.01);
-    ASSERT_GT(m.N, 80);
-    ASSERT_LT(m.N, 150);
-    const Modes r = solve(m, m.N);
-    ASSERT_GT(r.nmodes, 10);
-    int best = 0;
-    double amp = -1.0;
-    for (int p = 1; p <= r.nmodes; ++p) {
-        cplx s1 = 0.0, s2 = 0.0;
-        for (int n = 1; n <= m.N; ++n) s1 += r.R(n, 1, p), s2 += r.R(n, 2, p);
-        const double a = std::sqrt(std::norm(s1) + std::norm(s2));
-        if (a > amp) amp = a, best = p;
-    }
-    EXPECT_NEAR(r.W(best, 1), H0, 0.01 * H0);
-    // Frequencies ascend; with beta > 0 every mode of the relaxed sphere decays.
-    for (int p = 1; p <= r.nmodes; ++p) {
-        EXPECT_GT(r.W(p, 2), 0.0) << "mode " << p;
-        if (p > 1) {
-            EXPECT_GE(r.W(p, 1), r.W(p - 1, 1));
-        }
-    }
-}
-
 TEST(DenseSolve, VectorsAreEigenvectorsAndBiorthogonal) {
     // A non-trivial model: tilted magnetization, two numbers with two cells.
     Model m = make_model(3, 2, 1, 5e-7, 5e-7, 5e-7, {{1.3e-6, 800.0}}, [](int x, int y, int) { return x + y < 5 ? 1 : 0; });

@@ -62,10 +62,13 @@ TEST_F(EigenCommands, SolveSaveLoadPrint) {
     ASSERT_EQ(st_.ncells, 18);
     ASSERT_TRUE(st_.numbered);
     ASSERT_EQ(st_.nmodes, 5);
-    // beta > 0 on a relaxed sample: every mode decays.
+    // Frequencies ascend; beta > 0 on a relaxed sample: every mode decays.
     for (int p = 1; p <= 5; ++p) {
         EXPECT_GT(st_.W(p, 2), 0.0) << p;
         EXPECT_LT(st_.W(p, 2), 0.05 * st_.W(p, 1)) << p;
+        if (p > 1) {
+            EXPECT_GE(st_.W(p, 1), st_.W(p - 1, 1)) << p;
+        }
     }
     ASSERT_TRUE(dir_.exists("eig.dat"));
     ASSERT_TRUE(dir_.exists("eigl.dat"));
