@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 
 #include "core/array.hpp"
+#include "core/error.hpp"
 
 namespace torix {
 
@@ -22,6 +23,25 @@ inline Array<double, 1> table(std::initializer_list<double> v) {
     int i = 1;
     for (double x : v) t(i++) = x;
     return t;
+}
+
+// Calls fn(i, j, k) for every cell of (0:nx, 0:ny, 0:nz), i fastest.
+template <class Fn>
+void for_cells(int nx, int ny, int nz, Fn&& fn) {
+    for (int k = 0; k <= nz; ++k)
+        for (int j = 0; j <= ny; ++j)
+            for (int i = 0; i <= nx; ++i) fn(i, j, k);
+}
+
+// The message of the FatalError that fn throws; "no error" when it throws none.
+template <class Fn>
+std::string fatal_message(Fn&& fn) {
+    try {
+        fn();
+    } catch (const FatalError& e) {
+        return e.what();
+    }
+    return "no error";
 }
 
 // A fresh directory under the system temp dir, removed with its contents.

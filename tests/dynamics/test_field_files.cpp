@@ -156,12 +156,7 @@ std::string error_of(void (*load)(VecGrid&, const IntGrid&, int, int, int, const
                      const std::string& file) {
     IntGrid mask = make_int_grid(2, 2, 2, 1);
     VecGrid M = make_vec_grid(2, 2, 2);
-    try {
-        load(M, mask, 2, 2, 2, file);
-    } catch (const FatalError& e) {
-        return e.what();
-    }
-    return "no error";
+    return fatal_message([&] { load(M, mask, 2, 2, 2, file); });
 }
 
 TEST(FieldFiles, TruncatedOrOvercountedFilesAreClearErrors) {

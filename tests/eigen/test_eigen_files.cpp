@@ -115,15 +115,6 @@ TEST(EigenFiles, ReadBackAndNumbering) {
     EXPECT_EQ(num(1, 0, 0), 0);
 }
 
-std::string fatal_of(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const FatalError& e) {
-        return e.what();
-    }
-    return "";
-}
-
 TEST(EigenFiles, CorruptFilesNameFileAndRecord) {
     TempDir dir;
     Small s;
@@ -136,25 +127,25 @@ TEST(EigenFiles, CorruptFilesNameFileAndRecord) {
     IntGrid num;
     // Truncated inside the last mode.
     dir.write("eig.dat", good.substr(0, good.size() - 40));
-    std::string msg = fatal_of([&] { loadmodes(f, N, nm, W, modes); });
+    std::string msg = fatal_message([&] { loadmodes(f, N, nm, W, modes); });
     EXPECT_NE(msg.find("eig.dat"), std::string::npos) << msg;
     EXPECT_NE(msg.find("10 records"), std::string::npos) << msg;
     // A wrong key inside a mode.
     std::string bad = good;
     bad[36 * 6] = 7;  // record 7: cell 2 of mode 1
     dir.write("eig.dat", bad);
-    msg = fatal_of([&] { loadmodes(f, N, nm, W, modes); });
+    msg = fatal_message([&] { loadmodes(f, N, nm, W, modes); });
     EXPECT_NE(msg.find("record 7"), std::string::npos) << msg;
     // A cell outside the grid.
-    msg = fatal_of([&] { read_number(f, num, 0, 0, 0, N); });
+    msg = fatal_message([&] { read_number(f, num, 0, 0, 0, N); });
     EXPECT_NE(msg.find("record 3"), std::string::npos) << msg;
     EXPECT_NE(msg.find("outside the grid"), std::string::npos) << msg;
     // No separator.
     dir.write("eig.dat", good.substr(0, 36 * 3));
-    msg = fatal_of([&] { read_number(f, num, 1, 1, 0, N); });
+    msg = fatal_message([&] { read_number(f, num, 1, 1, 0, N); });
     EXPECT_NE(msg.find("separator"), std::string::npos) << msg;
     // Missing file.
-    msg = fatal_of([&] { loadmodes((dir / "none.dat").string(), N, nm, W, modes); });
+    msg = fatal_message([&] { loadmodes((dir / "none.dat").string(), N, nm, W, modes); });
     EXPECT_NE(msg.find("none.dat"), std::string::npos) << msg;
 }
 

@@ -74,12 +74,8 @@ TEST(MaskBinary, ShortFileAndOutOfGridRecordAreClearErrors) {
         w.commit();  // header promises 3 cells, file holds 1
     }
     IntGrid m = make_int_grid(2, 0, 0);
-    try {
-        loadmasque(m, 2, 0, 0, f);
-        FAIL();
-    } catch (const FatalError& e) {
-        EXPECT_NE(std::string(e.what()).find("m.bin"), std::string::npos);
-    }
+    std::string e = fatal_message([&] { loadmasque(m, 2, 0, 0, f); });
+    EXPECT_NE(e.find("m.bin"), std::string::npos) << e;
     {
         RecordWriter w(f, 16);
         for (int v : {1, 2, 0, 0}) w.i32(v);
@@ -88,12 +84,8 @@ TEST(MaskBinary, ShortFileAndOutOfGridRecordAreClearErrors) {
         w.end_record();
         w.commit();
     }
-    try {
-        loadmasque(m, 2, 0, 0, f);
-        FAIL();
-    } catch (const FatalError& e) {
-        EXPECT_NE(std::string(e.what()).find("record 2"), std::string::npos) << e.what();
-    }
+    e = fatal_message([&] { loadmasque(m, 2, 0, 0, f); });
+    EXPECT_NE(e.find("record 2"), std::string::npos) << e;
     for (auto v : m) EXPECT_EQ(v, 0);
 }
 
@@ -101,12 +93,7 @@ TEST(MaskText, BadItemNamesFileAndLine) {
     TempDir d;
     d.write("m.txt", "2 1 0 0\n0 0 0 1\n1 0 0 x\n");
     IntGrid m = make_int_grid(1, 0, 0);
-    try {
-        loadmasquet(m, 1, 0, 0, (d / "m.txt").string());
-        FAIL();
-    } catch (const FatalError& e) {
-        const std::string w = e.what();
-        EXPECT_NE(w.find("m.txt:3"), std::string::npos) << w;
-        EXPECT_NE(w.find("\"x\""), std::string::npos) << w;
-    }
+    const std::string w = fatal_message([&] { loadmasquet(m, 1, 0, 0, (d / "m.txt").string()); });
+    EXPECT_NE(w.find("m.txt:3"), std::string::npos) << w;
+    EXPECT_NE(w.find("\"x\""), std::string::npos) << w;
 }
