@@ -9,6 +9,7 @@
 #include "dynamics/direct_field.hpp"
 #include "dynamics/fft_field.hpp"
 #include "tensor/newell.hpp"
+#include "test_util.hpp"
 
 namespace torix {
 namespace {
@@ -62,11 +63,10 @@ struct Problem {
 
 double max_abs_magnetic(const Problem& p, const VecGrid& H) {
     double big = 0.0;
-    for (int a = 1; a <= 3; ++a)
-        for (int k = 0; k <= p.nz; ++k)
-            for (int j = 0; j <= p.ny; ++j)
-                for (int i = 0; i <= p.nx; ++i)
-                    if (p.mask(i, j, k) != 0) big = std::max(big, std::abs(H(i, j, k, a)));
+    for_cells(p.nx, p.ny, p.nz, [&](int i, int j, int k) {
+        for (int a = 1; a <= 3; ++a)
+            if (p.mask(i, j, k) != 0) big = std::max(big, std::abs(H(i, j, k, a)));
+    });
     return big;
 }
 
@@ -78,16 +78,14 @@ void expect_same_field(const Problem& p, const FourierTensor& F, const TensorArr
     calcfieldsfft(p.M, p.MS, p.MP, p.s, p.mask, F, Hf, p.nx, p.ny, p.nz, p.nmat);
     const double scale = std::max(max_abs_magnetic(p, Hd), 1e-300);
     double worst = 0.0;
-    for (int a = 1; a <= 3; ++a)
-        for (int k = 0; k <= p.nz; ++k)
-            for (int j = 0; j <= p.ny; ++j)
-                for (int i = 0; i <= p.nx; ++i) {
-                    if (p.mask(i, j, k) == 0) {
-                        ASSERT_EQ(Hf(i, j, k, a), p.Happ(i, j, k, a)) << "empty cell " << i << ' ' << j << ' ' << k;
-                        continue;
-                    }
-                    worst = std::max(worst, std::abs(Hf(i, j, k, a) - Hd(i, j, k, a)) / scale);
-                }
+    for_cells(p.nx, p.ny, p.nz, [&](int i, int j, int k) {
+        for (int a = 1; a <= 3; ++a) {
+            if (p.mask(i, j, k) == 0)
+                EXPECT_EQ(Hf(i, j, k, a), p.Happ(i, j, k, a)) << "empty cell " << i << ' ' << j << ' ' << k;
+            else
+                worst = std::max(worst, std::abs(Hf(i, j, k, a) - Hd(i, j, k, a)) / scale);
+        }
+    });
     EXPECT_LE(worst, 1e-10);
 }
 

@@ -89,7 +89,8 @@ struct Model {
         VecGrid h = HINIT;
         field_by_method(method(), M, MS, MP, beta, mask, AIJ, F, h, nx, ny, nz, 1);
         double big = 0.0;
-        each_cell([&](int i, int j, int k) { big = std::max(big, std::hypot(h(i, j, k, 1), h(i, j, k, 2), h(i, j, k, 3))); });
+        each_cell(
+            [&](int i, int j, int k) { big = std::max(big, std::hypot(h(i, j, k, 1), h(i, j, k, 2), h(i, j, k, 3))); });
         return big;
     }
 };

@@ -15,6 +15,7 @@
 #include "eigen/dynamic_matrix.hpp"
 #include "geometry/numbering.hpp"
 #include "tensor/newell.hpp"
+#include "test_util.hpp"
 
 namespace torix::test {
 
@@ -46,9 +47,7 @@ inline Model make_model(int nx, int ny, int nz, double dx, double dy, double dz,
     m.A.allocate({Range{1, nmat}}), m.MS.allocate({Range{1, nmat}});
     for (int i = 1; i <= nmat; ++i) m.A(i) = mats[i - 1].first, m.MS(i) = mats[i - 1].second;
     m.MASQUE = make_int_grid(nx, ny, nz, 0);
-    for (int z = 0; z <= nz; ++z)
-        for (int y = 0; y <= ny; ++y)
-            for (int x = 0; x <= nx; ++x) m.MASQUE(x, y, z) = material(x, y, z);
+    for_cells(nx, ny, nz, [&](int x, int y, int z) { m.MASQUE(x, y, z) = material(x, y, z); });
     m.AIJ = make_tensor(nx, ny, nz, nmat);
     for (int i = 1; i <= nmat; ++i) tensornewall(m.A, m.MS, m.AIJ, nx, ny, nz, dx, dy, dz, i, nmat);
     m.M = make_vec_grid(nx, ny, nz, 0.0);
@@ -58,24 +57,21 @@ inline Model make_model(int nx, int ny, int nz, double dx, double dy, double dz,
 
 // Magnetization from a direction function (scaled to MS of each cell).
 inline void set_m(Model& m, const std::function<std::array<double, 3>(int, int, int)>& dir) {
-    for (int z = 0; z <= m.nz; ++z)
-        for (int y = 0; y <= m.ny; ++y)
-            for (int x = 0; x <= m.nx; ++x) {
-                const int mat = m.MASQUE(x, y, z);
-                if (mat == 0) continue;
-                const auto u = dir(x, y, z);
-                const double r = std::sqrt(u[0] * u[0] + u[1] * u[1] + u[2] * u[2]);
-                for (int c = 1; c <= 3; ++c) m.M(x, y, z, c) = m.MS(mat) * u[c - 1] / r;
-            }
+    for_cells(m.nx, m.ny, m.nz, [&](int x, int y, int z) {
+        if (const int mat = m.MASQUE(x, y, z); mat != 0) {
+            const auto u = dir(x, y, z);
+            const double r = std::hypot(u[0], u[1], u[2]);
+            for (int c = 1; c <= 3; ++c) m.M(x, y, z, c) = m.MS(mat) * u[c - 1] / r;
+        }
+    });
 }
 
 // H = applied + sum over magnetic sources of AIJ(target - source, source
 // material) M: the direct sum (checked against a literal sum of its own).
 inline void set_field(Model& m, const std::array<double, 3>& applied) {
-    for (int c = 1; c <= 3; ++c)
-        for (int z = 0; z <= m.nz; ++z)
-            for (int y = 0; y <= m.ny; ++y)
-                for (int x = 0; x <= m.nx; ++x) m.H(x, y, z, c) = applied[c - 1];
+    for_cells(m.nx, m.ny, m.nz, [&](int x, int y, int z) {
+        for (int c = 1; c <= 3; ++c) m.H(x, y, z, c) = applied[c - 1];
+    });
     calcfields(m.M, m.MS, {0.0, 0.0, 0.0}, 0.0, m.MASQUE, m.AIJ, m.H, m.nx, m.ny, m.nz, m.MS.extent(0));
 }
 

@@ -13,6 +13,7 @@
 #include "geometry/shapes.hpp"
 #include "output/response.hpp"
 #include "tensor/newell.hpp"
+#include "test_util.hpp"
 
 using namespace torix;
 
@@ -41,9 +42,7 @@ struct SaturatedSphere {
         AIJ = make_tensor(n, n, n, 1);
         tensornewall(A, MS, AIJ, n, n, n, kD, kD, kD, 1, 1);
         M = make_vec_grid(n, n, n);
-        for (int k = 0; k <= n; ++k)
-            for (int j = 0; j <= n; ++j)
-                for (int i = 0; i <= n; ++i) M(i, j, k, 3) = mask(i, j, k) ? kMs : 0.0;
+        for_cells(n, n, n, [&](int i, int j, int k) { M(i, j, k, 3) = mask(i, j, k) ? kMs : 0.0; });
         // Equilibrium: align M with its field until it no longer moves.
         const std::array<double, 3> zero{0.0, 0.0, 0.0};
         for (int it = 0; it < 25; ++it) {
@@ -63,9 +62,7 @@ struct SaturatedSphere {
 
     void field() {
         H = make_vec_grid(n, n, n);
-        for (int k = 0; k <= n; ++k)
-            for (int j = 0; j <= n; ++j)
-                for (int i = 0; i <= n; ++i) H(i, j, k, 3) = kH0;
+        for_cells(n, n, n, [&](int i, int j, int k) { H(i, j, k, 3) = kH0; });
         calcfields(M, MS, {0.0, 0.0, 0.0}, 0.0, mask, AIJ, H, n, n, n, 1);
     }
 
@@ -77,13 +74,7 @@ struct SaturatedSphere {
 
     CVecGrid uniform(cplx hx, cplx hy, cplx hz) const {
         CVecGrid h = make_cvec_grid(n, n, n);
-        for (int k = 0; k <= n; ++k)
-            for (int j = 0; j <= n; ++j)
-                for (int i = 0; i <= n; ++i) {
-                    h(i, j, k, 1) = hx;
-                    h(i, j, k, 2) = hy;
-                    h(i, j, k, 3) = hz;
-                }
+        for_cells(n, n, n, [&](int i, int j, int k) { h(i, j, k, 1) = hx, h(i, j, k, 2) = hy, h(i, j, k, 3) = hz; });
         return h;
     }
 };
@@ -137,9 +128,8 @@ TEST(SaturatedSphere, DriveAlongTheMagnetizationCouplesToNothing) {
     const auto Cz = s.couplings(s.uniform(0.0, 0.0, cplx(1.0, 0.5)));
     CVecGrid h = make_cvec_grid(s.n, s.n, s.n);
     for (int c = 1; c <= 3; ++c)
-        for (int k = 0; k <= s.n; ++k)
-            for (int j = 0; j <= s.n; ++j)
-                for (int i = 0; i <= s.n; ++i) h(i, j, k, c) = cplx(0.3, -1.0) * s.M(i, j, k, c) / s.kMs;
+        for_cells(s.n, s.n, s.n,
+                  [&](int i, int j, int k) { h(i, j, k, c) = cplx(0.3, -1.0) * s.M(i, j, k, c) / s.kMs; });
     const auto Cm = s.couplings(h);
     for (int q = 1; q <= s.nmodes; ++q) {
         EXPECT_LT(std::abs(Cz(q)), 1e-3 * macro) << "mode " << q;
