@@ -20,36 +20,30 @@ namespace {
 // then B = s H - MP, A(i) = sum eps(i,j,k) M(j) B(k), H += A / MS.
 void oracle(const VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s,
             const IntGrid& mask, const TensorArray& AIJ, VecGrid& H, int nx, int ny, int nz) {
-    for (int k = 0; k <= nz; ++k)
-        for (int j = 0; j <= ny; ++j)
-            for (int i = 0; i <= nx; ++i) {
-                if (mask(i, j, k) == 0) continue;
-                for (int a = 1; a <= 3; ++a)
-                    for (int k2 = 0; k2 <= nz; ++k2)
-                        for (int j2 = 0; j2 <= ny; ++j2)
-                            for (int i2 = 0; i2 <= nx; ++i2) {
-                                const int q = mask(i2, j2, k2);
-                                if (q == 0) continue;
-                                for (int b = 1; b <= 3; ++b)
-                                    H(i, j, k, a) += AIJ(i - i2, j - j2, k - k2, a + 3 * (b - 1), q) * M(i2, j2, k2, b);
-                            }
-            }
+    for_cells(nx, ny, nz, [&](int i, int j, int k) {
+        if (mask(i, j, k) == 0) return;
+        for_cells(nx, ny, nz, [&](int i2, int j2, int k2) {
+            const int q = mask(i2, j2, k2);
+            if (q == 0) return;
+            for (int a = 1; a <= 3; ++a)
+                for (int b = 1; b <= 3; ++b)
+                    H(i, j, k, a) += AIJ(i - i2, j - j2, k - k2, a + 3 * (b - 1), q) * M(i2, j2, k2, b);
+        });
+    });
     auto eps = [](int i, int j, int k) {
         // sign of the permutation (i, j, k) of (1, 2, 3), 0 on a repeat
         return (i - j) * (j - k) * (k - i) / 2;
     };
-    for (int k = 0; k <= nz; ++k)
-        for (int j = 0; j <= ny; ++j)
-            for (int i = 0; i <= nx; ++i) {
-                const int q = mask(i, j, k);
-                if (q == 0) continue;
-                double B[4], A[4] = {0, 0, 0, 0};
-                for (int a = 1; a <= 3; ++a) B[a] = s * H(i, j, k, a) - MP[a - 1];
-                for (int a = 1; a <= 3; ++a)
-                    for (int b = 1; b <= 3; ++b)
-                        for (int c = 1; c <= 3; ++c) A[a] += eps(a, b, c) * M(i, j, k, b) * B[c];
-                for (int a = 1; a <= 3; ++a) H(i, j, k, a) += A[a] / MS(q);
-            }
+    for_cells(nx, ny, nz, [&](int i, int j, int k) {
+        const int q = mask(i, j, k);
+        if (q == 0) return;
+        double B[4], A[4] = {0, 0, 0, 0};
+        for (int a = 1; a <= 3; ++a) B[a] = s * H(i, j, k, a) - MP[a - 1];
+        for (int a = 1; a <= 3; ++a)
+            for (int b = 1; b <= 3; ++b)
+                for (int c = 1; c <= 3; ++c) A[a] += eps(a, b, c) * M(i, j, k, b) * B[c];
+        for (int a = 1; a <= 3; ++a) H(i, j, k, a) += A[a] / MS(q);
+    });
 }
 
 struct Problem {
@@ -69,12 +63,10 @@ Problem make_problem(int nx = 5, int ny = 3, int nz = 2) {
     std::mt19937_64 g(42);
     std::uniform_real_distribution<double> u(-1.0, 1.0);
     p.mask = make_int_grid(p.nx, p.ny, p.nz);
-    for (int k = 0; k <= p.nz; ++k)
-        for (int j = 0; j <= p.ny; ++j)
-            for (int i = 0; i <= p.nx; ++i) {
-                const int r = static_cast<int>(g() % 5);
-                p.mask(i, j, k) = r < 2 ? 0 : (r < 4 ? 1 : 2);
-            }
+    for_cells(nx, ny, nz, [&](int i, int j, int k) {
+        const int r = static_cast<int>(g() % 5);
+        p.mask(i, j, k) = r < 2 ? 0 : (r < 4 ? 1 : 2);
+    });
     p.mask(p.nx, p.ny, p.nz) = 2;
     p.mask(0, 0, 0) = 1;
     p.AIJ = make_tensor(p.nx, p.ny, p.nz, 2);
@@ -100,26 +92,24 @@ TEST(DirectField, MatchesPlainSumOnMaskWithHolesAndTwoMaterials) {
         const std::array<double, 3> MP = s == 0.0 ? std::array<double, 3>{0, 0, 0} : std::array<double, 3>{5, -7, 11};
         Problem p = make_problem(6, 4, 3);
         if (variant == 2)
-            for (int k = 0; k <= p.nz; ++k)
-                for (int j = 0; j <= p.ny; ++j)
-                    for (int i = 0; i <= p.nx; ++i)
-                        if (i == 0 || j == 0 || k == 0 || i == p.nx || j == p.ny) p.mask(i, j, k) = 0;
+            for_cells(p.nx, p.ny, p.nz, [&](int i, int j, int k) {
+                if (i == 0 || j == 0 || k == 0 || i == p.nx || j == p.ny) p.mask(i, j, k) = 0;
+            });
         VecGrid want = p.H;
         const VecGrid before = p.H;
         oracle(p.M, p.MS, MP, s, p.mask, p.AIJ, want, p.nx, p.ny, p.nz);
         calcfields(p.M, p.MS, MP, s, p.mask, p.AIJ, p.H, p.nx, p.ny, p.nz, 2);
         const double scale = max_abs(want);
-        for (int a = 1; a <= 3; ++a)
-            for (int k = 0; k <= p.nz; ++k)
-                for (int j = 0; j <= p.ny; ++j)
-                    for (int i = 0; i <= p.nx; ++i) {
-                        if (p.mask(i, j, k) == 0) {
-                            EXPECT_EQ(p.H(i, j, k, a), before(i, j, k, a)) << "empty cell changed";
-                        } else {
-                            EXPECT_NEAR(p.H(i, j, k, a), want(i, j, k, a), 1e-13 * scale)
-                                << "variant " << variant << " at " << i << "," << j << "," << k << " comp " << a;
-                        }
-                    }
+        for_cells(p.nx, p.ny, p.nz, [&](int i, int j, int k) {
+            for (int a = 1; a <= 3; ++a) {
+                if (p.mask(i, j, k) == 0) {
+                    EXPECT_EQ(p.H(i, j, k, a), before(i, j, k, a)) << "empty cell changed";
+                } else {
+                    EXPECT_NEAR(p.H(i, j, k, a), want(i, j, k, a), 1e-13 * scale)
+                        << "variant " << variant << " at " << i << "," << j << "," << k << " comp " << a;
+                }
+            }
+        });
     }
 }
 
@@ -175,20 +165,17 @@ TEST(DirectField, UniformCubeHasDemagnetizingFactorOneThird) {
         const Array<double, 1> A = table({0.0}), MS = table({ms});
         tensornewall(A, MS, T, N, N, N, d, d, d, 1, 1);
         VecGrid M = make_vec_grid(N, N, N), H = make_vec_grid(N, N, N);
-        for (int a = 1; a <= 3; ++a)
-            for (int k = 0; k <= N; ++k)
-                for (int j = 0; j <= N; ++j)
-                    for (int i = 0; i <= N; ++i) M(i, j, k, a) = ms * dir[a - 1];
+        for_cells(N, N, N, [&](int i, int j, int k) {
+            for (int a = 1; a <= 3; ++a) M(i, j, k, a) = ms * dir[a - 1];
+        });
         calcfields(M, MS, {0, 0, 0}, 0.0, mask, T, H, N, N, N, 1);
         const double want = -4.0 * std::numbers::pi * ms / 3.0;
-        for (int a = 1; a <= 3; ++a) {
-            double sum = 0.0;
-            for (int k = 0; k <= N; ++k)
-                for (int j = 0; j <= N; ++j)
-                    for (int i = 0; i <= N; ++i) sum += H(i, j, k, a);
-            const double mean = sum / (n * n * n);
-            EXPECT_NEAR(mean, want * dir[a - 1], 1e-12 * std::abs(want)) << n << " cells per edge, comp " << a;
-        }
+        double sum[3] = {0.0, 0.0, 0.0};
+        for_cells(N, N, N, [&](int i, int j, int k) {
+            for (int a = 1; a <= 3; ++a) sum[a - 1] += H(i, j, k, a);
+        });
+        for (int a = 1; a <= 3; ++a)
+            EXPECT_NEAR(sum[a - 1] / (n * n * n), want * dir[a - 1], 1e-12 * std::abs(want)) << n << " per edge, " << a;
     }
 }
 
