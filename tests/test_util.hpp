@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <random>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <sys/wait.h>
@@ -42,6 +44,18 @@ std::string fatal_message(Fn&& fn) {
         return e.what();
     }
     return "no error";
+}
+
+// What fn writes on std::cout; the stream is restored even when fn throws.
+template <class Fn>
+std::string captured_cout(Fn&& fn) {
+    std::ostringstream cap;
+    struct Restore {
+        std::streambuf* old;
+        ~Restore() { std::cout.rdbuf(old); }
+    } restore{std::cout.rdbuf(cap.rdbuf())};
+    fn();
+    return cap.str();
 }
 
 // A fresh directory under the system temp dir, removed with its contents.

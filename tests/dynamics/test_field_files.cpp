@@ -132,17 +132,11 @@ TEST(FieldFiles, LargerGridLoadsIntoSmallerKeepingCellsThatFit) {
     const Grid big = sample(4, 3, 2, 3);
     for (int format = 1; format <= 2; ++format) {
         const std::string f = (dir / (format == 1 ? "big.txt" : "big.bin")).string();
-        if (format == 1)
-            savemt(big.M, big.mask, big.nx, big.ny, big.nz, f);
-        else
-            savem(big.M, big.mask, big.nx, big.ny, big.nz, f);
+        (format == 1 ? savemt : savem)(big.M, big.mask, big.nx, big.ny, big.nz, f);
         // The small grid's own mask is empty: loading does not consult it.
         IntGrid small_mask = make_int_grid(2, 1, 0);
         VecGrid small = make_vec_grid(2, 1, 0, 3.0);
-        if (format == 1)
-            loadmt(small, small_mask, 2, 1, 0, f);
-        else
-            loadm(small, small_mask, 2, 1, 0, f);
+        (format == 1 ? loadmt : loadm)(small, small_mask, 2, 1, 0, f);
         for (int a = 1; a <= 3; ++a)
             for (int j = 0; j <= 1; ++j)
                 for (int i = 0; i <= 2; ++i) {

@@ -21,20 +21,11 @@ Model slab() {
     return m;
 }
 
-template <class F>
-std::string captured(F&& f) {
-    std::ostringstream cap;
-    auto* old = std::cout.rdbuf(cap.rdbuf());
-    f();
-    std::cout.rdbuf(old);
-    return cap.str();
-}
-
 TEST(Arnoldi, BothKindsGiveTheDenseLowestFrequencies) {
     const Model m = slab();
     const int n = 2 * m.N;
     Modes dense;
-    (void)captured([&] { calcmatrix(m.input(), m.N, dense.out()); });
+    (void)captured_cout([&] { calcmatrix(m.input(), m.N, dense.out()); });
     ASSERT_GE(dense.nmodes, 4);
 
     const int nev = 8, ncv = 40;  // script values 4 and 20, doubled
@@ -42,7 +33,7 @@ TEST(Arnoldi, BothKindsGiveTheDenseLowestFrequencies) {
         SCOPED_TRACE(kind);
         Modes it;
         Array<double, 2> V({Range{1, n}, Range{1, ncv}}, 0.0), D({Range{1, ncv}, Range{1, 3}}, 0.0);
-        const std::string out = captured([&] {
+        const std::string out = captured_cout([&] {
             if (kind == 1)
                 calcmatrix_ns(m.input(), nev, ncv, it.out(), D, V);
             else
@@ -81,7 +72,7 @@ TEST(Arnoldi, BadBasisSizeIsReportedAndGivesNoModes) {
     const int nev = 8, ncv = 9;  // ncv < nev + 2
     Modes it;
     Array<double, 2> V({Range{1, n}, Range{1, ncv}}, 0.0), D({Range{1, ncv}, Range{1, 3}}, 0.0);
-    const std::string out = captured([&] { calcmatrix_ns(m.input(), nev, ncv, it.out(), D, V); });
+    const std::string out = captured_cout([&] { calcmatrix_ns(m.input(), nev, ncv, it.out(), D, V); });
     EXPECT_EQ(it.nmodes, 0);
     EXPECT_NE(out.find(" Error with _naupd, info = -3\n Check the documentation of _naupd\n"), std::string::npos)
         << out;

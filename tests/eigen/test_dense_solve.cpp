@@ -19,11 +19,8 @@ constexpr double kPi = std::numbers::pi;
 // Runs calcmatrix with the console lines captured.
 Modes solve(const Model& m, int nsel, std::string* console = nullptr) {
     Modes r;
-    std::ostringstream cap;
-    auto* old = std::cout.rdbuf(cap.rdbuf());
-    calcmatrix(m.input(), nsel, r.out());
-    std::cout.rdbuf(old);
-    if (console) *console = cap.str();
+    const std::string out = captured_cout([&] { calcmatrix(m.input(), nsel, r.out()); });
+    if (console) *console = out;
     return r;
 }
 

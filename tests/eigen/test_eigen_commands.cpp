@@ -39,16 +39,7 @@ protected:
         ListReader in("script.txt");
         Session s{st_, in};
         st_.LINER = keyword;
-        std::ostringstream cap;
-        auto* old = std::cout.rdbuf(cap.rdbuf());
-        try {
-            h(s);
-        } catch (...) {
-            std::cout.rdbuf(old);
-            throw;
-        }
-        std::cout.rdbuf(old);
-        return cap.str();
+        return captured_cout([&] { h(s); });
     }
 
     TempDir dir_;
