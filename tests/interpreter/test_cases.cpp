@@ -54,8 +54,11 @@ TEST_P(Case, Runs) {
     if (fs::exists(src / "status")) want_status = std::stoi(slurp(src / "status"));
     EXPECT_EQ(r.status, want_status) << "stderr: " << r.err;
 
-    if (fs::exists(src / "stderr.txt")) EXPECT_EQ(r.err, slurp(src / "stderr.txt"));
-    else if (want_status == 0) EXPECT_EQ(r.err, "");
+    if (fs::exists(src / "stderr.txt")) {
+        EXPECT_EQ(r.err, slurp(src / "stderr.txt"));
+    } else if (want_status == 0) {
+        EXPECT_EQ(r.err, "");
+    }
 
     if (fs::exists(src / "expect.txt")) {
         const auto got = lines_of(r.out);
