@@ -133,13 +133,14 @@ void alignfields(VecGrid& M, const VecGrid& H, const VecGrid& Mprev, const Array
     const double* h = H.data() + H.linear(0, 0, 0, 1);
     const double* mo = Mprev.data() + Mprev.linear(0, 0, 0, 1);
     const double beta = 1.0 - alpha;
-#pragma omp parallel for schedule(static)
+    const bool par = plane * sz > 16384;  // small grids: one thread
+#pragma omp parallel for schedule(static) if (par)
     for (std::int64_t k = 0; k < sz; ++k)
         for (std::int64_t p = k * plane; p < (k + 1) * plane; ++p) {
             if (q[p] == 0) continue;
             for (int a = 0; a < 3; ++a) m[p + a * cs] = alpha * h[p + a * cs] + beta * mo[p + a * cs];
         }
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (par)
     for (std::int64_t k = 0; k < sz; ++k)
         for (std::int64_t p = k * plane; p < (k + 1) * plane; ++p) {
             if (q[p] == 0) continue;

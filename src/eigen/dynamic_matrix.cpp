@@ -182,7 +182,7 @@ void assemble_sparse(const MatrixInput& in, double threshold, SparseMatrix& S) {
 #pragma omp parallel
     {
         std::vector<double> buf(2 * n2);
-#pragma omp for schedule(dynamic, 4)
+#pragma omp for schedule(static)
         for (int n = 1; n <= N; ++n) {
             mr.rows(n, buf.data());
             Part& p = parts[n - 1];
