@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "core/console.hpp"
+#include "core/error.hpp"
 #include "dynamics/applied_field.hpp"
 #include "dynamics/direct_field.hpp"
 
@@ -200,6 +201,11 @@ double relaxrk4(VecGrid& M, const Array<double, 1>& MS, const std::array<double,
     for (;;) {
         iterate(M, MS, MP, s, MASQUE, AIJ, AIJ_FFT, drive, H, nx, ny, nz, n, method, t, dt, E, work);
         say(t / timescale, E);
+        // A measure that is not a finite number never meets the threshold.
+        if (!std::isfinite(E))
+            throw FatalError("RELAX: the Runge-Kutta relaxation diverged (energy measure " + format_real(E) +
+                             " at time " + format_real(t / timescale) +
+                             "); a smaller time step or other material values are needed");
         if (E < best) {
             best = E;
             Mbest = M;

@@ -36,8 +36,9 @@ void dense_product(const double* A, int n, bool transposed, const double* x, dou
 // vector: the conjugate of the transposed-operator eigenvector whose
 // eigenvalue lies nearest.
 void left_vectors(const Product& opt, int n, int nev, int ncv, int N, ModeOutput out) {
-    Array<double, 2> V2({Range{1, n}, Range{1, ncv}}, 0.0);
-    Array<double, 2> D2({Range{1, ncv}, Range{1, 3}}, 0.0);
+    // Beyond n vectors the solver refuses the request before using the arrays.
+    Array<double, 2> V2({Range{1, n}, Range{1, std::min(ncv, n)}}, 0.0);
+    Array<double, 2> D2({Range{1, std::min(ncv, n)}, Range{1, 3}}, 0.0);
     const int nconv = arnoldi(opt, n, nev, ncv, V2, D2, false);
     Array<double, 2> W2;
     Array<cplx, 3> L2;
@@ -66,6 +67,16 @@ int arnoldi(const Product& op, int n, int nev, int ncv, Array<double, 2>& V, Arr
     const char* bmat = "I";
     const char* which = "SM";
     const double tol = 0.0;
+    // The solver's own first checks (n, nev, then nev + 2 <= ncv <= n), made
+    // here before the work arrays are sized from ncv.
+    const int bad = n <= 0 ? -1 : nev <= 0 ? -2 : (ncv <= nev + 1 || ncv > n) ? -3 : 0;
+    if (bad != 0) {
+        if (verbose) {
+            say("Error with _naupd, info =", bad);
+            line(" Check the documentation of _naupd");
+        }
+        return 0;
+    }
     const std::size_t nn = static_cast<std::size_t>(std::max(n, 0));
     const std::size_t nc = static_cast<std::size_t>(std::max(ncv, 0));
     std::vector<double> resid(nn), workd(3 * nn), workev(3 * nc);

@@ -4,6 +4,7 @@
 
 #include "core/error.hpp"
 #include "core/listio.hpp"
+#include "core/memory.hpp"
 #include "core/records.hpp"
 
 namespace torix {
@@ -21,6 +22,16 @@ void check_dims(int nx, int ny, int nz, const std::string& name) {
     if (nx < -1 || ny < -1 || nz < -1)
         throw FatalError(name + ": header gives negative grid indices " + std::to_string(nx) + " " +
                          std::to_string(ny) + " " + std::to_string(nz));
+    const std::int64_t cx = std::int64_t{nx} + 1, cy = std::int64_t{ny} + 1, cz = std::int64_t{nz} + 1;
+    if (grid_too_large(cx, cy, cz))
+        throw FatalError(name + ": header gives a grid of " + std::to_string(cx) + " x " + std::to_string(cy) +
+                         " x " + std::to_string(cz) + " cells, too large to hold");
+}
+
+// Mask values are material numbers: 0 (empty) or positive.
+std::string negative_value(int v, int i, int j, int k) {
+    return "negative material number " + std::to_string(v) + " for cell (" + std::to_string(i) + ", " +
+           std::to_string(j) + ", " + std::to_string(k) + ")";
 }
 
 }  // namespace
@@ -67,6 +78,7 @@ void loadmasque(IntGrid& MASQUE, int nx, int ny, int nz, const std::string& name
             r.fail("record " + std::to_string(rec) + " names cell (" + std::to_string(i) + ", " + std::to_string(j) +
                    ", " + std::to_string(k) + ") outside the grid 0.." + std::to_string(nx) + " x 0.." +
                    std::to_string(ny) + " x 0.." + std::to_string(nz));
+        if (v < 0) r.fail("record " + std::to_string(rec) + ": " + negative_value(v, i, j, k));
         MASQUE(i, j, k) = v;
     }
 }
@@ -108,6 +120,7 @@ void loadmasquet(IntGrid& MASQUE, int nx, int ny, int nz, const std::string& nam
             in.fail("cell (" + std::to_string(i) + ", " + std::to_string(j) + ", " + std::to_string(k) +
                     ") lies outside the grid 0.." + std::to_string(nx) + " x 0.." + std::to_string(ny) + " x 0.." +
                     std::to_string(nz));
+        if (v < 0) in.fail(negative_value(v, i, j, k));
         MASQUE(i, j, k) = v;
     }
 }
@@ -140,7 +153,11 @@ void loadmasquet2(IntGrid& MASQUE, int nx, int ny, int nz, const std::string& na
         (void)in.name("the plane title");
         for (int j = 0; j <= ny; ++j) {
             in.begin("plane " + std::to_string(k) + " row " + std::to_string(j));
-            for (int i = 0; i <= nx; ++i) MASQUE(i, j, k) = in.i32("the mask value of column " + std::to_string(i));
+            for (int i = 0; i <= nx; ++i) {
+                const int v = in.i32("the mask value of column " + std::to_string(i));
+                if (v < 0) in.fail(negative_value(v, i, j, k));
+                MASQUE(i, j, k) = v;
+            }
         }
     }
 }

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "core/error.hpp"
+#include "core/memory.hpp"
 #include "core/records.hpp"
 #include "eigen/arnoldi.hpp"
 #include "eigen/deg.hpp"
@@ -22,6 +23,10 @@ namespace torix {
 
 namespace {
 
+bool on_grid(const ModelState& st, const IntGrid& a) {
+    return a.allocated() && a.hi(0) == st.nx && a.hi(1) == st.ny && a.hi(2) == st.nz;
+}
+
 // What a solve needs must be there; a gap is reported instead of reading
 // unallocated arrays.
 void check_inputs(const ModelState& st) {
@@ -30,6 +35,16 @@ void check_inputs(const ModelState& st) {
     if (!st.M.allocated() || !st.H.allocated())
         throw FatalError(k + ": no magnetization and field (INIT_M or M_LOAD first)");
     if (!st.AIJ.allocated()) throw FatalError(k + ": no interaction tensor (TENSOR_CREATE or TENSOR_LOAD first)");
+    // Arrays left from another grid.
+    for (const VecGrid* v : {&st.M, &st.H})
+        if (v->hi(0) != st.nx || v->hi(1) != st.ny || v->hi(2) != st.nz)
+            throw FatalError(k + ": the magnetization or field was set on another grid (INIT_M or M_LOAD first)");
+    const TensorArray& T = st.AIJ;
+    if (T.lo(0) != -st.nx || T.hi(0) != st.nx + 1 || T.lo(1) != -st.ny || T.hi(1) != st.ny + 1 ||
+        T.lo(2) != -st.nz || T.hi(2) != st.nz + 1)
+        throw FatalError(k + ": no interaction tensor on the present grid (TENSOR_CREATE or TENSOR_LOAD first)");
+    if (!on_grid(st, st.NUM))
+        throw FatalError(k + ": the numbering was made on another grid (SET_SCALE again)");
     const int nmat = std::min(st.MS.allocated() ? st.MS.hi(0) : 0, st.AIJ.hi(4));
     for (int z = 0; z <= st.nz; ++z)
         for (int y = 0; y <= st.ny; ++y)
@@ -43,6 +58,19 @@ void check_inputs(const ModelState& st) {
                 const int n = st.NUM(x, y, z);
                 if (n < 1 || n > st.ncells) throw FatalError(k + ": the numbering has no number" + at);
             }
+}
+
+// The dense matrix of order 2N, with the eigenvector matrices and work
+// arrays of the dense solve (about four such matrices), must fit in memory.
+void check_dense_size(const ModelState& st, int copies) {
+    const double order = 2.0 * st.ncells;
+    const double bytes = order * order * 8.0 * copies;
+    if (bytes > physical_memory()) {
+        char buf[64];
+        std::snprintf(buf, sizeof buf, "%.0f", bytes);
+        throw FatalError(st.LINER + ": a dense matrix of order " + std::to_string(2LL * st.ncells) + " needs " + buf +
+                         " bytes, more than the memory of this machine");
+    }
 }
 
 MatrixInput matrix_input(const ModelState& st) {
@@ -59,12 +87,30 @@ void save_both(const ModelState& st) {
 
 }  // namespace
 
+void need_modes_on_grid(const ModelState& st) {
+    if (st.nmodes <= 0) return;
+    const std::string& k = st.LINER;
+    if (!on_grid(st, st.NUM) || st.MODES.extent(0) != st.ncells || st.MODESL.extent(0) != st.ncells)
+        throw FatalError(k + ": the modes belong to another grid or numbering (solve or EIGEN_LOAD again)");
+    for (int z = 0; z <= st.nz; ++z)
+        for (int y = 0; y <= st.ny; ++y)
+            for (int x = 0; x <= st.nx; ++x) {
+                if (st.MASQUE(x, y, z) == 0) continue;
+                const int n = st.NUM(x, y, z);
+                if (n < 1 || n > st.ncells)
+                    throw FatalError(k + ": the magnetic cell (" + std::to_string(x) + "," + std::to_string(y) + "," +
+                                     std::to_string(z) + ") has no number in the numbering of the modes (solve or "
+                                     "EIGEN_LOAD again)");
+            }
+}
+
 void cmd_solve_matrix(Session& s) {
     s.line();
     const int nsel = s.in.i32("the number of modes");
     ModelState& st = s.st;
     if (!st.numbered) build_numbering(st, st.s1, st.s2, st.s3);
     check_inputs(st);
+    check_dense_size(st, 4);
     calcmatrix(matrix_input(st), nsel, mode_output(st));
     save_both(st);
     s.ack();
@@ -74,8 +120,16 @@ void cmd_solve_matrix_ar(Session& s) {
     s.line();
     const int kind = s.in.i32("the operator kind");
     s.line();
-    const int nev = 2 * s.in.i32("the number of modes");
-    const int ncv = 2 * s.in.i32("the number of Arnoldi vectors");
+    // Both counts are doubled: they must stay within the int range.
+    const auto doubled = [&s](const char* what) {
+        const int v = s.in.i32(what);
+        if (v < -1073741824 || v > 1073741823)
+            s.in.fail(std::string("expected ") + what + " between -1073741824 and 1073741823, found \"" +
+                      std::to_string(v) + "\"");
+        return 2 * v;
+    };
+    const int nev = doubled("the number of modes");
+    const int ncv = doubled("the number of Arnoldi vectors");
     double threshold = 0.0;
     if (kind == 2) {
         s.line();
@@ -85,9 +139,13 @@ void cmd_solve_matrix_ar(Session& s) {
     if (kind == 1 || kind == 2) {
         if (!st.numbered) build_numbering(st, st.s1, st.s2, st.s3);
         check_inputs(st);
+        if (kind == 1) check_dense_size(st, 1);
         const int n = 2 * st.ncells;
-        st.V.allocate({Range{1, n}, Range{1, std::max(ncv, 0)}}, 0.0);
-        st.D.allocate({Range{1, std::max(ncv, 0)}, Range{1, 3}}, 0.0);
+        // More than n vectors is refused by the solver itself (and reported
+        // on the console); the arrays never need more than n columns.
+        const int cols = std::clamp(ncv, 0, n);
+        st.V.allocate({Range{1, n}, Range{1, cols}}, 0.0);
+        st.D.allocate({Range{1, cols}, Range{1, 3}}, 0.0);
         if (kind == 1)
             calcmatrix_ns(matrix_input(st), nev, ncv, mode_output(st), st.D, st.V);
         else
@@ -103,6 +161,7 @@ void cmd_eigen_save_text(Session& s) {
     ModelState& st = s.st;
     st.FNAME = s.in.name("the file name");
     const int count = std::clamp(want, 0, st.nmodes);
+    if (count > 0) need_modes_on_grid(st);
     savemodest(count, st.NUM, st.MASQUE, st.nx, st.ny, st.nz, st.FNAME, st.W, st.MODES);
     say("EIGEN_SAVE ok");
 }

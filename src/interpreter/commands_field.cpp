@@ -16,20 +16,17 @@ namespace torix {
 namespace {
 
 // Throws unless the named grid array exists with the grid's shape.
-void need(const Session& s, const VecGrid& v, const char* what) {
-    const ModelState& st = s.st;
+void need(const ModelState& st, const VecGrid& v, const char* what) {
     if (!v.allocated() || v.hi(0) != st.nx || v.hi(1) != st.ny || v.hi(2) != st.nz)
         throw FatalError(st.LINER + ": no " + what + " on the present grid (INIT_M or M_LOAD first)");
 }
 
-void need_mask(const Session& s) {
-    const ModelState& st = s.st;
+void need_mask(const ModelState& st) {
     if (!st.MASQUE.allocated()) throw FatalError(st.LINER + ": no cell mask (MASQUE_CREATE or MASQUE_LOAD first)");
 }
 
 // Every material number in the mask has an MS entry.
-void need_materials(const Session& s) {
-    const ModelState& st = s.st;
+void need_materials(const ModelState& st) {
     std::int32_t qmax = 0;
     for (std::int32_t q : st.MASQUE) qmax = std::max(qmax, q);
     if (qmax > 0 && (!st.MS.allocated() || qmax > st.MS.hi(0)))
@@ -39,8 +36,7 @@ void need_materials(const Session& s) {
 
 // The field needs a tensor over the present grid and, for every material
 // number in the mask, a tensor slice and an MS entry.
-void need_tensor(const Session& s) {
-    const ModelState& st = s.st;
+void need_tensor(const ModelState& st) {
     const TensorArray& T = st.AIJ;
     if (!T.allocated() || T.hi(0) != st.nx + 1 || T.hi(1) != st.ny + 1 || T.hi(2) != st.nz + 1)
         throw FatalError(st.LINER + ": no interaction tensor on the present grid (TENSOR_CREATE or TENSOR_LOAD first)");
@@ -76,13 +72,25 @@ void load_vector(const ModelState& st, VecGrid& v, int format, const std::string
 // within 1e-9 (relative) of a whole number counts as that number, so edges
 // given as whole multiples of the cell size are not lost to rounding.
 long long edge_index(double x, double d) {
-    const double q = x / d;
+    // Far outside any grid (or not a number): kept to a range that converts
+    // exactly and still lies beyond every cell.
+    double q = x / d;
+    if (!(q > -4.0e9)) q = -4.0e9;
+    if (q > 4.0e9) q = 4.0e9;
     const double r = std::nearbyint(q);
     if (std::abs(q - r) <= 1e-9 * std::max(1.0, std::abs(q))) return static_cast<long long>(r);
     return static_cast<long long>(std::trunc(q));
 }
 
 }  // namespace
+
+void need_field_inputs(const ModelState& st) {
+    need_mask(st);
+    need(st, st.M, "magnetization");
+    need(st, st.H, "effective field");
+    need(st, st.HINIT, "applied-field array");
+    need_tensor(st);
+}
 
 bool use_fft(const ModelState& st) { return count_magnetic(st.MASQUE) > 300; }
 
@@ -102,7 +110,7 @@ void cmd_add_ext_field(Session& s) {
     if (kind == 1) {
         s.line();
         const double hx = s.in.f64("Hx"), hy = s.in.f64("Hy"), hz = s.in.f64("Hz");
-        need(s, st.HINIT, "applied-field array");
+        need(st, st.HINIT, "applied-field array");
         const double hv[3] = {hx, hy, hz};
         for (int a = 1; a <= 3; ++a)
             for (int k = 0; k <= st.nz; ++k)
@@ -112,7 +120,7 @@ void cmd_add_ext_field(Session& s) {
         s.line();
         const int format = s.in.i32("the format");
         st.FNAME = s.in.name("the file name");
-        need(s, st.HINIT, "applied-field array");
+        need(st, st.HINIT, "applied-field array");
         load_vector(st, st.HINIT, format, st.FNAME);
     }
     s.ack();
@@ -129,9 +137,9 @@ void cmd_init_m(Session& s) {
         u[1] = s.in.f64("uy");
         u[2] = s.in.f64("uz");
     }
-    need_mask(s);
+    need_mask(st);
     allocate_fields(st);
-    if (kind == 1 || kind == 2 || kind == 3 || kind == 4 || kind == 9) need_materials(s);
+    if (kind == 1 || kind == 2 || kind == 3 || kind == 4 || kind == 9) need_materials(st);
     const int nx = st.nx, ny = st.ny, nz = st.nz;
     switch (kind) {
         case 1:
@@ -157,10 +165,11 @@ void cmd_init_m(Session& s) {
 }
 
 void cmd_calc_field(Session& s) {
-    need_mask(s);
-    need(s, s.st.M, "magnetization");
-    need(s, s.st.HINIT, "applied-field array");
-    need_tensor(s);
+    const ModelState& st = s.st;
+    need_mask(st);
+    need(st, st.M, "magnetization");
+    need(st, st.HINIT, "applied-field array");
+    need_tensor(st);
     compute_field(s.st);
     s.ack();
 }
@@ -175,8 +184,8 @@ void save_command(Session& s, const VecGrid& v, const char* what) {
     const int format = s.in.i32("the format");
     st.FNAME = s.in.name("the file name");
     if (format == 1 || format == 2 || format == 4) {
-        need_mask(s);
-        need(s, v, what);
+        need_mask(st);
+        need(st, v, what);
         save_vector(st, v, format, st.FNAME);
     }
     s.ack();
@@ -191,7 +200,7 @@ void cmd_m_load(Session& s) {
     s.line();
     const int format = s.in.i32("the format");
     st.FNAME = s.in.name("the file name");
-    need_mask(s);
+    need_mask(st);
     allocate_fields(st);
     load_vector(st, st.M, format, st.FNAME);
     s.ack();
@@ -205,8 +214,10 @@ void cmd_h_average(Session& s) {
     double x[6];
     int c = 0;
     for (const char* w : {"x1", "y1", "z1", "x2", "y2", "z2"}) x[c++] = s.in.f64(w);
-    need_mask(s);
-    need(s, st.H, "effective field");
+    need_mask(st);
+    need(st, st.H, "effective field");
+    if (!(st.dx > 0.0 && st.dy > 0.0 && st.dz > 0.0))
+        s.in.fail("the cell sizes must be set to positive values by SET_CELL before a box is averaged");
     const double d[3] = {st.dx, st.dy, st.dz};
     const int top[3] = {st.nx, st.ny, st.nz};
     long long lo[3], hi[3];
@@ -235,7 +246,7 @@ void cmd_h_load(Session& s) {
     const int format = s.in.i32("the format");
     st.FNAME = s.in.name("the file name");
     if (format == 1 || format == 2) {
-        need(s, st.H, "effective field");
+        need(st, st.H, "effective field");
         load_vector(st, st.H, format, st.FNAME);
     }
     s.ack();

@@ -9,9 +9,10 @@
 namespace torix {
 
 // A single layer (nz = 0) takes the two-dimensional transforms.  Without a
-// tensor the Fourier form is dropped.
+// tensor, or on a grid with an empty extent (no cell, so no field to
+// convolve), the Fourier form is dropped.
 void refresh_fourier(ModelState& st) {
-    if (!st.AIJ.allocated() || st.nmat < 1) {
+    if (!st.AIJ.allocated() || st.nmat < 1 || st.nx < 0 || st.ny < 0 || st.nz < 0) {
         st.AIJ_FFT = FourierTensor{};
         return;
     }

@@ -1,5 +1,6 @@
 // Driven-response commands, and the mode drawings and phase analyses whose
 // work is not part of this program (they read their lines and acknowledge).
+#include <algorithm>
 #include <cstdio>
 
 #include "core/error.hpp"
@@ -81,6 +82,9 @@ void cmd_calc_c(Session& s) {
     if (!st.HRF.allocated()) st.HRF = make_cvec_grid(st.nx, st.ny, st.nz);
     if (st.HRF.hi(0) != st.nx || st.HRF.hi(1) != st.ny || st.HRF.hi(2) != st.nz)
         throw FatalError("CALC_C: the driving field was set on another grid; SET_HRF again");
+    if (st.nmodes > 0 && (st.M.hi(0) != st.nx || st.M.hi(1) != st.ny || st.M.hi(2) != st.nz))
+        throw FatalError("CALC_C: the magnetization was set on another grid (INIT_M or M_LOAD first)");
+    need_modes_on_grid(st);
     calc_c(st.nmodes, st.nx, st.ny, st.nz, st.ncells, st.MODES, st.MODESL, st.M, st.MASQUE, st.NUM, st.HRF, st.C);
     s.ack();
 }
@@ -111,6 +115,12 @@ void cmd_print_abs(Session& s) {
     s.line();
     const double dw = s.in.f64("the frequency step");
     require_couplings(st, "PRINT_ABS");
+    // The table runs from 0 to twice the highest mode frequency.
+    double fmax = 0.0;
+    for (int p = 1; p <= st.nmodes; ++p) fmax = std::max(fmax, st.W(p, 1));
+    if (dw > 0.0 && !(2.0 * fmax / dw <= 1.0e7))
+        s.in.fail("the frequency step " + format_real(dw) + " gives more than 10000000 samples up to " +
+                  format_real(2.0 * fmax));
     const auto table = absorption_table(st.C, st.W, st.nmodes, dw);
     AtomicFile file(st.FNAME, false);
     for (const auto& row : table) file.stream() << free_line(row.w, row.power, row.nearest) << '\n';

@@ -14,13 +14,16 @@ namespace torix {
 
 namespace {
 
-void need_state(const ModelState& st, bool tensor) {
+void need_state(const ModelState& st) {
     if (!st.MASQUE.allocated()) throw FatalError(st.LINER + ": no cell mask (MASQUE_CREATE or MASQUE_LOAD first)");
     for (const VecGrid* v : {&st.M, &st.H, &st.HINIT})
         if (!v->allocated() || v->hi(0) != st.nx || v->hi(1) != st.ny || v->hi(2) != st.nz)
             throw FatalError(st.LINER + ": no magnetization on the present grid (INIT_M or M_LOAD first)");
-    if (tensor && !st.AIJ.allocated())
+    if (!st.AIJ.allocated())
         throw FatalError(st.LINER + ": no interaction tensor (TENSOR_CREATE or TENSOR_LOAD first)");
+    // A tensor made for another grid or fewer materials, or a material table
+    // shorter than the mask needs.
+    need_field_inputs(st);
 }
 
 void need_timestep(const ModelState& st) {
@@ -51,8 +54,12 @@ void cmd_relax(Session& s) {
     double threshold = s.in.f64("the threshold");
     const double alpha = s.in.f64("alpha");
     ModelState& st = s.st;
-    need_state(st, true);
+    need_state(st);
     if (runs > 0 && !(alpha > 0.0)) need_timestep(st);
+    // Without a magnetic cell there is no energy to decrease, and the
+    // Runge-Kutta runs would never meet their threshold.
+    if (runs > 0 && count_magnetic(st.MASQUE) == 0)
+        throw FatalError(st.LINER + ": the mask holds no magnetic cell, so there is nothing to relax");
     st.M2 = make_vec_grid(st.nx, st.ny, st.nz);
     const int method = use_fft(st) ? kMethodFft : kMethodDirect;
     if (threshold < 0.0) threshold = 0.00001;
@@ -85,7 +92,7 @@ void cmd_set_timestep(Session& s) {
     if (t >= 0.0) {
         st.timestep = t * st.gyro;
     } else {
-        need_state(st, true);
+        need_state(st);
         double dt = 0.0;
         set_timestep(st.HINIT, st.HRF, st.MS, st.MP, st.beta, st.AIJ, st.AIJ_FFT, st.MASQUE, st.nx, st.ny, st.nz,
                      st.nmat, dt, st.gyro);
@@ -106,8 +113,12 @@ void cmd_exec(Session& s) {
     const double omega = s.in.f64("the driving frequency");
     ModelState& st = s.st;
     st.FNAME = s.in.name("the output file name");
-    need_state(st, true);
+    need_state(st);
     need_timestep(st);
+    // The number of steps is an int.
+    if (t_end > 0.0 && !(t_end * st.gyro / st.timestep <= 2147483647.0))
+        s.in.fail("the end time " + format_real(t_end) + " is more than 2147483647 time steps of " +
+                  format_real(st.timestep / st.gyro));
     const bool rf = st.HRF.allocated();  // zero until SET_HRF sets a driving field
     const Drive drive{st.HINIT, st.HRF, rf, omega / st.gyro};
     const int method = use_fft(st) ? kMethodFft : kMethodDirect;

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <vector>
 
+#include "core/memory.hpp"
 #include "core/records.hpp"
 #include "eigen/deg.hpp"
 #include "geometry/mask_files.hpp"
@@ -24,6 +26,11 @@ int nint(double v) {
     return static_cast<int>(std::lround(v));
 }
 
+// Last index of a box of `cells` cells from cell position `start`: the sum
+// is taken in floating point and only then kept within the int range, so a
+// box reaching from far below the grid to far above it still covers it.
+int last(double start, double cells) { return nint(std::round(start) + std::round(cells - 1)); }
+
 void new_mask(ModelState& st, int nx, int ny, int nz) {
     st.nx = nx;
     st.ny = ny;
@@ -33,7 +40,7 @@ void new_mask(ModelState& st, int nx, int ny, int nz) {
 
 // New empty grid of cx x cy x cz cells (counts below 1 give empty extents).
 void sized_mask(Session& s, int cx, int cy, int cz) {
-    if (static_cast<double>(std::max(cx, 0)) * std::max(cy, 0) * std::max(cz, 0) > 2.0e9)
+    if (grid_too_large(cx, cy, cz))
         s.in.fail("a grid of " + std::to_string(cx) + " x " + std::to_string(cy) + " x " + std::to_string(cz) +
                   " cells is too large");
     new_mask(s.st, cx - 1, cy - 1, cz - 1);
@@ -80,8 +87,8 @@ int paint_shape(ModelState& st, int kind, const ShapeSize& z, double X0, double 
                    count);
     } else if (kind == 3) {
         const int i1 = nint(X0 / dx), j1 = nint(Y0 / dy), k1 = nint(Z0 / dz);
-        calcslab2(st.MASQUE, st.nx, st.ny, st.nz, i1, i1 + nint(z.x / dx - 1), j1, j1 + nint(z.y / dy - 1), k1,
-                  k1 + nint(z.z / dz - 1), mat, count);
+        calcslab2(st.MASQUE, st.nx, st.ny, st.nz, i1, last(X0 / dx, z.x / dx), j1, last(Y0 / dy, z.y / dy), k1,
+                  last(Z0 / dz, z.z / dz), mat, count);
     }
     return count;
 }
@@ -104,13 +111,20 @@ void cmd_load_mat(Session& s) {
     const int n = s.in.i32("the number of materials");
     if (n < 0) s.in.fail("expected a number of materials of at least 0, found " + quoted(n));
     ModelState& st = s.st;
+    // The lines are read before the tables are made, so a count beyond the
+    // lines that follow ends at the end of the script, not in an allocation.
+    std::vector<double> a, ms;
+    for (int i = 1; i <= n; ++i) {
+        s.line();
+        a.push_back(s.in.f64("the exchange constant A(" + std::to_string(i) + ")"));
+        ms.push_back(s.in.f64("the saturation magnetization MS(" + std::to_string(i) + ")"));
+    }
     st.nmat = n;
     st.A.allocate({Range{1, n}}, 0.0);
     st.MS.allocate({Range{1, n}}, 0.0);
     for (int i = 1; i <= n; ++i) {
-        s.line();
-        st.A(i) = s.in.f64("the exchange constant A(" + std::to_string(i) + ")");
-        st.MS(i) = s.in.f64("the saturation magnetization MS(" + std::to_string(i) + ")");
+        st.A(i) = a[static_cast<std::size_t>(i - 1)];
+        st.MS(i) = ms[static_cast<std::size_t>(i - 1)];
     }
     s.ack();
 }
@@ -178,6 +192,7 @@ void cmd_add_shape(Session& s) {
     const ShapeSize z = read_shape_size(s, kind);
     const double X0 = s.in.f64("X0"), Y0 = s.in.f64("Y0"), Z0 = s.in.f64("Z0");
     const int mat = s.in.i32("the material");
+    if (mat < 0) s.in.fail("expected a material number of at least 0, found " + quoted(mat));
     paint_shape(s.st, kind, z, X0, Y0, Z0, mat);
     s.ack();
 }

@@ -1,6 +1,9 @@
 // Tensor commands: build, anisotropy, files.
+#include <algorithm>
+#include <cstdio>
 #include <string>
 
+#include "core/memory.hpp"
 #include "interpreter/session.hpp"
 #include "tensor/anisotropy.hpp"
 #include "tensor/tensor_build.hpp"
@@ -18,6 +21,8 @@ bool tensor_fits(const ModelState& st) {
 }
 
 void need_tensor(Session& s) {
+    if (s.st.nx < 0 || s.st.ny < 0 || s.st.nz < 0)
+        s.in.fail("the grid holds no cell (MASQUE_CREATE or MASQUE_LOAD first)");
     if (!tensor_fits(s.st))
         s.in.fail("no interaction tensor for the current grid and materials (run TENSOR_CREATE or TENSOR_LOAD first)");
 }
@@ -25,6 +30,21 @@ void need_tensor(Session& s) {
 void need_material(Session& s, int m) {
     if (m < 1 || m > s.st.nmat)
         s.in.fail("material " + std::to_string(m) + " is outside 1.." + std::to_string(s.st.nmat));
+}
+
+// The tensor over the present grid and materials, with its Fourier form
+// (about as large again), must fit in memory.
+void check_tensor_size(Session& s) {
+    const ModelState& st = s.st;
+    const auto offsets = [](int n) { return n < 0 ? 0.0 : 2.0 * (n + 1.0); };
+    const double count = offsets(st.nx) * offsets(st.ny) * offsets(st.nz);
+    const double bytes = count * 9.0 * std::max(st.nmat, 0) * 8.0;
+    if (2.0 * bytes > physical_memory()) {
+        char buf[160];
+        std::snprintf(buf, sizeof buf, "the tensor of %.0f offsets x 9 components x %d materials needs %.0f bytes",
+                      count, st.nmat, bytes);
+        s.in.fail(std::string(buf) + " and as much again for its Fourier form, more than the memory of this machine");
+    }
 }
 
 }  // namespace
@@ -45,6 +65,7 @@ void cmd_tensor_create(Session& s) {
         (void)s.in.f64("the real parameter");
     }
     ModelState& st = s.st;
+    check_tensor_size(s);
     st.AIJ = make_tensor(st.nx, st.ny, st.nz, st.nmat);
     tensorbuild(st.A, st.MS, st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, st.nmat);
     refresh_fourier(st);
@@ -93,7 +114,10 @@ void cmd_tensor_load(Session& s) {
     st.FNAME = s.in.name("the file name");
     if (format == 1 || format == 2) {
         need_material(s, m);
-        if (!tensor_fits(st)) st.AIJ = make_tensor(st.nx, st.ny, st.nz, st.nmat);
+        if (!tensor_fits(st)) {
+            check_tensor_size(s);
+            st.AIJ = make_tensor(st.nx, st.ny, st.nz, st.nmat);
+        }
         if (format == 1)
             loadtensort(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
         else

@@ -97,3 +97,45 @@ TEST(MaskText, BadItemNamesFileAndLine) {
     EXPECT_NE(w.find("m.txt:3"), std::string::npos) << w;
     EXPECT_NE(w.find("\"x\""), std::string::npos) << w;
 }
+
+TEST(MaskFiles, NegativeMaterialNumbersAreRefusedInEveryForm) {
+    TempDir d;
+    const std::string f = (d / "m.bin").string();
+    {
+        RecordWriter w(f, 16);
+        for (const auto& rec : {std::array<int, 4>{2, 1, 0, 0}, {0, 0, 0, 1}, {1, 0, 0, -3}}) {
+            for (int v : rec) w.i32(v);
+            w.end_record();
+        }
+        w.commit();
+    }
+    IntGrid m = make_int_grid(1, 0, 0);
+    EXPECT_EQ(fatal_message([&] { loadmasque(m, 1, 0, 0, f); }),
+              f + ": record 3: negative material number -3 for cell (1, 0, 0)");
+    d.write("m.txt", "2 1 0 0\n0 0 0 1\n1 0 0 -3\n");
+    std::string e = fatal_message([&] { loadmasquet(m, 1, 0, 0, (d / "m.txt").string()); });
+    EXPECT_NE(e.find("m.txt:3: "), std::string::npos) << e;
+    EXPECT_NE(e.find("negative material number -3 for cell (1, 0, 0)"), std::string::npos) << e;
+    d.write("m3.txt", "2 1 0 0\nplane_k=0\n1 -3\n");
+    e = fatal_message([&] { loadmasquet2(m, 1, 0, 0, (d / "m3.txt").string()); });
+    EXPECT_NE(e.find("m3.txt:3: "), std::string::npos) << e;
+    EXPECT_NE(e.find("negative material number -3 for cell (1, 0, 0)"), std::string::npos) << e;
+}
+
+TEST(MaskFiles, HeaderGridBeyondAnyMemoryIsRefusedBeforeAllocation) {
+    TempDir d;
+    // (2^31 - 1)^2 cells: more than any machine holds, and nx + 1 must not overflow.
+    const std::string f = (d / "m.bin").string();
+    {
+        RecordWriter w(f, 16);
+        for (int v : {0, 2147483646, 2147483646, 0}) w.i32(v);
+        w.end_record();
+        w.commit();
+    }
+    int nx = 0, ny = 0, nz = 0;
+    const std::string want = ": header gives a grid of 2147483647 x 2147483647 x 1 cells, too large to hold";
+    EXPECT_EQ(fatal_message([&] { loadmasqueparam(nx, ny, nz, f); }), f + want);
+    d.write("m.txt", "0 2147483646 2147483646 0\n");
+    const std::string t = (d / "m.txt").string();
+    EXPECT_EQ(fatal_message([&] { loadmasqueparamt(nx, ny, nz, t); }), t + want);
+}

@@ -68,3 +68,20 @@ TEST(Deg, CountsMultiplicitiesAndWritesTheZeroPlaneMap) {
     EXPECT_EQ(w(num(2, 0, 0)), 1);
     EXPECT_EQ(map.str(), " 1NO 1\n 2 2 1\n");
 }
+
+TEST(Number, BlocksUpToTheIntLimitCoverTheGridAsOneBlock) {
+    // A block larger than the grid along every axis holds every cell: one number.
+    IntGrid mask = make_int_grid(2, 1, 1, 1), num = make_int_grid(2, 1, 1, 0);
+    int N = -1;
+    number(mask, num, 2, 1, 1, N, 2147483647, 2147483647, 2147483647);
+    EXPECT_EQ(N, 1);
+    for (auto v : num) EXPECT_EQ(v, 1);
+    // Blocks along x only: each of the 2 x 2 rows along x is one block, as with a block of 3 cells.
+    IntGrid ref = make_int_grid(2, 1, 1, 0);
+    int Nref = -1;
+    number(mask, ref, 2, 1, 1, Nref, 3, 1, 1);
+    number(mask, num, 2, 1, 1, N, 2147483647, 1, 1);
+    EXPECT_EQ(N, Nref);
+    EXPECT_EQ(N, 4);
+    EXPECT_TRUE(num == ref);
+}

@@ -108,3 +108,103 @@ TEST(Script, MissingCellSizesAbsurdGridsAndZeroBlocksAreFatal) {
     EXPECT_THROW(run(d, "SET_CELL\n1e-7 1e-7 1e-7\nMASQUE_CREATE\n1 1 1\nEND\n"), FatalError);
     EXPECT_THROW(run(d, "SET_CELL\n1 1 1\nMASQUE_CREATE\n2 2 1\nSET_SCALE\n0 1 1\nEND\n"), FatalError);
 }
+
+namespace {
+// A 2 x 2 x 1 dot of material 1 on a 3 x 2 x 1 grid, with its material.
+const std::string kDot =
+    "SET_CELL\n1e-7 1e-7 1e-7\nMASQUE_CREATE\n3e-7 2e-7 1e-7\nADD_SHAPE\n3\n2e-7 2e-7 1e-7 0 0 0 1\n"
+    "LOAD_MAT\n1\n1e-6 800\n";
+// ... relaxed in a field along z and solved densely.
+const std::string kSolved =
+    kDot + "TENSOR_CREATE\n0\nINIT_M\n4\nADD_EXT_FIELD\n1\n0 0 1000\nCALC_FIELD\nSOLVE_MATRIX\n8\n";
+}  // namespace
+
+TEST(Script, CountsBeyondTheScriptEndThereNotInAnAllocation) {
+    TempDir d;
+    const std::string e = fatal_message([&] { run(d, "LOAD_MAT\n2000000000\n1e-6 800\nEND\n"); });
+    EXPECT_NE(e.find("input.dat:4: LOAD_MAT: expected "), std::string::npos) << e;
+    EXPECT_NE(e.find("A(2)"), std::string::npos) << e;
+    EXPECT_NE(e.find("\"END\""), std::string::npos) << e;
+}
+
+TEST(Script, TensorCommandsOnAGridWithoutCellsAreRefused) {
+    TempDir d;
+    // The tensor of no cells is made (and has no Fourier form); saving it is refused.
+    const std::string e = fatal_message([&] {
+        run(d, "LOAD_MAT\n1\n1e-6 800\nTENSOR_CREATE\n0\nTENSOR_SAVE\n2 1 t.bin\nEND\n");
+    });
+    EXPECT_EQ(e, "input.dat:7: TENSOR_SAVE: the grid holds no cell (MASQUE_CREATE or MASQUE_LOAD first)");
+    EXPECT_FALSE(d.exists("t.bin"));
+}
+
+TEST(Script, NumberingAndModesOfAnotherGridAreRefused) {
+    TempDir d;
+    // Numbering made on the 3 x 2 x 1 grid, then the grid is replaced.
+    std::string e = fatal_message([&] {
+        run(d, kDot + "SET_SCALE\n1 1 1\nMASQUE_CREATE\n4e-7 2e-7 1e-7\nADD_SHAPE\n3\n2e-7 2e-7 1e-7 0 0 0 1\n"
+                      "TENSOR_CREATE\n0\nINIT_M\n4\nCALC_FIELD\nSOLVE_MATRIX\n4\nEND\n");
+    });
+    EXPECT_EQ(e, "SOLVE_MATRIX: the numbering was made on another grid (SET_SCALE again)");
+    // Modes found for four cells, then a fifth cell painted: it has no amplitude.
+    e = fatal_message(
+        [&] { run(d, kSolved + "ADD_SHAPE\n3\n1e-7 1e-7 1e-7 2e-7 0 0 1\nEIGEN_SAVE_TEXT\n8 m.txt\nEND\n"); });
+    EXPECT_EQ(e,
+              "EIGEN_SAVE_TEXT: the magnetic cell (2,0,0) has no number in the numbering of the modes (solve or "
+              "EIGEN_LOAD again)");
+    EXPECT_FALSE(d.exists("m.txt"));
+}
+
+TEST(Script, AbsorptionTableOfAbsurdLengthIsRefused) {
+    TempDir d;
+    // Any mode above 0.005 Oe needs more than 1e7 samples of 1e-9 Oe.
+    const std::string e = fatal_message([&] {
+        run(d, kSolved + "SET_HRF\n2\n1 0 0\nCALC_C\nPRINT_ABS\na.txt\n1e-9\nEND\n");
+    });
+    EXPECT_NE(e.find(": PRINT_ABS: the frequency step 1e-09 gives more than 10000000 samples"), std::string::npos)
+        << e;
+    EXPECT_FALSE(d.exists("a.txt"));
+}
+
+TEST(Script, RelaxationsThatCanNeverStopAreRefused) {
+    TempDir d;
+    // No magnetic cell: nothing to relax.
+    std::string e = fatal_message([&] {
+        run(d, "SET_CELL\n1e-7 1e-7 1e-7\nMASQUE_CREATE\n2e-7 2e-7 1e-7\nLOAD_MAT\n1\n1e-6 800\nTENSOR_CREATE\n0\n"
+               "INIT_M\n4\nSET_TIMESTEP\n1e-3\nRELAX\n1 1e-3 0\nEND\n");
+    });
+    EXPECT_EQ(e, "RELAX: the mask holds no magnetic cell, so there is nothing to relax");
+    // An exchange field of ~1e19 Oe with a step of 1e-3 / Oe: the first step overflows.
+    e = fatal_message([&] {
+        run(d, "SET_CELL\n1e-7 1e-7 1e-7\nMASQUE_CREATE\n3e-7 2e-7 1e-7\nADD_SHAPE\n3\n2e-7 2e-7 1e-7 0 0 0 1\n"
+               "LOAD_MAT\n1\n1e11 800\nTENSOR_CREATE\n0\nINIT_M\n3\nSET_TIMESTEP\n1e-3\nRELAX\n1 1e-3 0\nEND\n");
+    });
+    EXPECT_NE(e.find("RELAX: the Runge-Kutta relaxation diverged"), std::string::npos) << e;
+}
+
+TEST(Script, BoxesAndRunLengthsBeyondTheirRangesAreRefused) {
+    TempDir d;
+    run(d, kDot + "MASQUE_SAVE\n1\nm.txt\nEND\n");
+    // A grid read from a file has no cell sizes: a box in cm cannot be placed.
+    std::string e = fatal_message([&] {
+        run(d, "MASQUE_LOAD\n1\nm.txt\nLOAD_MAT\n1\n1e-6 800\nINIT_M\n4\nH_AVERAGE\n0 0 0 1 1 1\nEND\n");
+    });
+    EXPECT_EQ(e,
+              "input.dat:10: H_AVERAGE: the cell sizes must be set to positive values by SET_CELL before a box is "
+              "averaged");
+    // A box from far below to far above the grid averages what the box of the grid itself averages.
+    const std::string out = run(d, kSolved +
+                                       "H_AVERAGE\n-1e300 -1e300 -1e300 1e300 1e300 1e300\n"
+                                       "H_AVERAGE\n0 0 0 3e-7 2e-7 1e-7\nEND\n");
+    std::vector<std::string> means;
+    std::istringstream lines(out);
+    for (std::string l, prev; std::getline(lines, l); prev = l)
+        if (l == " H_AVERAGE ok") means.push_back(prev);
+    ASSERT_EQ(means.size(), 2u) << out;
+    EXPECT_EQ(means[0], means[1]);
+    EXPECT_NE(means[0], " 0 0 0");
+    // Two billion steps and more do not fit the step counter.
+    e = fatal_message([&] { run(d, kSolved + "SET_TIMESTEP\n1e-3\nEXEC\n1e300 0 t.txt\nEND\n"); });
+    EXPECT_NE(e.find("EXEC: the end time 1e+300 is more than 2147483647 time steps of 0.001"), std::string::npos)
+        << e;
+    EXPECT_FALSE(d.exists("t.txt"));
+}
