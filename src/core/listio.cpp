@@ -4,6 +4,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 
 #include "core/error.hpp"
 
@@ -126,6 +127,8 @@ std::vector<std::string> split_items(std::string_view line) {
 ListReader::ListReader(const std::string& path, std::string display)
     : in_(path, std::ios::binary), display_(display.empty() ? path : std::move(display)) {
     if (!in_) throw FatalError(display_ + ": cannot open file for reading");
+    std::error_code ec;
+    if (std::filesystem::is_directory(path, ec)) throw FatalError(display_ + ": is a directory, not a file");
 }
 
 bool ListReader::next_line() {
@@ -191,7 +194,7 @@ double ListReader::f64(std::string_view what) {
 
 std::string ListReader::name(std::string_view what) {
     auto item = next_item();
-    if (!item) expected("a name for " + std::string(what), item);
+    if (!item || item->empty()) expected("a name for " + std::string(what), item);
     std::string s = *item;
     if (s.size() > kNameLength) s.resize(kNameLength);
     return s;

@@ -3,6 +3,7 @@
 #include <bit>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
 #include <unistd.h>
 
@@ -62,6 +63,8 @@ void RecordWriter::commit() { file_.commit(); }
 RecordReader::RecordReader(const std::string& name, std::size_t record_length) : name_(name), reclen_(record_length) {
     std::ifstream in(name, std::ios::binary);
     if (!in) throw FatalError(name + ": cannot open file for reading");
+    std::error_code ec;
+    if (std::filesystem::is_directory(name, ec)) throw FatalError(name + ": is a directory, not a file");
     bytes_.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     nrec_ = static_cast<std::int64_t>(bytes_.size() / reclen_);
 }

@@ -38,6 +38,11 @@ void set_timestep(const VecGrid& HINIT, const CVecGrid& HRF, const Array<double,
             hmax = std::max(hmax, std::sqrt(h[p] * h[p] + h[p + np] * h[p + np] + h[p + 2 * np] * h[p + 2 * np]));
     if (!(hmax > 0.0)) throw FatalError("SET_TIMESTEP: the field is zero on every magnetic cell");
     dt = 1.0 / (16.0 * hmax);
+    // An infinite field, or one so large that the step is zero, would double
+    // a zero step for ever below.
+    if (!(dt > 0.0))
+        throw FatalError("SET_TIMESTEP: the field reaches " + format_real(hmax) +
+                         " Oe on a magnetic cell, too large to choose a time step for");
     say(dt / timescale);
 
     const double T = 128.0 * dt;

@@ -31,7 +31,13 @@ std::int64_t read_number(const std::string& fname, IntGrid& NUM, int nx, int ny,
         r.seek(rec);
         const int x = r.i32();
         const double fy = r.f64(), fz = r.f64(), fn = r.f64();
-        if (x == -1) return rec;
+        if (x == -1) {
+            // Every number belongs to at least one cell record.
+            if (N > rec - 2)
+                r.fail("record 1: " + std::to_string(N) + " cell numbers, but only " + std::to_string(rec - 2) +
+                       " cell records before the separator at record " + std::to_string(rec));
+            return rec;
+        }
         int y = 0, z = 0, n = 0;
         const std::string where = "record " + std::to_string(rec) + ": ";
         if (!as_int(fy, y) || !as_int(fz, z) || !as_int(fn, n))

@@ -43,7 +43,8 @@ void sized_mask(Session& s, int cx, int cy, int cz) {
     if (grid_too_large(cx, cy, cz))
         s.in.fail("a grid of " + std::to_string(cx) + " x " + std::to_string(cy) + " x " + std::to_string(cz) +
                   " cells is too large");
-    new_mask(s.st, cx - 1, cy - 1, cz - 1);
+    // Every count below 1 is the same empty extent, largest index -1.
+    new_mask(s.st, std::max(cx, 0) - 1, std::max(cy, 0) - 1, std::max(cz, 0) - 1);
 }
 
 // Extent of a shape's bounding box (cm), and for a ring its inner

@@ -94,3 +94,16 @@ TEST(ListReader, ErrorsNameFileLineContextAndFoundText) {
         EXPECT_EQ(fatal_message([&] { in.f64(c.reads == 1 ? "b" : "c"); }), c.want);
     }
 }
+
+TEST(ListReader, DirectoriesAndEmptyNamesAreClearErrors) {
+    TempDir dir;
+    std::filesystem::create_directory(dir / "sub");
+    const std::string sub = (dir / "sub").string();
+    EXPECT_EQ(fatal_message([&] { ListReader in(sub); }), sub + ": is a directory, not a file");
+    const auto p = dir.write("input.dat", "OMEGA_PRINT\n''\n");
+    ListReader in(p.string(), "input.dat");
+    in.keyword();
+    in.begin("OMEGA_PRINT");
+    EXPECT_EQ(fatal_message([&] { in.name("the file name"); }),
+              "input.dat:2: OMEGA_PRINT: expected a name for the file name, found \"\"");
+}

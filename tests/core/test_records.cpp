@@ -46,3 +46,10 @@ TEST(Records, UncommittedWriteLeavesOldFileInPlace) {
     EXPECT_EQ(dir.read("keep.bin"), "old");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
 }
+
+TEST(Records, ADirectoryIsAClearErrorNotAStreamFailure) {
+    TempDir dir;
+    std::filesystem::create_directory(dir / "sub");
+    const std::string sub = (dir / "sub").string();
+    EXPECT_EQ(fatal_message([&] { RecordReader r(sub, 16); }), sub + ": is a directory, not a file");
+}

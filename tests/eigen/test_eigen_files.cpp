@@ -149,5 +149,21 @@ TEST(EigenFiles, CorruptFilesNameFileAndRecord) {
     EXPECT_NE(msg.find("none.dat"), std::string::npos) << msg;
 }
 
+TEST(EigenFiles, CellCountBeyondTheCellRecordsIsRefusedBeforeTheNumberTable) {
+    TempDir dir;
+    Small s;
+    const std::string f = (dir / "eig.dat").string();
+    savemodes(0, 2, s.num, s.mask, 1, 1, 0, f, s.W, s.modes);
+    // Two billion numbers, no mode: the mode records would not show it, the cell records do.
+    std::string bad = dir.read("eig.dat");
+    const std::int32_t huge = 2000000000;
+    std::memcpy(bad.data(), &huge, 4);
+    dir.write("eig.dat", bad);
+    IntGrid num;
+    int N = 0;
+    EXPECT_EQ(fatal_message([&] { read_number(f, num, 1, 1, 0, N); }),
+              f + ": record 1: 2000000000 cell numbers, but only 2 cell records before the separator at record 4");
+}
+
 }  // namespace
 }  // namespace torix::test

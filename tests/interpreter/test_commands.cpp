@@ -33,6 +33,16 @@ TEST(MasqueCreate, CellCountsRoundHalvesAwayFromZero) {
     EXPECT_NE(out.find(" 0 2 1 -1\n"), std::string::npos) << out;
 }
 
+TEST(MasqueCreate, NegativeLengthsGiveTheSameEmptyExtentAsZero) {
+    TempDir d;
+    // -2^31 cells along y is an empty extent like 0 cells, and a VRML scene of it still writes.
+    const std::string out = run(d,
+                                "SET_CELL\n1 1 1\nLOAD_MAT\n1\n1e-6 500\nMASQUE_CREATE\n4 -2147483648 -3\nMASQUE_INFO\n"
+                                "INIT_M\n4\nSET_VRML\n2 1 1 2\nM_SAVE\n4 m.wrl\nEND\n");
+    EXPECT_NE(out.find(" 0 3 -1 -1\n"), std::string::npos) << out;
+    EXPECT_TRUE(d.exists("m.wrl"));
+}
+
 TEST(AddShape, BoxCoversLOverDCellsAndIsClippedToTheGrid) {
     TempDir d;
     std::string out = run(d,
@@ -207,4 +217,15 @@ TEST(Script, BoxesAndRunLengthsBeyondTheirRangesAreRefused) {
     EXPECT_NE(e.find("EXEC: the end time 1e+300 is more than 2147483647 time steps of 0.001"), std::string::npos)
         << e;
     EXPECT_FALSE(d.exists("t.txt"));
+}
+
+TEST(Script, AutomaticTimeStepInAnInfiniteFieldIsRefused) {
+    TempDir d;
+    // 1e999 overflows to an infinite applied field; with beta > 0 the field of the trial state is infinite
+    // (not a NaN) and the first step 1/(16 |H|) is zero.
+    const std::string e = fatal_message([&] {
+        run(d, kDot + "SET_BETA\n0.1\nTENSOR_CREATE\n0\nINIT_M\n4\nADD_EXT_FIELD\n1\n1e999 0 0\n"
+                      "SET_TIMESTEP\n-1\nEND\n");
+    });
+    EXPECT_EQ(e, "SET_TIMESTEP: the field reaches inf Oe on a magnetic cell, too large to choose a time step for");
 }
