@@ -81,7 +81,7 @@ void loadmodes(const std::string& fname, int& N, int& nmodes, Array<double, 2>& 
     }
     if (sep == 0) r.fail("no separator record (key -1) after the cell records");
     const std::int64_t need = sep + static_cast<std::int64_t>(nmodes) * (static_cast<std::int64_t>(N) + 1);
-    r.require(need, "the mode records (" + std::to_string(nmodes) + " x " + std::to_string(N + 1) +
+    r.require(need, "the mode records (" + std::to_string(nmodes) + " x " + std::to_string(std::int64_t{N} + 1) +
                         " after the separator at record " + std::to_string(sep) + ")");
     W.allocate({Range{1, nmodes}, Range{1, 2}}, 0.0);
     modes.allocate({Range{1, N}, Range{1, 2}, Range{1, nmodes}}, cplx{0.0, 0.0});

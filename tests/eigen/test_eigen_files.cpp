@@ -163,6 +163,18 @@ TEST(EigenFiles, CellCountBeyondTheCellRecordsIsRefusedBeforeTheNumberTable) {
     int N = 0;
     EXPECT_EQ(fatal_message([&] { read_number(f, num, 1, 1, 0, N); }),
               f + ": record 1: 2000000000 cell numbers, but only 2 cell records before the separator at record 4");
+    // The largest count with one mode: the message counts N + 1 records per mode without overflow.
+    const std::int32_t top = 2147483647;
+    const double one = 1.0;
+    std::memcpy(bad.data(), &top, 4);
+    std::memcpy(bad.data() + 4, &one, 8);
+    dir.write("eig.dat", bad);
+    int nm = 0;
+    Array<double, 2> W;
+    Array<cplx, 3> modes;
+    const std::string msg = fatal_message([&] { loadmodes(f, N, nm, W, modes); });
+    EXPECT_NE(msg.find("the mode records (1 x 2147483648 after the separator at record 4)"), std::string::npos)
+        << msg;
 }
 
 }  // namespace
