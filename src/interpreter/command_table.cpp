@@ -1,6 +1,8 @@
 #include "interpreter/command_table.hpp"
 
 #include <array>
+#include <new>
+#include <string>
 #include <string_view>
 
 #include "core/error.hpp"
@@ -82,7 +84,20 @@ void run_script(const std::string& path, const std::string& display) {
             if (c.name != *kw) continue;
             if (c.run == nullptr) return;
             st.LINER = *kw;
-            c.run(s);
+            const int at = in.line();
+            // A command's own complaints (about the state it finds) carry the
+            // script line of its keyword; a reader's message already names
+            // its file and line or record.
+            try {
+                c.run(s);
+            } catch (const FatalError& e) {
+                const std::string msg = e.what();
+                if (msg.rfind(*kw + ":", 0) != 0) throw;
+                throw FatalError(display + ":" + std::to_string(at) + ": " + msg);
+            } catch (const std::bad_alloc&) {
+                throw FatalError(display + ":" + std::to_string(at) + ": " + *kw +
+                                 ": out of memory while allocating its arrays");
+            }
             break;
         }
     }

@@ -94,7 +94,12 @@ int paint_shape(ModelState& st, int kind, const ShapeSize& z, double X0, double 
     return count;
 }
 
-std::string quoted(int v) { return "\"" + std::to_string(v) + "\""; }
+std::string quoted(int v) {
+    std::string q(1, '"');
+    q += std::to_string(v);
+    q += '"';
+    return q;
+}
 
 }  // namespace
 

@@ -154,12 +154,12 @@ TEST(Script, NumberingAndModesOfAnotherGridAreRefused) {
         run(d, kDot + "SET_SCALE\n1 1 1\nMASQUE_CREATE\n4e-7 2e-7 1e-7\nADD_SHAPE\n3\n2e-7 2e-7 1e-7 0 0 0 1\n"
                       "TENSOR_CREATE\n0\nINIT_M\n4\nCALC_FIELD\nSOLVE_MATRIX\n4\nEND\n");
     });
-    EXPECT_EQ(e, "SOLVE_MATRIX: the numbering was made on another grid (SET_SCALE again)");
+    EXPECT_EQ(e, "input.dat:23: SOLVE_MATRIX: the numbering was made on another grid (SET_SCALE again)");
     // Modes found for four cells, then a fifth cell painted: it has no amplitude.
     e = fatal_message(
         [&] { run(d, kSolved + "ADD_SHAPE\n3\n1e-7 1e-7 1e-7 2e-7 0 0 1\nEIGEN_SAVE_TEXT\n8 m.txt\nEND\n"); });
     EXPECT_EQ(e,
-              "EIGEN_SAVE_TEXT: the magnetic cell (2,0,0) has no number in the numbering of the modes (solve or "
+              "input.dat:24: EIGEN_SAVE_TEXT: the magnetic cell (2,0,0) has no number in the numbering of the modes (solve or "
               "EIGEN_LOAD again)");
     EXPECT_FALSE(d.exists("m.txt"));
 }
@@ -182,7 +182,7 @@ TEST(Script, RelaxationsThatCanNeverStopAreRefused) {
         run(d, "SET_CELL\n1e-7 1e-7 1e-7\nMASQUE_CREATE\n2e-7 2e-7 1e-7\nLOAD_MAT\n1\n1e-6 800\nTENSOR_CREATE\n0\n"
                "INIT_M\n4\nSET_TIMESTEP\n1e-3\nRELAX\n1 1e-3 0\nEND\n");
     });
-    EXPECT_EQ(e, "RELAX: the mask holds no magnetic cell, so there is nothing to relax");
+    EXPECT_EQ(e, "input.dat:14: RELAX: the mask holds no magnetic cell, so there is nothing to relax");
     // An exchange field of ~1e19 Oe with a step of 1e-3 / Oe: the first step overflows.
     e = fatal_message([&] {
         run(d, "SET_CELL\n1e-7 1e-7 1e-7\nMASQUE_CREATE\n3e-7 2e-7 1e-7\nADD_SHAPE\n3\n2e-7 2e-7 1e-7 0 0 0 1\n"
@@ -227,5 +227,5 @@ TEST(Script, AutomaticTimeStepInAnInfiniteFieldIsRefused) {
         run(d, kDot + "SET_BETA\n0.1\nTENSOR_CREATE\n0\nINIT_M\n4\nADD_EXT_FIELD\n1\n1e999 0 0\n"
                       "SET_TIMESTEP\n-1\nEND\n");
     });
-    EXPECT_EQ(e, "SET_TIMESTEP: the field reaches inf Oe on a magnetic cell, too large to choose a time step for");
+    EXPECT_EQ(e, "input.dat:20: SET_TIMESTEP: the field reaches inf Oe on a magnetic cell, too large to choose a time step for");
 }
