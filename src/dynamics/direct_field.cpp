@@ -123,6 +123,23 @@ void calcfields(const VecGrid& M, const Array<double, 1>& MS, const std::array<d
     }
 }
 
+void rescale_to_ms(VecGrid& M, const Array<double, 1>& MS, const IntGrid& mask) {
+    const std::int64_t plane = static_cast<std::int64_t>(M.extent(0)) * M.extent(1), sz = M.extent(2);
+    const std::int32_t* q = mask.data();
+    const std::ptrdiff_t cs = M.stride(3);
+    double* m = M.data() + M.linear(M.lo(0), M.lo(1), M.lo(2), 1);
+#pragma omp parallel for schedule(static) if (plane * sz > 16384)
+    for (std::int64_t k = 0; k < sz; ++k)
+        for (std::int64_t p = k * plane; p < (k + 1) * plane; ++p) {
+            if (q[p] == 0) continue;
+            const double x = m[p], y = m[p + cs], z = m[p + 2 * cs];
+            const double f = MS(q[p]) / std::sqrt(x * x + y * y + z * z);
+            m[p] = x * f;
+            m[p + cs] = y * f;
+            m[p + 2 * cs] = z * f;
+        }
+}
+
 void alignfields(VecGrid& M, const VecGrid& H, const VecGrid& Mprev, const Array<double, 1>& MS, const IntGrid& mask,
                  double alpha, int nx, int ny, int nz) {
     const std::int64_t sx = nx + 1, sy = ny + 1, sz = nz + 1;
@@ -140,17 +157,7 @@ void alignfields(VecGrid& M, const VecGrid& H, const VecGrid& Mprev, const Array
             if (q[p] == 0) continue;
             for (int a = 0; a < 3; ++a) m[p + a * cs] = alpha * h[p + a * cs] + beta * mo[p + a * cs];
         }
-#pragma omp parallel for schedule(static) if (par)
-    for (std::int64_t k = 0; k < sz; ++k)
-        for (std::int64_t p = k * plane; p < (k + 1) * plane; ++p) {
-            if (q[p] == 0) continue;
-            const double x = m[p], y = m[p + cs], z = m[p + 2 * cs];
-            const double len = std::sqrt(x * x + y * y + z * z);
-            const double ms = MS(q[p]);
-            m[p] = x * ms / len;
-            m[p + cs] = y * ms / len;
-            m[p + 2 * cs] = z * ms / len;
-        }
+    rescale_to_ms(M, MS, mask);
 }
 
 }  // namespace torix

@@ -20,6 +20,10 @@ namespace torix {
 void calcfields(const VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s,
                 const IntGrid& mask, const TensorArray& AIJ, VecGrid& H, int nx, int ny, int nz, int n);
 
+// Every magnetic cell of M rescaled to length MS(mask value), in a parallel
+// loop over the outermost grid index.  A zero vector is not guarded (0/0).
+void rescale_to_ms(VecGrid& M, const Array<double, 1>& MS, const IntGrid& mask);
+
 // On every magnetic cell: M = alpha H + (1 - alpha) Mprev, then M rescaled to
 // length MS(mask value).  Empty cells are left as they are.
 void alignfields(VecGrid& M, const VecGrid& H, const VecGrid& Mprev, const Array<double, 1>& MS, const IntGrid& mask,

@@ -28,21 +28,6 @@ void ensure(VecGrid& v, int nx, int ny, int nz) {
     if (!v.allocated() || v.hi(0) != nx || v.hi(1) != ny || v.hi(2) != nz) v = make_vec_grid(nx, ny, nz);
 }
 
-// Every magnetic cell of M rescaled to length MS(mask value).
-void renormalise(VecGrid& M, const Array<double, 1>& MS, const IntGrid& mask, std::ptrdiff_t np) {
-    double* m = M.data();
-    const std::int32_t* q = mask.data();
-#pragma omp parallel for schedule(static) if (np > kParallelPoints)
-    for (std::ptrdiff_t p = 0; p < np; ++p) {
-        if (q[p] == 0) continue;
-        const double x = m[p], y = m[p + np], z = m[p + 2 * np];
-        const double f = MS(q[p]) / std::sqrt(x * x + y * y + z * z);
-        m[p] = x * f;
-        m[p + np] = y * f;
-        m[p + 2 * np] = z * f;
-    }
-}
-
 }  // namespace
 
 void field_by_method(int method, const VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP,
@@ -180,7 +165,7 @@ void iterate(VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>
         if (q[p] == 0) continue;
         for (int c = 0; c < 3; ++c) m[p + c * np] = m0[p + c * np] + dt * acc[p + c * np];
     }
-    renormalise(M, MS, mask, np);
+    rescale_to_ms(M, MS, mask);
     inith(drive.HINIT, drive.HRF, drive.rf_set, drive.omega, t + dt, w.happ, nx, ny, nz);
     H = w.happ;
     field_by_method(method, M, MS, MP, s, mask, AIJ, AIJ_FFT, H, nx, ny, nz, n);
