@@ -30,33 +30,17 @@ bool on_grid(const ModelState& st, const IntGrid& a) {
 // What a solve needs must be there; a gap is reported instead of reading
 // unallocated arrays.
 void check_inputs(const ModelState& st) {
+    need_field_inputs(st, false);
     const std::string& k = st.LINER;
-    if (!st.MASQUE.allocated()) throw FatalError(k + ": no cell mask (MASQUE_CREATE or MASQUE_LOAD first)");
-    if (!st.M.allocated() || !st.H.allocated())
-        throw FatalError(k + ": no magnetization and field (INIT_M or M_LOAD first)");
-    if (!st.AIJ.allocated()) throw FatalError(k + ": no interaction tensor (TENSOR_CREATE or TENSOR_LOAD first)");
-    // Arrays left from another grid.
-    for (const VecGrid* v : {&st.M, &st.H})
-        if (v->hi(0) != st.nx || v->hi(1) != st.ny || v->hi(2) != st.nz)
-            throw FatalError(k + ": the magnetization or field was set on another grid (INIT_M or M_LOAD first)");
-    const TensorArray& T = st.AIJ;
-    if (T.lo(0) != -st.nx || T.hi(0) != st.nx + 1 || T.lo(1) != -st.ny || T.hi(1) != st.ny + 1 ||
-        T.lo(2) != -st.nz || T.hi(2) != st.nz + 1)
-        throw FatalError(k + ": no interaction tensor on the present grid (TENSOR_CREATE or TENSOR_LOAD first)");
-    if (!on_grid(st, st.NUM))
-        throw FatalError(k + ": the numbering was made on another grid (SET_SCALE again)");
-    const int nmat = std::min(st.MS.allocated() ? st.MS.hi(0) : 0, st.AIJ.hi(4));
+    if (!on_grid(st, st.NUM)) throw FatalError(k + ": the numbering was made on another grid (SET_SCALE again)");
     for (int z = 0; z <= st.nz; ++z)
         for (int y = 0; y <= st.ny; ++y)
             for (int x = 0; x <= st.nx; ++x) {
-                const int m = st.MASQUE(x, y, z);
-                if (m == 0) continue;
-                const std::string at = " at cell (" + std::to_string(x) + "," + std::to_string(y) + "," +
-                                       std::to_string(z) + ")";
-                if (m < 1 || m > nmat)
-                    throw FatalError(k + ": material " + std::to_string(m) + at + " has no material data or tensor");
+                if (st.MASQUE(x, y, z) == 0) continue;
                 const int n = st.NUM(x, y, z);
-                if (n < 1 || n > st.ncells) throw FatalError(k + ": the numbering has no number" + at);
+                if (n < 1 || n > st.ncells)
+                    throw FatalError(k + ": the numbering has no number at cell (" + std::to_string(x) + "," +
+                                     std::to_string(y) + "," + std::to_string(z) + ")");
             }
 }
 

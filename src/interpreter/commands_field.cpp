@@ -84,11 +84,11 @@ long long edge_index(double x, double d) {
 
 }  // namespace
 
-void need_field_inputs(const ModelState& st) {
+void need_field_inputs(const ModelState& st, bool applied_field) {
     need_mask(st);
     need(st, st.M, "magnetization");
     need(st, st.H, "effective field");
-    need(st, st.HINIT, "applied-field array");
+    if (applied_field) need(st, st.HINIT, "applied-field array");
     need_tensor(st);
 }
 
@@ -165,11 +165,7 @@ void cmd_init_m(Session& s) {
 }
 
 void cmd_calc_field(Session& s) {
-    const ModelState& st = s.st;
-    need_mask(st);
-    need(st, st.M, "magnetization");
-    need(st, st.HINIT, "applied-field array");
-    need_tensor(st);
+    need_field_inputs(s.st);
     compute_field(s.st);
     s.ack();
 }

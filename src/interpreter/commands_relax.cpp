@@ -14,18 +14,6 @@ namespace torix {
 
 namespace {
 
-void need_state(const ModelState& st) {
-    if (!st.MASQUE.allocated()) throw FatalError(st.LINER + ": no cell mask (MASQUE_CREATE or MASQUE_LOAD first)");
-    for (const VecGrid* v : {&st.M, &st.H, &st.HINIT})
-        if (!v->allocated() || v->hi(0) != st.nx || v->hi(1) != st.ny || v->hi(2) != st.nz)
-            throw FatalError(st.LINER + ": no magnetization on the present grid (INIT_M or M_LOAD first)");
-    if (!st.AIJ.allocated())
-        throw FatalError(st.LINER + ": no interaction tensor (TENSOR_CREATE or TENSOR_LOAD first)");
-    // A tensor made for another grid or fewer materials, or a material table
-    // shorter than the mask needs.
-    need_field_inputs(st);
-}
-
 void need_timestep(const ModelState& st) {
     if (!(st.timestep > 0.0))
         throw FatalError(st.LINER + ": the Runge-Kutta integration needs a positive time step (SET_TIMESTEP)");
@@ -54,7 +42,7 @@ void cmd_relax(Session& s) {
     double threshold = s.in.f64("the threshold");
     const double alpha = s.in.f64("alpha");
     ModelState& st = s.st;
-    need_state(st);
+    need_field_inputs(st);
     if (runs > 0 && !(alpha > 0.0)) need_timestep(st);
     // Without a magnetic cell there is no energy to decrease, and the
     // Runge-Kutta runs would never meet their threshold.
@@ -92,7 +80,7 @@ void cmd_set_timestep(Session& s) {
     if (t >= 0.0) {
         st.timestep = t * st.gyro;
     } else {
-        need_state(st);
+        need_field_inputs(st);
         double dt = 0.0;
         set_timestep(st.HINIT, st.HRF, st.MS, st.MP, st.beta, st.AIJ, st.AIJ_FFT, st.MASQUE, st.nx, st.ny, st.nz,
                      st.nmat, dt, st.gyro);
@@ -113,7 +101,7 @@ void cmd_exec(Session& s) {
     const double omega = s.in.f64("the driving frequency");
     ModelState& st = s.st;
     st.FNAME = s.in.name("the output file name");
-    need_state(st);
+    need_field_inputs(st);
     need_timestep(st);
     // The number of steps is an int.
     if (t_end > 0.0 && !(t_end * st.gyro / st.timestep <= 2147483647.0))

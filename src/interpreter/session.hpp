@@ -84,9 +84,10 @@ void refresh_fourier(ModelState& st);
 void build_numbering(ModelState& st, int b1, int b2, int b3);
 // Field method: true when more than 300 cells of MASQUE are magnetic (Fourier convolution).
 bool use_fft(const ModelState& st);
-// Throws unless the mask, M, H and the applied field exist on the present
-// grid and the tensor covers that grid and every material of the mask.
-void need_field_inputs(const ModelState& st);
+// Throws unless the mask, M, H and (with applied_field) the applied field
+// exist on the present grid and the tensor covers that grid and every
+// material of the mask.
+void need_field_inputs(const ModelState& st, bool applied_field = true);
 // Throws unless the modes (if any) were found for the present grid and
 // numbering: NUM over the grid, a number for every magnetic cell, mode
 // amplitudes for every number.
