@@ -27,21 +27,32 @@ bool on_grid(const ModelState& st, const IntGrid& a) {
     return a.allocated() && a.hi(0) == st.nx && a.hi(1) == st.ny && a.hi(2) == st.nz;
 }
 
+// "(x,y,z)" of the first magnetic cell (storage order) without a number
+// between 1 and ncells; empty when every magnetic cell has one.  NUM must be
+// on the present grid.
+std::string unnumbered_cell(const ModelState& st) {
+    for (int z = 0; z <= st.nz; ++z)
+        for (int y = 0; y <= st.ny; ++y)
+            for (int x = 0; x <= st.nx; ++x) {
+                if (st.MASQUE(x, y, z) == 0) continue;
+                const int n = st.NUM(x, y, z);
+                if (n < 1 || n > st.ncells) {
+                    std::string c(1, '(');
+                    c += std::to_string(x) + "," + std::to_string(y) + "," + std::to_string(z) + ")";
+                    return c;
+                }
+            }
+    return {};
+}
+
 // What a solve needs must be there; a gap is reported instead of reading
 // unallocated arrays.
 void check_inputs(const ModelState& st) {
     need_field_inputs(st, false);
     const std::string& k = st.LINER;
     if (!on_grid(st, st.NUM)) throw FatalError(k + ": the numbering was made on another grid (SET_SCALE again)");
-    for (int z = 0; z <= st.nz; ++z)
-        for (int y = 0; y <= st.ny; ++y)
-            for (int x = 0; x <= st.nx; ++x) {
-                if (st.MASQUE(x, y, z) == 0) continue;
-                const int n = st.NUM(x, y, z);
-                if (n < 1 || n > st.ncells)
-                    throw FatalError(k + ": the numbering has no number at cell (" + std::to_string(x) + "," +
-                                     std::to_string(y) + "," + std::to_string(z) + ")");
-            }
+    if (const std::string c = unnumbered_cell(st); !c.empty())
+        throw FatalError(k + ": the numbering has no number at cell " + c);
 }
 
 // The dense matrix of order 2N, with the eigenvector matrices and work
@@ -76,16 +87,9 @@ void need_modes_on_grid(const ModelState& st) {
     const std::string& k = st.LINER;
     if (!on_grid(st, st.NUM) || st.MODES.extent(0) != st.ncells || st.MODESL.extent(0) != st.ncells)
         throw FatalError(k + ": the modes belong to another grid or numbering (solve or EIGEN_LOAD again)");
-    for (int z = 0; z <= st.nz; ++z)
-        for (int y = 0; y <= st.ny; ++y)
-            for (int x = 0; x <= st.nx; ++x) {
-                if (st.MASQUE(x, y, z) == 0) continue;
-                const int n = st.NUM(x, y, z);
-                if (n < 1 || n > st.ncells)
-                    throw FatalError(k + ": the magnetic cell (" + std::to_string(x) + "," + std::to_string(y) + "," +
-                                     std::to_string(z) + ") has no number in the numbering of the modes (solve or "
-                                     "EIGEN_LOAD again)");
-            }
+    if (const std::string c = unnumbered_cell(st); !c.empty())
+        throw FatalError(k + ": the magnetic cell " + c +
+                         " has no number in the numbering of the modes (solve or EIGEN_LOAD again)");
 }
 
 void cmd_solve_matrix(Session& s) {
