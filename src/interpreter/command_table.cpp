@@ -1,6 +1,5 @@
 #include "interpreter/command_table.hpp"
 
-#include <array>
 #include <new>
 #include <string>
 #include <string_view>
@@ -18,7 +17,7 @@ struct Command {
 };
 
 // Compared in this order; the first exact match wins.
-constexpr std::array<Command, 49> kCommands{{
+constexpr Command kCommands[] = {
     {"LOAD_MAT", cmd_load_mat},
     {"MASQUE_CREATE", cmd_masque_create},
     {"MASQUE_LOAD", cmd_masque_load},
@@ -68,7 +67,7 @@ constexpr std::array<Command, 49> kCommands{{
     {"PRINT_ANGLE", cmd_print_angle},
     {"VEC3", cmd_vec3},
     {"END", nullptr},
-}};
+};
 
 }  // namespace
 
