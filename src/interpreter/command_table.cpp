@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "core/error.hpp"
+#include "core/interrupt.hpp"
 #include "interpreter/session.hpp"
 
 namespace torix {
@@ -84,6 +85,7 @@ void run_script(const std::string& path, const std::string& display) {
             if (c.run == nullptr) return;
             st.LINER = *kw;
             const int at = in.line();
+            note_running_command(display, at, *kw);
             // A command's own complaints (about the state it finds) carry the
             // script line of its keyword; a reader's message already names
             // its file and line or record.
