@@ -74,6 +74,10 @@ constexpr Command kCommands[] = {
 
 void run_script(const std::string& path, const std::string& display) {
     ModelState st;
+    run_script(st, path, display);
+}
+
+void run_script(ModelState& st, const std::string& path, const std::string& display) {
     ListReader in(path, display);
     Session s{st, in};
     for (;;) {
