@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "tensor/newell.hpp"
+#include "tensor/tensor_accurate.hpp"
 #include "tensor/tensor_build.hpp"
 
 using namespace torix;
@@ -27,6 +28,21 @@ void BM_TensorBuild(benchmark::State& state) {
     for (auto _ : state) {
         T.fill(0.0);
         tensorbuild(A, MS, T, nx, ny, nz, kCell, kCell, kCell, 1);
+        benchmark::DoNotOptimize(T.data());
+    }
+    state.counters["offsets"] = static_cast<double>(T.size() / 9);
+}
+
+// The accurate builder (TENSOR_CREATE kind > 0) with the automatic switch
+// and terms at the default accuracy 1e-12, on the same grids.
+void BM_TensorAccurate(benchmark::State& state) {
+    const int nx = static_cast<int>(state.range(0)) - 1, ny = static_cast<int>(state.range(1)) - 1,
+              nz = static_cast<int>(state.range(2)) - 1;
+    const auto A = one(1.3e-6), MS = one(800.0);
+    TensorArray T = make_tensor(nx, ny, nz, 1);
+    for (auto _ : state) {
+        T.fill(0.0);
+        calctensorc(A, MS, T, nx, ny, nz, kCell, kCell, kCell, 1, 1, 0, 0, 0.0);
         benchmark::DoNotOptimize(T.data());
     }
     state.counters["offsets"] = static_cast<double>(T.size() / 9);
@@ -64,6 +80,7 @@ void BM_TensorReference(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(BM_TensorBuild)->Args({32, 32, 1})->Args({64, 64, 4})->Args({128, 128, 8})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TensorAccurate)->Args({32, 32, 1})->Args({64, 64, 4})->Args({128, 128, 8})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_TensorReference)->Args({64, 64, 4})->Iterations(1)->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();
