@@ -6,6 +6,7 @@
 #include "core/memory.hpp"
 #include "interpreter/session.hpp"
 #include "tensor/anisotropy.hpp"
+#include "tensor/macro.hpp"
 #include "tensor/tensor_accurate.hpp"
 #include "tensor/tensor_build.hpp"
 #include "tensor/tensor_files.hpp"
@@ -50,9 +51,15 @@ void check_tensor_size(Session& s) {
 
 }  // namespace
 
-// The macroscopic tensor variant is not part of this program: the command
-// only acknowledges.
-void cmd_tensor_macro(Session& s) { s.ack(); }
+// The tensor between the blocks of the present numbering (block sizes of
+// the last SET_SCALE), from material 1, to "macro.dat" and "macro.txt".
+void cmd_tensor_macro(Session& s) {
+    ModelState& st = s.st;
+    need_tensor(s);
+    need_material(s, 1);
+    calcmacro(st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, st.s1, st.s2, st.s3, 1);
+    s.ack();
+}
 
 // kind <= 0: the Newell tensor with exchange for every material; kind > 0:
 // the same tensor accurate at every offset, with the line "n1 n2 r" (switch
