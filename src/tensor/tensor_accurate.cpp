@@ -19,6 +19,10 @@ using Quad = __float128;
 // 60-digit values for cubes, flat (5 x 5 x 3) and long (3 x 3 x 20) cells
 // the factor is below 30 from |r| = 3 d on; 100 leaves room.
 constexpr double kErrorScale = 100.0;
+// The truncation error is held this far below the accuracy asked for.
+// Unlike rounding errors, truncation errors of neighbouring offsets have one
+// sign, so in a sum over many offsets (a body's mean field) they add up.
+constexpr double kTruncationMargin = 1e-4;
 
 // Newell's six point functions at one point (x, y, z >= 0), in the order of
 // the tensor components they give: fs(x, y, z), fs(y, x, z), fs(z, x, y),
@@ -91,7 +95,7 @@ double largest_side(double dx, double dy, double dz) { return std::max({dx, dy, 
 // Smallest whole distance n >= 2 (in largest cell sides) at which `terms`
 // terms reach the relative accuracy rtol.
 int switch_for(int terms, double rtol) {
-    const double need = std::log(2.0 * kErrorScale / rtol) / (2.0 * terms);
+    const double need = std::log(2.0 * kErrorScale / (kTruncationMargin * rtol)) / (2.0 * terms);
     const double n = std::ceil(std::exp(need));
     return static_cast<int>(std::clamp(n, 2.0, 1.0e6));
 }
@@ -112,7 +116,7 @@ int expansion_terms(const AccuratePlan& plan, double dist) {
     if (plan.terms > 0) return plan.terms;
     const double V = plan.dx * plan.dy * plan.dz;
     const double scale = 2.0 * V / (dist * dist * dist);
-    const double target = plan.rtol * 0.5 * scale;
+    const double target = kTruncationMargin * plan.rtol * 0.5 * scale;
     const double q = std::pow(largest_side(plan.dx, plan.dy, plan.dz) / dist, 2.0);
     double err = kErrorScale * scale * q;
     int terms = 1;

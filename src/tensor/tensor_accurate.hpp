@@ -42,7 +42,9 @@ struct AccuratePlan {
 // largest cell sides (<= 0: the smallest at which kMaxTerms terms reach r),
 // n2 the number of terms (<= 0: per offset, the fewest that reach r; above
 // kMaxTerms: kMaxTerms), r the relative accuracy (<= 0: 1e-12), relative
-// to the size of the block's entries, V / |r|^3.
+// to the size of the block's entries, V / |r|^3.  "Reach r" keeps the
+// estimated truncation error 1e-4 below r, since truncation errors of
+// neighbouring offsets add up in sums over a body.
 AccuratePlan plan_accurate(double dx, double dy, double dz, int n1, int n2, double r);
 
 // Terms of the expansion used at distance dist (cm) >= switch_dist.
