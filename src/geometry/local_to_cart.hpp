@@ -21,4 +21,12 @@ namespace torix {
 void local_to_cart(int nx, int ny, int nz, int N, const IntGrid& MASQUE, const IntGrid& NUM, const VecGrid& M,
                    const Array<cplx, 3>& modes, int p, Array<cplx, 2>& out);
 
+// The same conversion cell by cell: u(i, j, k, 1:3) = R (a1, a2, 0) with R
+// the frame of the cell's own magnetization and (a1, a2) = modes(NUM, 1:2,
+// p), so cells that share a number keep their own directions.  Empty cells
+// and cells without a number in 1..N get 0.  `u` is allocated afresh over
+// (0:nx, 0:ny, 0:nz, 1:3).
+void local_to_cart(int nx, int ny, int nz, int N, const IntGrid& MASQUE, const IntGrid& NUM, const VecGrid& M,
+                   const Array<cplx, 3>& modes, int p, CVecGrid& u);
+
 }  // namespace torix
