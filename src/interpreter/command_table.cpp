@@ -69,6 +69,8 @@ constexpr Command kCommands[] = {
     {"OVF_SAVE", cmd_ovf_save},
     {"OVF_LOAD", cmd_ovf_load},
     {"PLOT_ABS", cmd_plot_abs},
+    {"MODE_SAVE", cmd_mode_save},
+    {"PLOT_MODES", cmd_plot_modes},
     {"END", nullptr},
 };
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
+#include <filesystem>
 #include <numbers>
 #include <string>
 #include <vector>
@@ -10,9 +12,11 @@
 #include "core/console.hpp"
 #include "core/error.hpp"
 #include "interpreter/session.hpp"
+#include "output/mode_vectors.hpp"
 #include "output/ovf.hpp"
 #include "output/response.hpp"
 #include "output/svg_plot.hpp"
+#include "output/vtk.hpp"
 
 namespace torix {
 
@@ -51,6 +55,31 @@ std::string frequency_label(const ModelState& st) {
 void need_couplings(const ModelState& st) {
     if (st.nmodes > 0 && (!st.C.allocated() || st.C.extent(0) < st.nmodes))
         throw FatalError(st.LINER + ": no coupling coefficients for the modes; run CALC_C first");
+}
+
+// The modes, when there are any, need the magnetization they were found
+// about (their local frames) and their numbering on the present grid.
+void need_modes_and_m(const ModelState& st) {
+    if (st.nmodes <= 0) return;
+    need_array(st, on_grid(st, st.M), "magnetization", "INIT_M or M_LOAD");
+    need_modes_on_grid(st);
+}
+
+// Cartesian mode vector u of mode p (right vectors), scaled so that its
+// largest amplitude is 1 and its phase reference cell is in phase 0.
+CVecGrid normalised_mode(const ModelState& st, int p, PhaseRef& ref) {
+    CVecGrid u;
+    mode_vector(st.nx, st.ny, st.nz, st.ncells, st.MASQUE, st.NUM, st.M, st.MODES, p, u);
+    ref = find_phase(u, st.M, st.MASQUE, st.nx, st.ny, st.nz);
+    normalise_mode(u, ref);
+    return u;
+}
+
+// "<prefix>NNN": the mode number in at least three digits.
+std::string mode_file(const std::string& prefix, int p, const char* tail) {
+    char num[16];
+    std::snprintf(num, sizeof num, "%03d", p);
+    return prefix + num + tail;
 }
 
 }  // namespace
@@ -189,14 +218,106 @@ void cmd_plot_abs(Session& s) {
         s.in.fail("the frequency step " + format_real(dw) + " gives more than 10000000 samples up to " +
                   format_real(2.0 * fmax));
     const auto table = absorption_table(st.C, st.W, st.nmodes, dw);
+    // The table runs to twice the highest mode; the plot stops at 1.2 times
+    // it, where the last line has been drawn (and at the table's end).
     std::vector<double> x, y, modes;
     for (const auto& row : table) {
+        if (st.nmodes > 0 && row.w > 1.2 * fmax + dw) break;
         x.push_back(plot_frequency(st, row.w));
         y.push_back(row.power);
     }
     for (int p = 1; p <= st.nmodes; ++p) modes.push_back(plot_frequency(st, st.W(p, 1)));
     const std::string title = "Absorption spectrum, " + std::to_string(st.nmodes) + " modes";
     plot_absorption_svg(st.FNAME, x, y, modes, frequency_label(st), "absorbed power (arb. units)", title);
+    s.ack();
+}
+
+// Line 1: p1, p2, kind (1 OVF pair, 2 VTK image data); line 2: name prefix.
+// Modes p1..p2, clipped to those that exist.
+void cmd_mode_save(Session& s) {
+    ModelState& st = s.st;
+    s.line();
+    const int p1 = s.in.i32("the first mode");
+    const int p2 = s.in.i32("the last mode");
+    const int kind = s.in.i32("the kind (1 OVF, 2 VTK)");
+    s.line();
+    st.FNAME = s.in.name("the file name prefix");
+    if (kind != 1 && kind != 2) {
+        s.ack();
+        return;
+    }
+    need_grid(st);
+    need_modes_and_m(st);
+    const int first = std::max(p1, 1), last = std::min(p2, st.nmodes);
+    const int nx = st.nx, ny = st.ny, nz = st.nz;
+    std::vector<std::pair<double, std::string>> collection;
+    for (int p = first; p <= last; ++p) {
+        PhaseRef ref;
+        const CVecGrid u = normalised_mode(st, p, ref);
+        VecGrid re = make_vec_grid(nx, ny, nz), im = make_vec_grid(nx, ny, nz);
+        for (std::size_t c = 0; c < u.size(); ++c) {
+            re.data()[c] = u.data()[c].real() + 0.0;  // no -0 at empty cells
+            im.data()[c] = u.data()[c].imag() + 0.0;
+        }
+        const std::string fg = "f = " + format_real(st.W(p, 1)) + " Oe, g = " + format_real(st.W(p, 2)) + " Oe";
+        if (kind == 1) {
+            const std::string desc = "TORIX mode " + std::to_string(p) + ": " + fg +
+                                     "; Cartesian mode vector u, largest amplitude 1";
+            const OvfLabels lre{"mode " + std::to_string(p) + " Re u", desc, {"Re_u_x", "Re_u_y", "Re_u_z"}, {"1", "1", "1"}};
+            const OvfLabels lim{"mode " + std::to_string(p) + " Im u", desc, {"Im_u_x", "Im_u_y", "Im_u_z"}, {"1", "1", "1"}};
+            saveovf(mode_file(st.FNAME, p, "_re.ovf"), re, st.MASQUE, nx, ny, nz, st.dx, st.dy, st.dz, 1.0, lre, true);
+            saveovf(mode_file(st.FNAME, p, "_im.ovf"), im, st.MASQUE, nx, ny, nz, st.dx, st.dy, st.dz, 1.0, lim, true);
+            continue;
+        }
+        VecGrid m0 = make_vec_grid(nx, ny, nz);
+        Array<double, 3> amp({Range{0, nx}, Range{0, ny}, Range{0, nz}}, 0.0);
+        Array<double, 3> phase({Range{0, nx}, Range{0, ny}, Range{0, nz}}, 0.0);
+        for (int k = 0; k <= nz; ++k)
+            for (int j = 0; j <= ny; ++j)
+                for (int i = 0; i <= nx; ++i) {
+                    if (st.MASQUE(i, j, k) == 0) continue;
+                    const double r = std::hypot(st.M(i, j, k, 1), st.M(i, j, k, 2), st.M(i, j, k, 3));
+                    for (int a = 1; a <= 3; ++a) m0(i, j, k, a) = r > 0.0 ? st.M(i, j, k, a) / r : 0.0;
+                    amp(i, j, k) = amplitude(u, i, j, k);
+                    phase(i, j, k) = phase_of(local_components(u, st.M, i, j, k)[ref.component - 1]);
+                }
+        const std::ptrdiff_t cs = m0.stride(3);
+        const std::string file = mode_file(st.FNAME, p, ".vti");
+        savevti(file, nx, ny, nz, st.dx, st.dy, st.dz,
+                {{"m0", 3, m0.data(), nullptr, cs},
+                 {"u_re", 3, re.data(), nullptr, cs},
+                 {"u_im", 3, im.data(), nullptr, cs},
+                 {"amplitude", 1, amp.data(), nullptr, 0},
+                 {"phase", 1, phase.data(), nullptr, 0},
+                 {"material", 1, nullptr, st.MASQUE.data(), 0}},
+                {{"mode", static_cast<double>(p)},
+                 {"f", st.W(p, 1)},
+                 {"g", st.W(p, 2)},
+                 {"frequency", plot_frequency(st, st.W(p, 1))},
+                 {"participation_ratio", participation_ratio(u, st.MASQUE, nx, ny, nz)}});
+        collection.emplace_back(plot_frequency(st, st.W(p, 1)), std::filesystem::path(file).filename().string());
+    }
+    if (kind == 2) savepvd(st.FNAME + ".pvd", collection);
+    s.ack();
+}
+
+// Line 1: name.  Frequency against mode number, the decay rate as error
+// bar, the participation ratio as colour.
+void cmd_plot_modes(Session& s) {
+    ModelState& st = s.st;
+    s.line();
+    st.FNAME = s.in.name("the file name");
+    need_modes_and_m(st);
+    std::vector<double> f, g, pr;
+    for (int p = 1; p <= st.nmodes; ++p) {
+        CVecGrid u;
+        mode_vector(st.nx, st.ny, st.nz, st.ncells, st.MASQUE, st.NUM, st.M, st.MODES, p, u);
+        f.push_back(plot_frequency(st, st.W(p, 1)));
+        g.push_back(plot_frequency(st, st.W(p, 2)));
+        pr.push_back(participation_ratio(u, st.MASQUE, st.nx, st.ny, st.nz));
+    }
+    const std::string title = "Mode chart, " + std::to_string(st.nmodes) + " modes (bars: decay rate g)";
+    plot_modes_svg(st.FNAME, f, g, pr, frequency_label(st), "participation ratio", title);
     s.ack();
 }
 

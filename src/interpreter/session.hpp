@@ -79,6 +79,8 @@ void cmd_vec3(Session&);
 void cmd_ovf_save(Session&);
 void cmd_ovf_load(Session&);
 void cmd_plot_abs(Session&);
+void cmd_mode_save(Session&);
+void cmd_plot_modes(Session&);
 
 // Shared steps used by several command files.
 // Rebuilds the Fourier form of the tensor after AIJ changed (no-op without a tensor).

@@ -174,7 +174,7 @@ double field_unit_to_oe(const std::string& unit) {
 void saveovf(const std::string& name, const VecGrid& v, const IntGrid& mask, int nx, int ny, int nz, double dx,
              double dy, double dz, double scale, const OvfLabels& labels, bool binary) {
     const int n[3] = {nx + 1, ny + 1, nz + 1};
-    const double d[3] = {dx * 0.01, dy * 0.01, dz * 0.01};  // cm -> m
+    const double d[3] = {dx / 100.0, dy / 100.0, dz / 100.0};  // cm -> m
     const char axis[3] = {'x', 'y', 'z'};
     std::string h = "# OOMMF OVF 2.0\n# Segment count: 1\n# Begin: Segment\n# Begin: Header\n";
     h += "# Title: " + labels.title + "\n";

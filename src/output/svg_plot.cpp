@@ -97,7 +97,7 @@ void axis(std::string& s, bool horizontal, const Scale& sc, const std::string& l
     // A common power of ten goes in front of the unit: "frequency (10^4 Oe)".
     std::string lab = esc(label);
     if (e != 0) {
-        const std::string pow = "10<tspan baseline-shift=\"super\" font-size=\"11\">" + std::to_string(e) + "</tspan>";
+        const std::string pow = "10<tspan class=\"exponent\" baseline-shift=\"super\" font-size=\"11\">" + std::to_string(e) + "</tspan>";
         const std::size_t open = lab.rfind('(');
         if (open != std::string::npos && lab.back() == ')') lab.insert(open + 1, pow + " ");
         else lab += " (" + pow + ")";
@@ -230,7 +230,7 @@ void plot_modes_svg(const std::string& name, const std::vector<double>& f, const
                     const std::string& title) {
     constexpr double right = 760.0;
     const std::size_t n = f.size();
-    double xlo = 0.5, xhi = static_cast<double>(std::max<std::size_t>(n, 1)) + 0.5;
+    double xlo = 0.5, xhi = static_cast<double>(std::max<std::size_t>(n, 2)) + 0.5;
     double ylo = 0.0, yhi = 0.0;
     for (std::size_t p = 0; p < n; ++p) {
         const double e = p < g.size() && std::isfinite(g[p]) ? std::abs(g[p]) : 0.0;

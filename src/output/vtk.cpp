@@ -43,8 +43,8 @@ void savevti(const std::string& name, int nx, int ny, int nz, double dx, double 
                                std::to_string(nz + 1);
     std::string x = "<?xml version=\"1.0\"?>\n"
                     "<VTKFile type=\"ImageData\" version=\"1.0\" byte_order=\"LittleEndian\" header_type=\"UInt64\">\n";
-    x += "  <ImageData WholeExtent=\"" + extent + "\" Origin=\"0 0 0\" Spacing=\"" + format_real(dx * 0.01) + " " +
-         format_real(dy * 0.01) + " " + format_real(dz * 0.01) + "\">\n";
+    x += "  <ImageData WholeExtent=\"" + extent + "\" Origin=\"0 0 0\" Spacing=\"" + format_real(dx / 100.0) + " " +
+         format_real(dy / 100.0) + " " + format_real(dz / 100.0) + "\">\n";
     std::size_t offset = 0;
     if (!field_data.empty()) {
         x += "    <FieldData>\n";

@@ -22,13 +22,20 @@ def axis(name, coord):
     for t in g.findall(NS + "g[@class='tick']"):
         text = t.find(NS + "text")
         line = t.find(NS + "line")
-        ticks.append((float(text.get(coord)), float(text.text), line is not None))
+        # The tick's position is its line's; the text is offset from it.
+        ticks.append((float(line.get(coord + "1")), float(text.text), line is not None))
     label = g.find(NS + "text[@class='label']")
-    print(name, "ticks", len(ticks), "lines", sum(1 for t in ticks if t[2]),
-          "label", "".join(label.itertext()) if label is not None else "")
+    # A common power of ten stands in the label as 10<tspan class="exponent">e</tspan>.
+    exp = label.find(NS + "tspan[@class='exponent']") if label is not None else None
+    scale = 10.0 ** int(exp.text) if exp is not None else 1.0
+    text = "".join(label.itertext()) if label is not None else ""
+    if exp is not None:
+        text = text.replace("10" + exp.text, "10^" + exp.text, 1)
+    print(name, "ticks", len(ticks), "lines", sum(1 for t in ticks if t[2]), "label", text)
     if len(ticks) < 2:
         return None
     (p0, v0, _), (p1, v1, _) = ticks[0], ticks[-1]
+    v0, v1 = v0 * scale, v1 * scale
     return lambda p: v0 + (p - p0) * (v1 - v0) / (p1 - p0)
 
 
