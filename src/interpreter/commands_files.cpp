@@ -12,6 +12,7 @@
 #include "core/console.hpp"
 #include "core/error.hpp"
 #include "interpreter/session.hpp"
+#include "output/mode_files.hpp"
 #include "output/mode_vectors.hpp"
 #include "output/ovf.hpp"
 #include "output/response.hpp"
@@ -63,16 +64,6 @@ void need_modes_and_m(const ModelState& st) {
     if (st.nmodes <= 0) return;
     need_array(st, on_grid(st, st.M), "magnetization", "INIT_M or M_LOAD");
     need_modes_on_grid(st);
-}
-
-// Cartesian mode vector u of mode p (right vectors), scaled so that its
-// largest amplitude is 1 and its phase reference cell is in phase 0.
-CVecGrid normalised_mode(const ModelState& st, int p, PhaseRef& ref) {
-    CVecGrid u;
-    mode_vector(st.nx, st.ny, st.nz, st.ncells, st.MASQUE, st.NUM, st.M, st.MODES, p, u);
-    ref = find_phase(u, st.M, st.MASQUE, st.nx, st.ny, st.nz);
-    normalise_mode(u, ref);
-    return u;
 }
 
 // "<prefix>NNN": the mode number in at least three digits.
@@ -252,50 +243,17 @@ void cmd_mode_save(Session& s) {
     const int nx = st.nx, ny = st.ny, nz = st.nz;
     std::vector<std::pair<double, std::string>> collection;
     for (int p = first; p <= last; ++p) {
-        PhaseRef ref;
-        const CVecGrid u = normalised_mode(st, p, ref);
-        VecGrid re = make_vec_grid(nx, ny, nz), im = make_vec_grid(nx, ny, nz);
-        for (std::size_t c = 0; c < u.size(); ++c) {
-            re.data()[c] = u.data()[c].real() + 0.0;  // no -0 at empty cells
-            im.data()[c] = u.data()[c].imag() + 0.0;
-        }
-        const std::string fg = "f = " + format_real(st.W(p, 1)) + " Oe, g = " + format_real(st.W(p, 2)) + " Oe";
         if (kind == 1) {
-            const std::string desc = "TORIX mode " + std::to_string(p) + ": " + fg +
-                                     "; Cartesian mode vector u, largest amplitude 1";
-            const OvfLabels lre{"mode " + std::to_string(p) + " Re u", desc, {"Re_u_x", "Re_u_y", "Re_u_z"}, {"1", "1", "1"}};
-            const OvfLabels lim{"mode " + std::to_string(p) + " Im u", desc, {"Im_u_x", "Im_u_y", "Im_u_z"}, {"1", "1", "1"}};
-            saveovf(mode_file(st.FNAME, p, "_re.ovf"), re, st.MASQUE, nx, ny, nz, st.dx, st.dy, st.dz, 1.0, lre, true);
-            saveovf(mode_file(st.FNAME, p, "_im.ovf"), im, st.MASQUE, nx, ny, nz, st.dx, st.dy, st.dz, 1.0, lim, true);
+            savemodeovf(mode_file(st.FNAME, p, "_re.ovf"), mode_file(st.FNAME, p, "_im.ovf"), p, nx, ny, nz, st.dx,
+                        st.dy, st.dz, st.ncells, st.MASQUE, st.NUM, st.M, st.MODES, st.W(p, 1), st.W(p, 2));
             continue;
         }
-        VecGrid m0 = make_vec_grid(nx, ny, nz);
-        Array<double, 3> amp({Range{0, nx}, Range{0, ny}, Range{0, nz}}, 0.0);
-        Array<double, 3> phase({Range{0, nx}, Range{0, ny}, Range{0, nz}}, 0.0);
-        for (int k = 0; k <= nz; ++k)
-            for (int j = 0; j <= ny; ++j)
-                for (int i = 0; i <= nx; ++i) {
-                    if (st.MASQUE(i, j, k) == 0) continue;
-                    const double r = std::hypot(st.M(i, j, k, 1), st.M(i, j, k, 2), st.M(i, j, k, 3));
-                    for (int a = 1; a <= 3; ++a) m0(i, j, k, a) = r > 0.0 ? st.M(i, j, k, a) / r : 0.0;
-                    amp(i, j, k) = amplitude(u, i, j, k);
-                    phase(i, j, k) = phase_of(local_components(u, st.M, i, j, k)[ref.component - 1]);
-                }
-        const std::ptrdiff_t cs = m0.stride(3);
         const std::string file = mode_file(st.FNAME, p, ".vti");
-        savevti(file, nx, ny, nz, st.dx, st.dy, st.dz,
-                {{"m0", 3, m0.data(), nullptr, cs},
-                 {"u_re", 3, re.data(), nullptr, cs},
-                 {"u_im", 3, im.data(), nullptr, cs},
-                 {"amplitude", 1, amp.data(), nullptr, 0},
-                 {"phase", 1, phase.data(), nullptr, 0},
-                 {"material", 1, nullptr, st.MASQUE.data(), 0}},
-                {{"mode", static_cast<double>(p)},
-                 {"f", st.W(p, 1)},
-                 {"g", st.W(p, 2)},
-                 {"frequency", plot_frequency(st, st.W(p, 1))},
-                 {"participation_ratio", participation_ratio(u, st.MASQUE, nx, ny, nz)}});
-        collection.emplace_back(plot_frequency(st, st.W(p, 1)), std::filesystem::path(file).filename().string());
+        const double shown = plot_frequency(st, st.W(p, 1));
+        savemodevti(file, p, nx, ny, nz, st.dx, st.dy, st.dz, st.ncells, st.MASQUE, st.NUM, st.M, st.MODES,
+                    st.W(p, 1), st.W(p, 2), shown);
+        // The collection sits beside its files and names them relative to itself.
+        collection.emplace_back(shown, std::filesystem::path(file).filename().string());
     }
     if (kind == 2) savepvd(st.FNAME + ".pvd", collection);
     s.ack();

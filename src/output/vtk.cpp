@@ -70,36 +70,47 @@ void savevti(const std::string& name, int nx, int ny, int nz, double dx, double 
     }
     x += "      </CellData>\n    </Piece>\n  </ImageData>\n  <AppendedData encoding=\"raw\">\n   _";
 
-    std::vector<unsigned char> blob(offset);
-    unsigned char* p = blob.data();
+    // The appended block goes out through a buffer of bounded size, so a
+    // large grid needs no second copy of its arrays in memory.
+    AtomicFile file(name, true);
+    file.stream() << x;
+    std::vector<unsigned char> buf(1 << 20);
+    std::size_t used = 0;
+    auto room = [&](std::size_t n) {
+        if (used + n > buf.size()) {
+            file.stream().write(reinterpret_cast<const char*>(buf.data()), static_cast<std::streamsize>(used));
+            used = 0;
+        }
+        return buf.data() + used;
+    };
     for (const auto& fd : field_data) {
+        unsigned char* p = room(16);
         put_le<std::uint64_t>(p, 8);
         put_le<double>(p + 8, fd.second);
-        p += 16;
+        used += 16;
     }
     for (std::size_t a = 0; a < arrays.size(); ++a) {
         const VtiArray& arr = arrays[a];
-        put_le<std::uint64_t>(p, bytes[a]);
-        p += 8;
-        if (arr.integer != nullptr) {
-            for (std::size_t c = 0; c < cells; ++c, p += 4) put_le<std::int32_t>(p, arr.integer[c]);
-        } else if (arr.components == 1) {
-            for (std::size_t c = 0; c < cells; ++c, p += 8) put_le<double>(p, arr.real[c]);
-        } else {
-            // Tuples interleaved (x, y, z of one cell together), as VTK keeps them.
-            const double* r0 = arr.real;
-            const double* r1 = arr.real + arr.stride;
-            const double* r2 = arr.real + 2 * arr.stride;
-            for (std::size_t c = 0; c < cells; ++c, p += 24) {
-                put_le<double>(p, r0[c]);
-                put_le<double>(p + 8, r1[c]);
-                put_le<double>(p + 16, r2[c]);
+        put_le<std::uint64_t>(room(8), bytes[a]);
+        used += 8;
+        for (std::size_t c = 0; c < cells; ++c) {
+            if (arr.integer != nullptr) {
+                put_le<std::int32_t>(room(4), arr.integer[c]);
+                used += 4;
+            } else if (arr.components == 1) {
+                put_le<double>(room(8), arr.real[c]);
+                used += 8;
+            } else {
+                // Tuples interleaved (x, y, z of one cell together), as VTK keeps them.
+                unsigned char* p = room(24);
+                put_le<double>(p, arr.real[c]);
+                put_le<double>(p + 8, arr.real[c + arr.stride]);
+                put_le<double>(p + 16, arr.real[c + 2 * arr.stride]);
+                used += 24;
             }
         }
     }
-    AtomicFile file(name, true);
-    file.stream() << x;
-    file.stream().write(reinterpret_cast<const char*>(blob.data()), static_cast<std::streamsize>(blob.size()));
+    file.stream().write(reinterpret_cast<const char*>(buf.data()), static_cast<std::streamsize>(used));
     file.stream() << "\n  </AppendedData>\n</VTKFile>\n";
     file.commit();
 }
