@@ -171,6 +171,18 @@ double field_unit_to_oe(const std::string& unit) {
     return 0.0;
 }
 
+namespace {
+
+// Geometry in the header: 15 significant digits, so that 3 cells of 1e-8 m
+// read "3e-08" and not the last bit of the product.
+std::string geometry(double v) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.15g", v);
+    return buf;
+}
+
+}  // namespace
+
 void saveovf(const std::string& name, const VecGrid& v, const IntGrid& mask, int nx, int ny, int nz, double dx,
              double dy, double dz, double scale, const OvfLabels& labels, bool binary) {
     const int n[3] = {nx + 1, ny + 1, nz + 1};
@@ -180,11 +192,11 @@ void saveovf(const std::string& name, const VecGrid& v, const IntGrid& mask, int
     h += "# Title: " + labels.title + "\n";
     if (!labels.desc.empty()) h += "# Desc: " + labels.desc + "\n";
     h += "# meshunit: m\n# meshtype: rectangular\n";
-    for (int a = 0; a < 3; ++a) h += std::string("# ") + axis[a] + "base: " + format_real(0.5 * d[a]) + "\n";
-    for (int a = 0; a < 3; ++a) h += std::string("# ") + axis[a] + "stepsize: " + format_real(d[a]) + "\n";
+    for (int a = 0; a < 3; ++a) h += std::string("# ") + axis[a] + "base: " + geometry(0.5 * d[a]) + "\n";
+    for (int a = 0; a < 3; ++a) h += std::string("# ") + axis[a] + "stepsize: " + geometry(d[a]) + "\n";
     for (int a = 0; a < 3; ++a) h += std::string("# ") + axis[a] + "nodes: " + std::to_string(n[a]) + "\n";
     for (int a = 0; a < 3; ++a) h += std::string("# ") + axis[a] + "min: 0\n";
-    for (int a = 0; a < 3; ++a) h += std::string("# ") + axis[a] + "max: " + format_real(n[a] * d[a]) + "\n";
+    for (int a = 0; a < 3; ++a) h += std::string("# ") + axis[a] + "max: " + geometry(n[a] * d[a]) + "\n";
     h += "# valuedim: 3\n# valuelabels: " + labels.labels[0] + " " + labels.labels[1] + " " + labels.labels[2] +
          "\n# valueunits: " + labels.units[0] + " " + labels.units[1] + " " + labels.units[2] + "\n";
     h += "# End: Header\n";
