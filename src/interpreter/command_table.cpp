@@ -67,6 +67,11 @@ constexpr Command kCommands[] = {
     {"PRINT_SLICES", cmd_print_slices},
     {"PRINT_ANGLE", cmd_print_angle},
     {"VEC3", cmd_vec3},
+    {"OVF_SAVE", cmd_ovf_save},
+    {"OVF_LOAD", cmd_ovf_load},
+    {"PLOT_ABS", cmd_plot_abs},
+    {"MODE_SAVE", cmd_mode_save},
+    {"PLOT_MODES", cmd_plot_modes},
     {"END", nullptr},
 };
 
