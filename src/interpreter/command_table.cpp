@@ -66,6 +66,7 @@ constexpr Command kCommands[] = {
     {"PRINT_SLICES", cmd_print_slices},
     {"PRINT_ANGLE", cmd_print_angle},
     {"VEC3", cmd_vec3},
+    {"SOLVE_MODES", cmd_solve_modes},
     {"END", nullptr},
 };
 
