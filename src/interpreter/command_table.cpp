@@ -72,6 +72,7 @@ constexpr Command kCommands[] = {
     {"PLOT_ABS", cmd_plot_abs},
     {"MODE_SAVE", cmd_mode_save},
     {"PLOT_MODES", cmd_plot_modes},
+    {"SOLVE_MODES", cmd_solve_modes},
     {"END", nullptr},
 };
 
