@@ -112,18 +112,16 @@ AccuratePlan plan_accurate(double dx, double dy, double dz, int n1, int n2, doub
     return p;
 }
 
+double expansion_error(const AccuratePlan& plan, double dist, int terms) {
+    const double q = std::pow(largest_side(plan.dx, plan.dy, plan.dz) / dist, 2.0);
+    return 2.0 * kErrorScale * std::pow(q, terms);
+}
+
 int expansion_terms(const AccuratePlan& plan, double dist) {
     if (plan.terms > 0) return plan.terms;
-    const double V = plan.dx * plan.dy * plan.dz;
-    const double scale = 2.0 * V / (dist * dist * dist);
-    const double target = kTruncationMargin * plan.rtol * 0.5 * scale;
-    const double q = std::pow(largest_side(plan.dx, plan.dy, plan.dz) / dist, 2.0);
-    double err = kErrorScale * scale * q;
+    const double target = kTruncationMargin * plan.rtol;
     int terms = 1;
-    while (err > target && terms < kMaxTerms) {
-        err *= q;
-        ++terms;
-    }
+    while (terms < kMaxTerms && expansion_error(plan, dist, terms) > target) ++terms;
     return terms;
 }
 
