@@ -16,7 +16,7 @@ using Quad = __float128;
 
 // The expansion error, relative to 2 V / |r|^3, is taken as
 // kErrorScale (d / |r|)^(2 terms), d the largest cell side.  Measured against
-// 60-digit values for cubes, flat (5 x 5 x 3) and long (3 x 3 x 20) cells
+// 320-bit values for cubes, flat (5 x 5 x 3) and long (3 x 3 x 20) cells
 // the factor is below 30 from |r| = 3 d on; 100 leaves room.
 constexpr double kErrorScale = 100.0;
 // The truncation error is held this far below the accuracy asked for.
