@@ -1,12 +1,12 @@
 #include "tensor/tensor_accurate.hpp"
 
-#include <quadmath.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdlib>
 #include <vector>
+
+#include "tensor/quad.hpp"
 
 namespace torix {
 
