@@ -4,15 +4,14 @@
 // the cores to use.
 #include <benchmark/benchmark.h>
 
-#include <quadmath.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 
-#include "../tests/tensor/newell_mpfr.hpp"
+#include "newell_mpfr.hpp"
 
 #include "tensor/newell.hpp"
+#include "tensor/quad.hpp"
 #include "tensor/tensor_accurate.hpp"
 #include "tensor/tensor_build.hpp"
 

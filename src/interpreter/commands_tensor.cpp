@@ -1,6 +1,7 @@
 // Tensor commands: build, anisotropy, files.
 #include <algorithm>
 #include <cstdio>
+#include <iostream>
 #include <string>
 
 #include "core/memory.hpp"
@@ -49,6 +50,17 @@ void check_tensor_size(Session& s) {
     }
 }
 
+// A switch distance or number of terms chosen in the script may not reach
+// the accuracy asked for; the tensor is built as asked, with a warning.
+void warn_if_short(const ModelState& st, int n1, int n2, double r) {
+    const AccuratePlan plan = plan_accurate(st.dx, st.dy, st.dz, n1, n2, r);
+    const double err = expansion_error(plan, plan.switch_dist, expansion_terms(plan, plan.switch_dist));
+    if (err <= plan.rtol) return;
+    std::cerr << "TENSOR_CREATE: warning: at the switch distance of " << plan.switch_cells << " cell sides, "
+              << expansion_terms(plan, plan.switch_dist) << " expansion terms are estimated to reach " << err
+              << " relative, not the " << plan.rtol << " asked for (a larger n1 or n2, or 0 0 for automatic)\n";
+}
+
 }  // namespace
 
 // The tensor between the blocks of the present numbering (block sizes of
@@ -78,6 +90,7 @@ void cmd_tensor_create(Session& s) {
     ModelState& st = s.st;
     check_tensor_size(s);
     st.AIJ = make_tensor(st.nx, st.ny, st.nz, st.nmat);
+    if (kind > 0) warn_if_short(st, n1, n2, r);
     if (kind > 0)
         for (int m = 1; m <= st.nmat; ++m)
             calctensorc(st.A, st.MS, st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, m, st.nmat, n1, n2, r);

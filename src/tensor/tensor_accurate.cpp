@@ -1,12 +1,12 @@
 #include "tensor/tensor_accurate.hpp"
 
-#include <quadmath.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdlib>
 #include <vector>
+
+#include "tensor/quad.hpp"
 
 namespace torix {
 
@@ -16,7 +16,7 @@ using Quad = __float128;
 
 // The expansion error, relative to 2 V / |r|^3, is taken as
 // kErrorScale (d / |r|)^(2 terms), d the largest cell side.  Measured against
-// 60-digit values for cubes, flat (5 x 5 x 3) and long (3 x 3 x 20) cells
+// 320-bit values for cubes, flat (5 x 5 x 3) and long (3 x 3 x 20) cells
 // the factor is below 30 from |r| = 3 d on; 100 leaves room.
 constexpr double kErrorScale = 100.0;
 // The truncation error is held this far below the accuracy asked for.
@@ -112,18 +112,16 @@ AccuratePlan plan_accurate(double dx, double dy, double dz, int n1, int n2, doub
     return p;
 }
 
+double expansion_error(const AccuratePlan& plan, double dist, int terms) {
+    const double q = std::pow(largest_side(plan.dx, plan.dy, plan.dz) / dist, 2.0);
+    return 2.0 * kErrorScale * std::pow(q, terms);
+}
+
 int expansion_terms(const AccuratePlan& plan, double dist) {
     if (plan.terms > 0) return plan.terms;
-    const double V = plan.dx * plan.dy * plan.dz;
-    const double scale = 2.0 * V / (dist * dist * dist);
-    const double target = kTruncationMargin * plan.rtol * 0.5 * scale;
-    const double q = std::pow(largest_side(plan.dx, plan.dy, plan.dz) / dist, 2.0);
-    double err = kErrorScale * scale * q;
+    const double target = kTruncationMargin * plan.rtol;
     int terms = 1;
-    while (err > target && terms < kMaxTerms) {
-        err *= q;
-        ++terms;
-    }
+    while (terms < kMaxTerms && expansion_error(plan, dist, terms) > target) ++terms;
     return terms;
 }
 
@@ -244,7 +242,10 @@ void calctensorc(const Array<double, 1>& A, const Array<double, 1>& MS, TensorAr
     const double ms2 = MS(m) * MS(m);
     const double ex = 2.0 * A(m) / (ms2 * dx * dx), ey = 2.0 * A(m) / (ms2 * dy * dy),
                  ez = 2.0 * A(m) / (ms2 * dz * dz);
-#pragma omp parallel for schedule(static)
+    const std::ptrdiff_t sc = AIJ.stride(3);  // from one component to the next
+    // Planes near i = 0 cost more (the near region, more terms), so they are
+    // dealt out one by one rather than in halves.
+#pragma omp parallel for schedule(static, 1)
     for (int i = 0; i <= nx + 1; ++i)
         for (int j = 0; j <= ny + 1; ++j)
             for (int k = 0; k <= nz + 1; ++k) {
@@ -253,6 +254,10 @@ void calctensorc(const Array<double, 1>& A, const Array<double, 1>& MS, TensorAr
                     newell_stencil(i, j, k, V, fetch, v);
                 else
                     expansion_block(i, j, k, dx, dy, dz, expansion_terms(plan, dist_of(i, j, k)), v);
+                const double e = (i == 1 && j == 0 && k == 0)   ? ex
+                                 : (i == 0 && j == 1 && k == 0) ? ey
+                                 : (i == 0 && j == 0 && k == 1) ? ez
+                                                                : 0.0;
                 // Mirror images: -i exists for 1 <= i <= nx, likewise j, k.
                 const int mi = (i >= 1 && i <= nx) ? 2 : 1, mj = (j >= 1 && j <= ny) ? 2 : 1,
                           mk = (k >= 1 && k <= nz) ? 2 : 1;
@@ -261,23 +266,20 @@ void calctensorc(const Array<double, 1>& A, const Array<double, 1>& MS, TensorAr
                         for (int a3 = 0; a3 < mk; ++a3) {
                             const int I = a1 ? -i : i, J = a2 ? -j : j, K = a3 ? -k : k;
                             const double s1 = a1 ? -1.0 : 1.0, s2 = a2 ? -1.0 : 1.0, s3 = a3 ? -1.0 : 1.0;
-                            AIJ(I, J, K, 1, m) += v[0];
-                            AIJ(I, J, K, 5, m) += v[1];
-                            AIJ(I, J, K, 9, m) += v[2];
-                            AIJ(I, J, K, 4, m) += v[3] * (s1 * s2);
-                            AIJ(I, J, K, 7, m) += v[4] * (s1 * s3);
-                            AIJ(I, J, K, 8, m) += v[5] * (s2 * s3);
-                            AIJ(I, J, K, 2, m) = AIJ(I, J, K, 4, m);
-                            AIJ(I, J, K, 3, m) = AIJ(I, J, K, 7, m);
-                            AIJ(I, J, K, 6, m) = AIJ(I, J, K, 8, m);
-                            double e = 0.0;
-                            if (i == 1 && j == 0 && k == 0) e = ex;
-                            else if (i == 0 && j == 1 && k == 0) e = ey;
-                            else if (i == 0 && j == 0 && k == 1) e = ez;
+                            double* c = &AIJ(I, J, K, 1, m);
+                            c[0 * sc] += v[0];
+                            c[4 * sc] += v[1];
+                            c[8 * sc] += v[2];
+                            c[3 * sc] += v[3] * (s1 * s2);
+                            c[6 * sc] += v[4] * (s1 * s3);
+                            c[7 * sc] += v[5] * (s2 * s3);
+                            c[1 * sc] = c[3 * sc];
+                            c[2 * sc] = c[6 * sc];
+                            c[5 * sc] = c[7 * sc];
                             if (e != 0.0) {
-                                AIJ(I, J, K, 1, m) += e;
-                                AIJ(I, J, K, 5, m) += e;
-                                AIJ(I, J, K, 9, m) += e;
+                                c[0 * sc] += e;
+                                c[4 * sc] += e;
+                                c[8 * sc] += e;
                             }
                         }
             }

@@ -50,6 +50,10 @@ AccuratePlan plan_accurate(double dx, double dy, double dz, int n1, int n2, doub
 // Terms of the expansion used at distance dist (cm) >= switch_dist.
 int expansion_terms(const AccuratePlan& plan, double dist);
 
+// Estimated truncation error of `terms` terms at distance dist (cm),
+// relative to V / dist^3.
+double expansion_error(const AccuratePlan& plan, double dist, int terms);
+
 // Dipolar block of offset (i, j, k) by the expansion with `terms` terms, as
 // the tensor holds it: xx, yy, zz, xy, xz, yz.  (i, j, k) != (0, 0, 0).
 void expansion_block(int i, int j, int k, double dx, double dy, double dz, int terms, double out[6]);

@@ -171,3 +171,23 @@ TEST(TensorAccurate, TensorCreateKinds) {
     calctensorc(A, MS, c, nx, ny, nz, 5e-7, 5e-7, 3e-7, 1, 1, 3, 0, 1e-12);
     EXPECT_TRUE(k1 == c);
 }
+
+// A switch and a number of terms that cannot reach r build the tensor as
+// asked, with a warning on standard error; the automatic choice warns not.
+TEST(TensorAccurate, ShortExpansionWarns) {
+    TempDir d;
+    const std::string head = "SET_CELL\n5e-7 5e-7 5e-7\nMASQUE_CREATE\n4e-6 4e-6 5e-7\nLOAD_MAT\n1\n1.3e-6 800\n";
+    const auto err_of = [&](const std::string& line) {
+        d.write("input.dat", head + "TENSOR_CREATE\n1\n" + line + "\nEND\n");
+        const auto old = std::filesystem::current_path();
+        std::filesystem::current_path(d.path());
+        ::testing::internal::CaptureStderr();
+        captured_cout([] { run_script("input.dat", "input.dat"); });
+        std::filesystem::current_path(old);
+        return ::testing::internal::GetCapturedStderr();
+    };
+    EXPECT_NE(err_of("2 3 1e-12").find("TENSOR_CREATE: warning: at the switch distance of 2 cell sides"),
+              std::string::npos);
+    EXPECT_EQ(err_of("0 0 0"), "");
+    EXPECT_EQ(err_of("12 0 1e-12"), "");
+}
