@@ -60,16 +60,20 @@ void savemodevti(const std::string& name, int p, int nx, int ny, int nz, double 
     VecGrid m0 = make_vec_grid(nx, ny, nz);
     Array<double, 3> amp({Range{0, nx}, Range{0, ny}, Range{0, nz}}, 0.0);
     Array<double, 3> phase({Range{0, nx}, Range{0, ny}, Range{0, nz}}, 0.0);
-    // Threads only where the grid is large enough to pay for them.
-    const bool large = static_cast<long long>(nx + 1) * (ny + 1) * (nz + 1) > 16384;
-#pragma omp parallel for schedule(static) if (large)
+    // One thread: this loop is a fraction of the file's writing, and on a
+    // busy machine a parallel loop waits for its slowest thread.
     for (int k = 0; k <= nz; ++k)
         for (int j = 0; j <= ny; ++j)
             for (int i = 0; i <= nx; ++i) {
                 if (MASQUE(i, j, k) == 0) continue;
-                const double r = std::hypot(M(i, j, k, 1), M(i, j, k, 2), M(i, j, k, 3));
+                const double x = M(i, j, k, 1), y = M(i, j, k, 2), z = M(i, j, k, 3);
+                const double r = std::sqrt(x * x + y * y + z * z);
                 for (int a = 1; a <= 3; ++a) m0(i, j, k, a) = r > 0.0 ? M(i, j, k, a) / r : 0.0;
-                amp(i, j, k) = amplitude(u, i, j, k);
+                // |u| from the parts already split (std::norm of a complex
+                // goes through a slow hypot in this library).
+                double a2 = 0.0;
+                for (int a = 1; a <= 3; ++a) a2 += re(i, j, k, a) * re(i, j, k, a) + im(i, j, k, a) * im(i, j, k, a);
+                amp(i, j, k) = std::sqrt(a2);
                 phase(i, j, k) = phase_of(local_components(u, M, i, j, k)[ref.component - 1]);
             }
     const std::ptrdiff_t cs = m0.stride(3);
