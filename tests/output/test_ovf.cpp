@@ -332,3 +332,31 @@ TEST(OvfCommands, ScriptErrorsNameTheFileOrTheLine) {
         EXPECT_NE(r.err.find(c.message), std::string::npos) << c.script << "\n" << r.err;
     }
 }
+
+// H of one isolated cube along z in 1000 Oe is the applied field minus the
+// cube's demagnetizing field 4 pi Ms / 3; the driving field is written as
+// its real part.  Both in A/m.
+TEST(OvfCommands, EffectiveAndDrivingFieldsInSI) {
+    TempDir dir;
+    dir.write("input.dat",
+              "SET_CELL\n5e-7 5e-7 5e-7\nLOAD_MAT\n1\n0 800\nMASQUE_CREATE\n5e-7 5e-7 5e-7\n"
+              "ADD_SHAPE\n3\n5e-7 5e-7 5e-7 0 0 0 1\nTENSOR_CREATE\n0\nINIT_M\n4\nADD_EXT_FIELD\n1\n0 0 1000\n"
+              "CALC_FIELD\nOVF_SAVE\n2 2\nh.ovf\nSET_HRF\n1\n1 2 0 0 -3 5\nOVF_SAVE\n4 1\nhrf.ovf\n"
+              "SOLVE_MATRIX\n1\nPLOT_ABS\nabs.svg\n10\nEND\n");
+    const RunResult r = run_torix(dir);
+    EXPECT_EQ(r.status, 1);
+    // PLOT_ABS needs the couplings, as PRINT_ABS does.
+    EXPECT_NE(r.err.find("input.dat:30: PLOT_ABS: no coupling coefficients for the modes; run CALC_C first"),
+              std::string::npos)
+        << r.err;
+    const double am = 1000.0 / (4.0 * std::numbers::pi);
+    VecGrid h = make_vec_grid(0, 0, 0), rf = make_vec_grid(0, 0, 0);
+    const OvfHeader hh = loadovf((dir / "h.ovf").string(), 0, 0, 0, 5e-7, 5e-7, 5e-7, h);
+    EXPECT_EQ(hh.labels[2], "H_z");
+    EXPECT_NEAR(h(0, 0, 0, 1), 0.0, 1e-9);
+    EXPECT_NEAR(h(0, 0, 0, 3), (1000.0 - 4.0 * std::numbers::pi * 800.0 / 3.0) * am, 1e-6 * 1000.0 * am);
+    loadovf((dir / "hrf.ovf").string(), 0, 0, 0, 5e-7, 5e-7, 5e-7, rf);
+    EXPECT_NEAR(rf(0, 0, 0, 1), 1.0 * am, 1e-12 * am);
+    EXPECT_EQ(rf(0, 0, 0, 2), 0.0);
+    EXPECT_NEAR(rf(0, 0, 0, 3), -3.0 * am, 1e-12 * am);
+}
