@@ -69,7 +69,7 @@ std::string binary_file(int nx, int ny, int nz, double d, int bytes) {
 // OOMMF's documented example layout, CRLF line ends and comments in the data.
 std::string oommf_text_file(int nx, int ny, int nz, double d_nm) {
     std::string s =
-        "# OOMMF OVF 2.0\r\n#\r\n# Segment count: 1\r\n#\r\n# Begin: Segment\r\n# Begin: Header\r\n#\r\n"
+        "# OOMMF OVF 2.0\r\n#\r\n# Segment count: 000001\r\n#\r\n# Begin: Segment\r\n# Begin: Header\r\n#\r\n"
         "# Title: Oxs_Demag::Field\r\n# Desc: Iteration: 0\r\n## Fundamental mesh measurement unit.\r\n"
         "# meshunit: nm\r\n#\r\n# meshtype: rectangular\r\n";
     char buf[400];
@@ -232,6 +232,9 @@ TEST(Ovf, GridMismatchesAndLyingFilesAreClearErrors) {
     EXPECT_NE(tload(replace(text, "1.150000e+01", "2.0O5e1")).find("expected a number in the data block, found \"2.0O5e1\""),
               std::string::npos);
     EXPECT_NE(tload(replace(text, "# End: data text", "#")).find("no \"# End: data text\" line"), std::string::npos);
+    EXPECT_NE(tload(replace(text, "1.150000e+01", "inf")).find("node 6 (x fastest, from 0), component 1: inf is not a finite number"),
+              std::string::npos)
+        << tload(replace(text, "1.150000e+01", "inf"));
 
     // Every truncation and many single-byte corruptions of a whole file end
     // in a clean error or a good read, never in a crash or a hang.
