@@ -6,6 +6,7 @@
 
 #include "core/records.hpp"
 #include "eigen/dynamic_matrix.hpp"
+#include "output/number_text.hpp"
 
 namespace torix {
 
@@ -15,17 +16,19 @@ constexpr double kPi = std::numbers::pi;
 
 // "%16.8E" items, each after a blank.
 void put_reals(std::string& s, std::initializer_list<double> v) {
-    char buf[32];
     for (double x : v) {
-        std::snprintf(buf, sizeof buf, " %16.8E", x + 0.0);
-        s += buf;
+        s += ' ';
+        append_sci(s, x, 16, 8);
     }
 }
 
+// "%5d %5d %5d"
 void put_cell(std::string& s, int i, int j, int k) {
-    char buf[48];
-    std::snprintf(buf, sizeof buf, "%5d %5d %5d", i, j, k);
-    s += buf;
+    append_int(s, i, 5);
+    s += ' ';
+    append_int(s, j, 5);
+    s += ' ';
+    append_int(s, k, 5);
 }
 
 double wrap(double d) {
