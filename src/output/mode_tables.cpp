@@ -156,7 +156,7 @@ int winding_number(const std::vector<double>& phase) {
 }
 
 std::vector<AngleSample> angle_profile(const ModeInput& in, const CVecGrid& u, int k, double x0, double y0, double r,
-                                       double dtheta, int& index) {
+                                       double dtheta, int& index, int& harmonic) {
     const long long n = static_cast<long long>(std::ceil(360.0 / dtheta - 1e-9));
     std::vector<AngleSample> out(static_cast<std::size_t>(n));
     std::vector<std::array<cplx, 2>> v(out.size());
@@ -198,6 +198,16 @@ std::vector<AngleSample> angle_profile(const ModeInput& in, const CVecGrid& u, i
     std::vector<double> ph(out.size());
     for (std::size_t s = 0; s < out.size(); ++s) ph[s] = out[s].phase = phase_of(v[s][dc]);
     index = winding_number(ph);
+    harmonic = 0;
+    double best = -1.0;
+    const int mmax = static_cast<int>(out.size() / 2);
+    for (int a = 0; a <= mmax; ++a)
+        for (int m : {a, -a}) {
+            cplx c{};
+            for (std::size_t s = 0; s < out.size(); ++s) c += v[s][dc] * std::polar(1.0, -m * out[s].theta * kPi / 180.0);
+            // A relative margin keeps ties (standing waves) on the positive m found first.
+            if (std::abs(c) > best * (1.0 + 1e-9)) best = std::abs(c), harmonic = m;
+        }
     return out;
 }
 
@@ -211,10 +221,11 @@ void print_angle(const ModeInput& in, int p1, int p2, int k, double x0, double y
     CVecGrid u;
     for (int p = p1; p <= p2; ++p) {
         reference_mode(in, p, false, u);
-        int index = 0;
-        const auto prof = angle_profile(in, u, k, x0, y0, r, dtheta, index);
+        int index = 0, harmonic = 0;
+        const auto prof = angle_profile(in, u, k, x0, y0, r, dtheta, index, harmonic);
         block_gap(out, p == p1);
-        out += mode_comment(in, p) + " index= " + std::to_string(index) + '\n';
+        out += mode_comment(in, p) + " index= " + std::to_string(index) + " harmonic= " + std::to_string(harmonic) +
+               '\n';
         for (const auto& s : prof) {
             put_reals(out, {s.theta, s.amplitude, s.phase});
             out += '\n';

@@ -51,7 +51,7 @@ std::vector<Block> blocks(const std::string& text) {
 
 int index_of(const std::string& comment) {
     const auto at = comment.find("index= ");
-    return at == std::string::npos ? -999 : std::stoi(comment.substr(at + 7));
+    return at == std::string::npos ? -999 : std::stoi(comment.substr(at + 7, comment.find(' ', at + 7) - at - 7));
 }
 
 // A ring of cells in a single layer on a 24 x 24 grid of 10 nm cells, centre
@@ -135,6 +135,7 @@ TEST(ModeCommands, RingModesGiveTheirAzimuthalIndexAndPhases) {
     ASSERT_EQ(angle.size(), 4u);
     for (int q = 0; q < 4; ++q) {
         EXPECT_EQ(index_of(angle[q].comment), ring.ms[q]) << angle[q].comment;
+        EXPECT_EQ(std::stoi(angle[q].comment.substr(angle[q].comment.find("harmonic= ") + 10)), ring.ms[q]);
         ASSERT_EQ(angle[q].rows.size(), 72u);
         EXPECT_DOUBLE_EQ(angle[q].rows[71][0], 355.0);
     }
