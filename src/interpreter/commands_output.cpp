@@ -1,5 +1,4 @@
-// Driven-response commands, and the mode drawings and phase analyses whose
-// work is not part of this program (they read their lines and acknowledge).
+// Driven-response commands.
 #include <algorithm>
 #include <cstdio>
 
@@ -125,59 +124,6 @@ void cmd_print_abs(Session& s) {
     AtomicFile file(st.FNAME, false);
     for (const auto& row : table) file.stream() << free_line(row.w, row.power, row.nearest) << '\n';
     file.commit();
-    s.ack();
-}
-
-// Subsystem of mode drawings and phase analyses: not part of this program;
-// each command reads its parameter lines and acknowledges.
-void cmd_print_phases(Session& s) {
-    s.line();
-    (void)s.in.i32("the first mode");
-    (void)s.in.i32("the last mode");
-    s.ack();
-}
-
-void cmd_draw_modes(Session& s) {
-    s.line();
-    (void)s.in.i32("the first mode");
-    (void)s.in.i32("the last mode");
-    s.ack();
-}
-
-void cmd_draw_modes_e(Session& s) {
-    s.line();
-    (void)s.in.f64("the drawing parameter");
-    s.ack();
-}
-
-void cmd_draw_modes_p(Session& s) {
-    s.line();
-    (void)s.in.i32("the mode");
-    (void)s.in.f64("the drawing parameter");
-    s.line();
-    (void)s.in.i32("the projection");
-    s.ack();
-}
-
-void cmd_print_slices(Session& s) {
-    s.line();
-    for (int i = 1; i <= 6; ++i) (void)s.in.i32("integer " + std::to_string(i) + " of 6");
-    s.ack();
-}
-
-void cmd_print_angle(Session& s) {
-    s.line();
-    for (int i = 1; i <= 3; ++i) (void)s.in.i32("integer " + std::to_string(i) + " of 3");
-    for (int i = 1; i <= 4; ++i) (void)s.in.f64("real " + std::to_string(i) + " of 4");
-    s.ack();
-}
-
-void cmd_vec3(Session& s) {
-    s.line();
-    (void)s.in.i32("the mode");
-    (void)s.in.f64("the first real");
-    (void)s.in.f64("the second real");
-    s.st.FNAME = s.in.name("the file name");
     s.ack();
 }
 

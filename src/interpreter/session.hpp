@@ -68,6 +68,7 @@ void cmd_set_hrf(Session&);
 void cmd_calc_c(Session&);
 void cmd_print_c(Session&);
 void cmd_print_abs(Session&);
+// commands_modes.cpp
 void cmd_print_phases(Session&);
 void cmd_draw_modes(Session&);
 void cmd_draw_modes_e(Session&);

@@ -72,6 +72,13 @@ double participation_ratio(const CVecGrid& u, const IntGrid& MASQUE, int nx, int
     return s2 * s2 / (static_cast<double>(n) * s4);
 }
 
+PhaseRef reference_mode(const ModeInput& in, int p, bool left, CVecGrid& u) {
+    mode_vector(in.nx, in.ny, in.nz, in.N, in.MASQUE, in.NUM, in.M, left ? in.MODESL : in.MODES, p, u);
+    const PhaseRef r = find_phase(u, in.M, in.MASQUE, in.nx, in.ny, in.nz);
+    normalise_mode(u, r);
+    return r;
+}
+
 double phase_of(cplx z) {
     if (z == cplx{}) return 0.0;
     const double a = std::atan2(z.imag(), z.real());

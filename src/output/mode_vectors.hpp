@@ -77,4 +77,23 @@ struct DominantComponent {
     [[nodiscard]] int take() const { return s1 >= s2 ? 1 : 2; }
 };
 
+// Everything the mode tables and drawings read from the model state.
+// Lengths in cm; W(p, 1:2) = (f, g) in Oe for p = 1..nmodes; gyro the
+// gyromagnetic ratio (rad/(s Oe)), 1 when the script works in field units.
+struct ModeInput {
+    int nx, ny, nz, N, nmodes;
+    double dx, dy, dz, gyro;
+    const IntGrid& MASQUE;
+    const IntGrid& NUM;
+    const VecGrid& M;
+    const Array<double, 2>& W;
+    const Array<cplx, 3>& MODES;
+    const Array<cplx, 3>& MODESL;
+};
+
+// u of mode p (right vectors, or left with `left`), referenced with
+// find_phase and normalised: the largest amplitude is 1.  Returns the
+// reference of the unnormalised vector (amax in the stored scale).
+PhaseRef reference_mode(const ModeInput& in, int p, bool left, CVecGrid& u);
+
 }  // namespace torix
