@@ -18,7 +18,7 @@ constexpr double kPi = std::numbers::pi;
 
 std::string title_of(const ModeInput& in, int p, const std::string& view) {
     char buf[200];
-    const double f = in.W(p, 1), g = in.W(p, 2);
+    const double f = in.W(p, 1) + 0.0, g = in.W(p, 2) + 0.0;
     int n = std::snprintf(buf, sizeof buf, "mode %d%s   f = %.6g Oe   g = %.4g Oe", p, view.c_str(), f, g);
     if (in.gyro != 1.0)
         std::snprintf(buf + n, sizeof buf - static_cast<std::size_t>(n), "   f gyro / 2 pi = %.6g Hz",
