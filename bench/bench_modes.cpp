@@ -64,7 +64,8 @@ struct Model {
 // Runs the benchmark body inside a scratch directory.
 struct Scratch {
     std::filesystem::path old = std::filesystem::current_path();
-    std::filesystem::path dir = std::filesystem::temp_directory_path() / ("torix-bench-modes-" + std::to_string(getpid()));
+    std::filesystem::path dir =
+        std::filesystem::temp_directory_path() / ("torix-bench-modes-" + std::to_string(getpid()));
     Scratch() {
         std::filesystem::create_directories(dir);
         std::filesystem::current_path(dir);

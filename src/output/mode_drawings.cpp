@@ -18,7 +18,7 @@ constexpr double kPi = std::numbers::pi;
 
 std::string title_of(const ModeInput& in, int p, const std::string& view) {
     char buf[200];
-    const double f = in.W(p, 1), g = in.W(p, 2);
+    const double f = in.W(p, 1) + 0.0, g = in.W(p, 2) + 0.0;
     int n = std::snprintf(buf, sizeof buf, "mode %d%s   f = %.6g Oe   g = %.4g Oe", p, view.c_str(), f, g);
     if (in.gyro != 1.0)
         std::snprintf(buf + n, sizeof buf - static_cast<std::size_t>(n), "   f gyro / 2 pi = %.6g Hz",
@@ -259,7 +259,8 @@ void write_mode_eps(const ModePicture& pic, double scale, const std::string& nam
     const double cx = W - legend_w / 2.0, cy = top - 30.0, R = 22.0;
     for (int n = 0; n < 36; ++n) {
         const auto c = phase_colour(n * kPi / 18.0, 1.0);
-        std::snprintf(buf, sizeof buf, "%.3f %.3f %.3f setrgbcolor newpath %.2f %.2f moveto %.2f %.2f %.1f %.1f %.1f arc closepath fill\n",
+        std::snprintf(buf, sizeof buf,
+                      "%.3f %.3f %.3f setrgbcolor newpath %.2f %.2f moveto %.2f %.2f %.1f %.1f %.1f arc closepath fill\n",
                       c[0], c[1], c[2], cx, cy, cx, cy, R, n * 10.0 - 5.0, n * 10.0 + 5.5);
         o += buf;
     }

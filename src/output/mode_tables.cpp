@@ -204,7 +204,8 @@ std::vector<AngleSample> angle_profile(const ModeInput& in, const CVecGrid& u, i
     for (int a = 0; a <= mmax; ++a)
         for (int m : {a, -a}) {
             cplx c{};
-            for (std::size_t s = 0; s < out.size(); ++s) c += v[s][dc] * std::polar(1.0, -m * out[s].theta * kPi / 180.0);
+            for (std::size_t s = 0; s < out.size(); ++s)
+                c += v[s][dc] * std::polar(1.0, -m * out[s].theta * kPi / 180.0);
             // A relative margin keeps ties (standing waves) on the positive m found first.
             if (std::abs(c) > best * (1.0 + 1e-9)) best = std::abs(c), harmonic = m;
         }
@@ -249,6 +250,7 @@ void fm3(const VecGrid& M, const IntGrid& MASQUE, const Array<double, 1>& MS, co
                 double w[3];
                 for (int c = 0; c < 3; ++c) w[c] = M(i, j, k, c + 1) / ms + a * (uhat(i, j, k, c + 1) * e).real();
                 const double l = std::hypot(w[0], w[1], w[2]);
+                if (!(l > 0.0)) continue;  // a cell without M or motion keeps M
                 for (int c = 0; c < 3; ++c) out(i, j, k, c + 1) = ms * w[c] / l;
             }
 }

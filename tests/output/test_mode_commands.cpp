@@ -184,7 +184,7 @@ TEST(ModeCommands, DrawingsOfARingMode) {
     TempDir dir;
     const Ring ring;
     ring.write(dir);
-    const RunResult r = run(dir, Ring::script("DRAW_MODES\n1 1\nDRAW_MODES_P\n2 0\n3\n"));
+    const RunResult r = run(dir, Ring::script("DRAW_MODES_E\n2500\nDRAW_MODES\n1 1\nDRAW_MODES_P\n2 0\n3\n"));
     ASSERT_EQ(r.status, 0) << r.err;
     png_image img{};
     img.version = PNG_IMAGE_VERSION;
@@ -204,6 +204,10 @@ TEST(ModeCommands, DrawingsOfARingMode) {
     EXPECT_EQ(at(22, 11), (std::array<int, 3>{255, 0, 0}));
     EXPECT_EQ(at(12, 2), (std::array<int, 3>{170, 0, 0}));
     EXPECT_EQ(at(12, 12), (std::array<int, 3>{255, 255, 255}));  // the hole
+    // DRAW_MODES_E 2500: modes 1 and 2 (1000 and 2000 Oe), a single layer
+    // drawn from the top.
+    EXPECT_TRUE(dir.exists("mode002.eps"));
+    EXPECT_FALSE(dir.exists("mode003.eps"));
     EXPECT_TRUE(dir.exists("mode002_z.eps"));
     EXPECT_TRUE(dir.exists("mode002_z.png"));
     if (std::system("command -v gs > /dev/null 2>&1") != 0) GTEST_SKIP() << "no Ghostscript to render the EPS";
