@@ -25,6 +25,10 @@ struct Model {
     IntGrid mask, num;
     VecGrid M;
     Array<cplx, 3> modes;
+    Array<double, 2> W;
+    [[nodiscard]] ModeInput input() const {
+        return ModeInput{nx, ny, nz, N, 1, 5e-7, 5e-7, 5e-7, 1.0, mask, num, M, W, modes, modes};
+    }
 };
 
 const Model& model() {
@@ -46,6 +50,9 @@ const Model& model() {
                 }
         b.modes.allocate({Range{1, b.N}, Range{1, 2}, Range{1, 1}});
         for (cplx& v : b.modes) v = {u(g), u(g)};
+        b.W.allocate({Range{1, 1}, Range{1, 2}});
+        b.W(1, 1) = 1000.0;
+        b.W(1, 2) = 10.0;
         return b;
     }();
     return m;
@@ -60,7 +67,7 @@ void BM_mode_ovf_pair(benchmark::State& state) {
     const Model& m = model();
     const std::string re = scratch("re.ovf"), im = scratch("im.ovf");
     for (auto _ : state)
-        savemodeovf(re, im, 1, m.nx, m.ny, m.nz, 5e-7, 5e-7, 5e-7, m.N, m.mask, m.num, m.M, m.modes, 1000.0, 10.0);
+        savemodeovf(re, im, m.input(), 1);
     state.counters["MB"] = 2.0 * static_cast<double>(std::filesystem::file_size(re)) / 1e6;
     std::remove(re.c_str());
     std::remove(im.c_str());
@@ -71,8 +78,7 @@ void BM_mode_vti(benchmark::State& state) {
     const Model& m = model();
     const std::string name = scratch("mode.vti");
     for (auto _ : state)
-        savemodevti(name, 1, m.nx, m.ny, m.nz, 5e-7, 5e-7, 5e-7, m.N, m.mask, m.num, m.M, m.modes, 1000.0, 10.0,
-                    1000.0);
+        savemodevti(name, m.input(), 1, 1000.0);
     state.counters["MB"] = static_cast<double>(std::filesystem::file_size(name)) / 1e6;
     std::remove(name.c_str());
 }

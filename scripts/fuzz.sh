@@ -40,6 +40,8 @@ find "$CASES" -type f \( -name 'm*.bin' -o -name 'm*.txt' -o -name 'h*.txt' -o -
     seed fuzz_field '\x3f\x05' '\x3f\x04' '\x09\x01' '\x09\x00'
 find "$CASES" -type f -name 'eig*.dat' | seed fuzz_eigen '\x3f\x05' '\x3f\x04' '\x09\x01' '\x09\x00'
 find "$CASES" -type f -name 'hrf*.txt' | seed fuzz_hrf '\x3f\x05' '\x09\x00'
+# OVF files: the case files_ovf's grid is 3 x 1 x 1 cells (largest indices 2 0 0).
+find "$CASES" -type f -name '*.ovf' | seed fuzz_ovf '\x02\x00' '\x3f\x05'
 
 # The targets write their scratch files under TMPDIR.
 SCRATCH=$(mktemp -d)

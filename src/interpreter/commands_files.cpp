@@ -66,6 +66,11 @@ void need_modes_and_m(const ModelState& st) {
     need_modes_on_grid(st);
 }
 
+ModeInput mode_input(const ModelState& st) {
+    return ModeInput{st.nx,   st.ny,     st.nz,  st.ncells, st.nmodes, st.dx,   st.dy,
+                     st.dz,   st.gyro,   st.MASQUE, st.NUM, st.M,      st.W,    st.MODES, st.MODESL};
+}
+
 // "<prefix>NNN": the mode number in at least three digits.
 std::string mode_file(const std::string& prefix, int p, const char* tail) {
     char num[16];
@@ -240,18 +245,16 @@ void cmd_mode_save(Session& s) {
     need_grid(st);
     need_modes_and_m(st);
     const int first = std::max(p1, 1), last = std::min(p2, st.nmodes);
-    const int nx = st.nx, ny = st.ny, nz = st.nz;
+    const ModeInput in = mode_input(st);
     std::vector<std::pair<double, std::string>> collection;
     for (int p = first; p <= last; ++p) {
         if (kind == 1) {
-            savemodeovf(mode_file(st.FNAME, p, "_re.ovf"), mode_file(st.FNAME, p, "_im.ovf"), p, nx, ny, nz, st.dx,
-                        st.dy, st.dz, st.ncells, st.MASQUE, st.NUM, st.M, st.MODES, st.W(p, 1), st.W(p, 2));
+            savemodeovf(mode_file(st.FNAME, p, "_re.ovf"), mode_file(st.FNAME, p, "_im.ovf"), in, p);
             continue;
         }
         const std::string file = mode_file(st.FNAME, p, ".vti");
         const double shown = plot_frequency(st, st.W(p, 1));
-        savemodevti(file, p, nx, ny, nz, st.dx, st.dy, st.dz, st.ncells, st.MASQUE, st.NUM, st.M, st.MODES,
-                    st.W(p, 1), st.W(p, 2), shown);
+        savemodevti(file, in, p, shown);
         // The collection sits beside its files and names them relative to itself.
         collection.emplace_back(shown, std::filesystem::path(file).filename().string());
     }

@@ -7,6 +7,7 @@
 
 #include "core/records.hpp"
 #include "eigen/dynamic_matrix.hpp"
+#include "output/number_text.hpp"
 #include "output/png_map.hpp"
 
 namespace torix {
@@ -17,7 +18,7 @@ constexpr double kPi = std::numbers::pi;
 
 std::string title_of(const ModeInput& in, int p, const std::string& view) {
     char buf[200];
-    const double f = in.W(p, 1), g = in.W(p, 2);
+    const double f = in.W(p, 1) + 0.0, g = in.W(p, 2) + 0.0;
     int n = std::snprintf(buf, sizeof buf, "mode %d%s   f = %.6g Oe   g = %.4g Oe", p, view.c_str(), f, g);
     if (in.gyro != 1.0)
         std::snprintf(buf + n, sizeof buf - static_cast<std::size_t>(n), "   f gyro / 2 pi = %.6g Hz",
@@ -217,8 +218,11 @@ void write_mode_eps(const ModePicture& pic, double scale, const std::string& nam
         for (int v = 0; v < P.nv; ++v)
             for (int h = 0; h < P.nh; ++h) {
                 if (!P.present[static_cast<std::size_t>(h + P.nh * v)]) continue;
-                std::snprintf(buf, sizeof buf, "%.2f %.2f %.2f %.2f F\n", x0 + h * cw, y0 + v * ch, cw, ch);
-                o += buf;
+                for (double z : {x0 + h * cw, y0 + v * ch, cw, ch}) {
+                    append_fixed(o, z, 2);
+                    o += ' ';
+                }
+                o += "F\n";
             }
         o += "0.4 setgray 0.3 setlinewidth\n";
         std::snprintf(buf, sizeof buf, "%.2f %.2f %.2f %.2f rectstroke\n", x0, y0, P.nh * cw, P.nv * ch);
@@ -232,10 +236,16 @@ void write_mode_eps(const ModePicture& pic, double scale, const std::string& nam
                 const std::size_t s = static_cast<std::size_t>(h + P.nh * v);
                 if (!P.present[s] || !(semi[q][s] > 1e-3 * big)) continue;
                 const auto c = phase_colour(P.phase[s], 1.0);
-                std::snprintf(buf, sizeof buf, "%.3f %.3f %.3f %.3f %.3f %.3f %.3f %.2f %.2f O\n", c[0], c[1], c[2],
-                              P.uh[s].real() * s_pt, P.uv[s].real() * s_pt, P.uh[s].imag() * s_pt,
-                              P.uv[s].imag() * s_pt, x0 + (h + 0.5) * cw, y0 + (v + 0.5) * ch);
-                o += buf;
+                for (double z : {c[0], c[1], c[2], P.uh[s].real() * s_pt, P.uv[s].real() * s_pt,
+                                 P.uh[s].imag() * s_pt, P.uv[s].imag() * s_pt}) {
+                    append_fixed(o, z, 3);
+                    o += ' ';
+                }
+                for (double z : {x0 + (h + 0.5) * cw, y0 + (v + 0.5) * ch}) {
+                    append_fixed(o, z, 2);
+                    o += ' ';
+                }
+                o += "O\n";
             }
         if (!P.label.empty()) {
             std::snprintf(buf, sizeof buf, "0 setgray /Helvetica findfont 8 scalefont setfont %.2f %.2f moveto ", x0,
@@ -249,7 +259,8 @@ void write_mode_eps(const ModePicture& pic, double scale, const std::string& nam
     const double cx = W - legend_w / 2.0, cy = top - 30.0, R = 22.0;
     for (int n = 0; n < 36; ++n) {
         const auto c = phase_colour(n * kPi / 18.0, 1.0);
-        std::snprintf(buf, sizeof buf, "%.3f %.3f %.3f setrgbcolor newpath %.2f %.2f moveto %.2f %.2f %.1f %.1f %.1f arc closepath fill\n",
+        std::snprintf(buf, sizeof buf,
+                      "%.3f %.3f %.3f setrgbcolor newpath %.2f %.2f moveto %.2f %.2f %.1f %.1f %.1f arc closepath fill\n",
                       c[0], c[1], c[2], cx, cy, cx, cy, R, n * 10.0 - 5.0, n * 10.0 + 5.5);
         o += buf;
     }

@@ -11,15 +11,6 @@ namespace torix {
 
 namespace {
 
-CVecGrid normalised_mode(int nx, int ny, int nz, int N, const IntGrid& MASQUE, const IntGrid& NUM, const VecGrid& M,
-                         const Array<cplx, 3>& MODES, int p, PhaseRef& ref) {
-    CVecGrid u;
-    mode_vector(nx, ny, nz, N, MASQUE, NUM, M, MODES, p, u);
-    ref = find_phase(u, M, MASQUE, nx, ny, nz);
-    normalise_mode(u, ref);
-    return u;
-}
-
 void split(const CVecGrid& u, VecGrid& re, VecGrid& im) {
     re = make_vec_grid(u.hi(0), u.hi(1), u.hi(2));
     im = make_vec_grid(u.hi(0), u.hi(1), u.hi(2));
@@ -34,46 +25,49 @@ void split(const CVecGrid& u, VecGrid& re, VecGrid& im) {
 
 }  // namespace
 
-void savemodeovf(const std::string& re_name, const std::string& im_name, int p, int nx, int ny, int nz, double dx,
-                 double dy, double dz, int N, const IntGrid& MASQUE, const IntGrid& NUM, const VecGrid& M,
-                 const Array<cplx, 3>& MODES, double f, double g) {
-    PhaseRef ref;
-    const CVecGrid u = normalised_mode(nx, ny, nz, N, MASQUE, NUM, M, MODES, p, ref);
+void savemodeovf(const std::string& re_name, const std::string& im_name, const ModeInput& in, int p) {
+    CVecGrid u;
+    (void)reference_mode(in, p, false, u);
     VecGrid re, im;
     split(u, re, im);
     const std::string n = std::to_string(p);
-    const std::string desc = "TORIX mode " + n + ": f = " + format_real(f) + " Oe, g = " + format_real(g) +
-                             " Oe; Cartesian mode vector u, largest amplitude 1";
+    const std::string desc = "TORIX mode " + n + ": f = " + format_real(in.W(p, 1)) + " Oe, g = " +
+                             format_real(in.W(p, 2)) + " Oe; Cartesian mode vector u, largest amplitude 1";
     const OvfLabels lre{"mode " + n + " Re u", desc, {"Re_u_x", "Re_u_y", "Re_u_z"}, {"1", "1", "1"}};
     const OvfLabels lim{"mode " + n + " Im u", desc, {"Im_u_x", "Im_u_y", "Im_u_z"}, {"1", "1", "1"}};
-    saveovf(re_name, re, MASQUE, nx, ny, nz, dx, dy, dz, 1.0, lre, true);
-    saveovf(im_name, im, MASQUE, nx, ny, nz, dx, dy, dz, 1.0, lim, true);
+    saveovf(re_name, re, in.MASQUE, in.nx, in.ny, in.nz, in.dx, in.dy, in.dz, 1.0, lre, true);
+    saveovf(im_name, im, in.MASQUE, in.nx, in.ny, in.nz, in.dx, in.dy, in.dz, 1.0, lim, true);
 }
 
-void savemodevti(const std::string& name, int p, int nx, int ny, int nz, double dx, double dy, double dz, int N,
-                 const IntGrid& MASQUE, const IntGrid& NUM, const VecGrid& M, const Array<cplx, 3>& MODES, double f,
-                 double g, double shown_f) {
-    PhaseRef ref;
-    const CVecGrid u = normalised_mode(nx, ny, nz, N, MASQUE, NUM, M, MODES, p, ref);
+void savemodevti(const std::string& name, const ModeInput& in, int p, double shown_f) {
+    const int nx = in.nx, ny = in.ny, nz = in.nz;
+    const IntGrid& MASQUE = in.MASQUE;
+    const VecGrid& M = in.M;
+    CVecGrid u;
+    const PhaseRef ref = reference_mode(in, p, false, u);
     VecGrid re, im;
     split(u, re, im);
     VecGrid m0 = make_vec_grid(nx, ny, nz);
     Array<double, 3> amp({Range{0, nx}, Range{0, ny}, Range{0, nz}}, 0.0);
     Array<double, 3> phase({Range{0, nx}, Range{0, ny}, Range{0, nz}}, 0.0);
-    // Threads only where the grid is large enough to pay for them.
-    const bool large = static_cast<long long>(nx + 1) * (ny + 1) * (nz + 1) > 16384;
-#pragma omp parallel for schedule(static) if (large)
+    // One thread: this loop is a fraction of the file's writing, and on a
+    // busy machine a parallel loop waits for its slowest thread.
     for (int k = 0; k <= nz; ++k)
         for (int j = 0; j <= ny; ++j)
             for (int i = 0; i <= nx; ++i) {
                 if (MASQUE(i, j, k) == 0) continue;
-                const double r = std::hypot(M(i, j, k, 1), M(i, j, k, 2), M(i, j, k, 3));
+                const double x = M(i, j, k, 1), y = M(i, j, k, 2), z = M(i, j, k, 3);
+                const double r = std::sqrt(x * x + y * y + z * z);
                 for (int a = 1; a <= 3; ++a) m0(i, j, k, a) = r > 0.0 ? M(i, j, k, a) / r : 0.0;
-                amp(i, j, k) = amplitude(u, i, j, k);
+                // |u| from the parts already split (std::norm of a complex
+                // goes through a slow hypot in this library).
+                double a2 = 0.0;
+                for (int a = 1; a <= 3; ++a) a2 += re(i, j, k, a) * re(i, j, k, a) + im(i, j, k, a) * im(i, j, k, a);
+                amp(i, j, k) = std::sqrt(a2);
                 phase(i, j, k) = phase_of(local_components(u, M, i, j, k)[ref.component - 1]);
             }
     const std::ptrdiff_t cs = m0.stride(3);
-    savevti(name, nx, ny, nz, dx, dy, dz,
+    savevti(name, nx, ny, nz, in.dx, in.dy, in.dz,
             {{"m0", 3, m0.data(), nullptr, cs},
              {"u_re", 3, re.data(), nullptr, cs},
              {"u_im", 3, im.data(), nullptr, cs},
@@ -81,8 +75,8 @@ void savemodevti(const std::string& name, int p, int nx, int ny, int nz, double 
              {"phase", 1, phase.data(), nullptr, 0},
              {"material", 1, nullptr, MASQUE.data(), 0}},
             {{"mode", static_cast<double>(p)},
-             {"f", f},
-             {"g", g},
+             {"f", in.W(p, 1)},
+             {"g", in.W(p, 2)},
              {"frequency", shown_f},
              {"participation_ratio", participation_ratio(u, MASQUE, nx, ny, nz)}});
 }

@@ -6,6 +6,7 @@
 
 #include "core/records.hpp"
 #include "eigen/dynamic_matrix.hpp"
+#include "output/number_text.hpp"
 
 namespace torix {
 
@@ -15,17 +16,19 @@ constexpr double kPi = std::numbers::pi;
 
 // "%16.8E" items, each after a blank.
 void put_reals(std::string& s, std::initializer_list<double> v) {
-    char buf[32];
     for (double x : v) {
-        std::snprintf(buf, sizeof buf, " %16.8E", x + 0.0);
-        s += buf;
+        s += ' ';
+        append_sci(s, x, 16, 8);
     }
 }
 
+// "%5d %5d %5d"
 void put_cell(std::string& s, int i, int j, int k) {
-    char buf[48];
-    std::snprintf(buf, sizeof buf, "%5d %5d %5d", i, j, k);
-    s += buf;
+    append_int(s, i, 5);
+    s += ' ';
+    append_int(s, j, 5);
+    s += ' ';
+    append_int(s, k, 5);
 }
 
 double wrap(double d) {
@@ -153,7 +156,7 @@ int winding_number(const std::vector<double>& phase) {
 }
 
 std::vector<AngleSample> angle_profile(const ModeInput& in, const CVecGrid& u, int k, double x0, double y0, double r,
-                                       double dtheta, int& index) {
+                                       double dtheta, int& index, int& harmonic) {
     const long long n = static_cast<long long>(std::ceil(360.0 / dtheta - 1e-9));
     std::vector<AngleSample> out(static_cast<std::size_t>(n));
     std::vector<std::array<cplx, 2>> v(out.size());
@@ -195,6 +198,17 @@ std::vector<AngleSample> angle_profile(const ModeInput& in, const CVecGrid& u, i
     std::vector<double> ph(out.size());
     for (std::size_t s = 0; s < out.size(); ++s) ph[s] = out[s].phase = phase_of(v[s][dc]);
     index = winding_number(ph);
+    harmonic = 0;
+    double best = -1.0;
+    const int mmax = static_cast<int>(out.size() / 2);
+    for (int a = 0; a <= mmax; ++a)
+        for (int m : {a, -a}) {
+            cplx c{};
+            for (std::size_t s = 0; s < out.size(); ++s)
+                c += v[s][dc] * std::polar(1.0, -m * out[s].theta * kPi / 180.0);
+            // A relative margin keeps ties (standing waves) on the positive m found first.
+            if (std::abs(c) > best * (1.0 + 1e-9)) best = std::abs(c), harmonic = m;
+        }
     return out;
 }
 
@@ -208,10 +222,11 @@ void print_angle(const ModeInput& in, int p1, int p2, int k, double x0, double y
     CVecGrid u;
     for (int p = p1; p <= p2; ++p) {
         reference_mode(in, p, false, u);
-        int index = 0;
-        const auto prof = angle_profile(in, u, k, x0, y0, r, dtheta, index);
+        int index = 0, harmonic = 0;
+        const auto prof = angle_profile(in, u, k, x0, y0, r, dtheta, index, harmonic);
         block_gap(out, p == p1);
-        out += mode_comment(in, p) + " index= " + std::to_string(index) + '\n';
+        out += mode_comment(in, p) + " index= " + std::to_string(index) + " harmonic= " + std::to_string(harmonic) +
+               '\n';
         for (const auto& s : prof) {
             put_reals(out, {s.theta, s.amplitude, s.phase});
             out += '\n';
@@ -235,6 +250,7 @@ void fm3(const VecGrid& M, const IntGrid& MASQUE, const Array<double, 1>& MS, co
                 double w[3];
                 for (int c = 0; c < 3; ++c) w[c] = M(i, j, k, c + 1) / ms + a * (uhat(i, j, k, c + 1) * e).real();
                 const double l = std::hypot(w[0], w[1], w[2]);
+                if (!(l > 0.0)) continue;  // a cell without M or motion keeps M
                 for (int c = 0; c < 3; ++c) out(i, j, k, c + 1) = ms * w[c] / l;
             }
 }

@@ -45,16 +45,21 @@ struct AngleSample {
 // surrounding cells (empty cells and cells beyond the grid count as zero);
 // the local frame of a sample is that of the same interpolation of the unit
 // magnetization.  The dominant component is taken over the whole circle.
-// `index` returns the azimuthal index: the winding number of the phases.
+// `index` returns the azimuthal index: the winding number of the phases;
+// `harmonic` the azimuthal harmonic of largest weight of the dominant
+// component, m with the largest |sum_s v_s e^{-i m theta_s}| over |m| <=
+// samples / 2 (the positive m on a tie), which stays meaningful for a
+// standing wave cos(m theta), whose phase jumps by pi at its nodes and has
+// no winding number.
 std::vector<AngleSample> angle_profile(const ModeInput& in, const CVecGrid& u, int k, double x0, double y0, double r,
-                                       double dtheta, int& index);
+                                       double dtheta, int& index, int& harmonic);
 
 // Winding number of a closed sequence of phases (radians): the sum of the
 // steps between neighbours, the last back to the first, each taken in
 // (-pi, pi], over 2 pi.  Positive for increasing phase.
 int winding_number(const std::vector<double>& phase);
 
-// `print_angle`: per mode the comment line with " index= m" appended, then
+// `print_angle`: per mode the comment line with " index= m harmonic= n" appended, then
 // per sample "theta amplitude phase".
 void print_angle(const ModeInput& in, int p1, int p2, int k, double x0, double y0, double r, double dtheta,
                  const std::string& name);

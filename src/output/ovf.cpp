@@ -277,7 +277,9 @@ OvfHeader parseovf(const std::string& name, std::string bytes, int nx, int ny, i
         const auto e = header_entry(p, *line);
         if (!e) continue;
         if (e->label == "segmentcount") {
-            if (trim(e->value) != "1") p.fail_line("holds " + e->value + " segments; only files of one segment are read");
+            // Older writers pad the count with zeros ("000001").
+            const auto n = to_real(e->value);
+            if (!n || *n != 1.0) p.fail_line("holds " + e->value + " segments; only files of one segment are read");
         } else if (e->label == "begin") {
             const std::string what = lower(e->value);
             if (what == "segment") {
@@ -468,6 +470,10 @@ OvfHeader parseovf(const std::string& name, std::string bytes, int nx, int ny, i
         if (e->label == "end" && lower(e->value) == "segment") break;
         p.fail_line("expected \"# End: Segment\" after the data block, found \"" + std::string(trim(*line).substr(0, 60)) + "\"");
     }
+    for (std::size_t k = 0; k < values; ++k)
+        if (!std::isfinite(data[k]))
+            p.fail("node " + std::to_string(k / 3) + " (x fastest, from 0), component " + std::to_string(k % 3 + 1) +
+                   ": " + format_real(data[k]) + " is not a finite number");
     for (std::size_t c = 0; c < nodes; ++c)
         for (int a = 0; a < 3; ++a) out.data()[c + a * out.stride(3)] = data[3 * c + a];
     return hdr;

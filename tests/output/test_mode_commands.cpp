@@ -51,7 +51,7 @@ std::vector<Block> blocks(const std::string& text) {
 
 int index_of(const std::string& comment) {
     const auto at = comment.find("index= ");
-    return at == std::string::npos ? -999 : std::stoi(comment.substr(at + 7));
+    return at == std::string::npos ? -999 : std::stoi(comment.substr(at + 7, comment.find(' ', at + 7) - at - 7));
 }
 
 // A ring of cells in a single layer on a 24 x 24 grid of 10 nm cells, centre
@@ -135,6 +135,7 @@ TEST(ModeCommands, RingModesGiveTheirAzimuthalIndexAndPhases) {
     ASSERT_EQ(angle.size(), 4u);
     for (int q = 0; q < 4; ++q) {
         EXPECT_EQ(index_of(angle[q].comment), ring.ms[q]) << angle[q].comment;
+        EXPECT_EQ(std::stoi(angle[q].comment.substr(angle[q].comment.find("harmonic= ") + 10)), ring.ms[q]);
         ASSERT_EQ(angle[q].rows.size(), 72u);
         EXPECT_DOUBLE_EQ(angle[q].rows[71][0], 355.0);
     }
@@ -183,7 +184,7 @@ TEST(ModeCommands, DrawingsOfARingMode) {
     TempDir dir;
     const Ring ring;
     ring.write(dir);
-    const RunResult r = run(dir, Ring::script("DRAW_MODES\n1 1\nDRAW_MODES_P\n2 0\n3\n"));
+    const RunResult r = run(dir, Ring::script("DRAW_MODES_E\n2500\nDRAW_MODES\n1 1\nDRAW_MODES_P\n2 0\n3\n"));
     ASSERT_EQ(r.status, 0) << r.err;
     png_image img{};
     img.version = PNG_IMAGE_VERSION;
@@ -203,6 +204,10 @@ TEST(ModeCommands, DrawingsOfARingMode) {
     EXPECT_EQ(at(22, 11), (std::array<int, 3>{255, 0, 0}));
     EXPECT_EQ(at(12, 2), (std::array<int, 3>{170, 0, 0}));
     EXPECT_EQ(at(12, 12), (std::array<int, 3>{255, 255, 255}));  // the hole
+    // DRAW_MODES_E 2500: modes 1 and 2 (1000 and 2000 Oe), a single layer
+    // drawn from the top.
+    EXPECT_TRUE(dir.exists("mode002.eps"));
+    EXPECT_FALSE(dir.exists("mode003.eps"));
     EXPECT_TRUE(dir.exists("mode002_z.eps"));
     EXPECT_TRUE(dir.exists("mode002_z.png"));
     if (std::system("command -v gs > /dev/null 2>&1") != 0) GTEST_SKIP() << "no Ghostscript to render the EPS";

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "output/mode_drawings.hpp"
+#include "output/mode_tables.hpp"
 #include "output/mode_vectors.hpp"
 #include "test_util.hpp"
 
@@ -130,4 +132,53 @@ TEST(ModeVector, PhasesLieInTheHalfOpenInterval) {
     EXPECT_EQ(phase_of(cplx{}), 0.0);
     EXPECT_NEAR(phase_of(std::exp(I * 3.0)), 3.0, 1e-15);
     EXPECT_NEAR(phase_of(std::exp(I * 4.0)), 4.0 - 2.0 * kPi, 1e-15);
+}
+
+
+// Projections average u over the magnetic cells of each column; the top
+// view keeps one panel per layer.  Grid 2 x 1 x 2, m along +z, v2 = 0:
+// column (0, 0) holds v1 = 1 (k = 0) and 0.5 i (k = 1); cell (1, 0, 1) is
+// empty, so column (1, 0) is cell (1, 0, 0) alone with v1 = -0.5.
+TEST(ModeDrawing, ProjectionAveragesColumnsAndTopViewKeepsLayers) {
+    Grid g(1, 0, 1);
+    g.set(0, 0, 0, 1.0, 0.0);
+    g.set(0, 0, 1, 0.5 * I, 0.0);
+    g.set(1, 0, 0, -0.5, 0.0);
+    g.mask(1, 0, 1) = 0;
+    Array<double, 2> W({Range{1, 1}, Range{1, 2}}, 0.0);
+    W(1, 1) = 100.0;
+    const ModeInput in{1, 0, 1, g.N, 1, 5e-7, 5e-7, 5e-7, 1.0, g.mask, g.num, g.M, W, g.modes, g.modes};
+    const ModePicture z = drawmode_proj(in, 1, 3);
+    ASSERT_EQ(z.panels.size(), 1u);
+    const ModePanel& P = z.panels[0];
+    EXPECT_EQ(P.nh, 2);
+    EXPECT_EQ(P.nv, 1);
+    EXPECT_LT(dist(P.uh[0], (1.0 + 0.5 * I) / 2.0), 1e-15);  // reference (0,0,0): factor 1, amax 1
+    EXPECT_LT(dist(P.uh[1], -0.5), 1e-15);
+    EXPECT_EQ(P.uv[0], cplx{});
+    EXPECT_NEAR(P.phase[1], kPi, 1e-15);
+    EXPECT_EQ(z.component, 1);
+    // Along x: y right (1 sample), z up (2 samples); sample k averages i = 0, 1.
+    const ModePicture x = drawmode_proj(in, 1, 1);
+    EXPECT_EQ(x.panels[0].nh, 1);
+    EXPECT_EQ(x.panels[0].nv, 2);
+    EXPECT_LT(dist(x.panels[0].amp[0], 0.25), 1e-15);  // (1 - 0.5) / 2
+    EXPECT_LT(dist(x.panels[0].amp[1], 0.5), 1e-15);   // 0.5 i alone
+    EXPECT_EQ(x.panels[0].uh[0], cplx{});              // y components: none
+    const ModePicture top = drawmode(in, 1);
+    ASSERT_EQ(top.panels.size(), 2u);
+    EXPECT_EQ(top.panels[1].present[1], 0);
+    EXPECT_NEAR(top.panels[1].amp[0], 0.5, 1e-15);
+    EXPECT_NEAR(top.panels[1].phase[0], kPi / 2.0, 1e-15);
+    EXPECT_EQ(drawing_name(7), "mode007");
+    EXPECT_EQ(drawing_name(1234, 2), "mode1234_y");
+}
+
+TEST(ModeTables, WindingNumberCountsTurnsBothWays) {
+    std::vector<double> ph;
+    for (int s = 0; s < 36; ++s) ph.push_back(phase_of(std::exp(I * (-4.0 * 2.0 * kPi * s / 36.0))));
+    EXPECT_EQ(winding_number(ph), -4);
+    for (double& p : ph) p = -p;
+    EXPECT_EQ(winding_number(ph), 4);
+    EXPECT_EQ(winding_number(std::vector<double>(10, 1.0)), 0);
 }

@@ -69,7 +69,7 @@ std::string binary_file(int nx, int ny, int nz, double d, int bytes) {
 // OOMMF's documented example layout, CRLF line ends and comments in the data.
 std::string oommf_text_file(int nx, int ny, int nz, double d_nm) {
     std::string s =
-        "# OOMMF OVF 2.0\r\n#\r\n# Segment count: 1\r\n#\r\n# Begin: Segment\r\n# Begin: Header\r\n#\r\n"
+        "# OOMMF OVF 2.0\r\n#\r\n# Segment count: 000001\r\n#\r\n# Begin: Segment\r\n# Begin: Header\r\n#\r\n"
         "# Title: Oxs_Demag::Field\r\n# Desc: Iteration: 0\r\n## Fundamental mesh measurement unit.\r\n"
         "# meshunit: nm\r\n#\r\n# meshtype: rectangular\r\n";
     char buf[400];
@@ -232,6 +232,9 @@ TEST(Ovf, GridMismatchesAndLyingFilesAreClearErrors) {
     EXPECT_NE(tload(replace(text, "1.150000e+01", "2.0O5e1")).find("expected a number in the data block, found \"2.0O5e1\""),
               std::string::npos);
     EXPECT_NE(tload(replace(text, "# End: data text", "#")).find("no \"# End: data text\" line"), std::string::npos);
+    EXPECT_NE(tload(replace(text, "1.150000e+01", "inf")).find("node 6 (x fastest, from 0), component 1: inf is not a finite number"),
+              std::string::npos)
+        << tload(replace(text, "1.150000e+01", "inf"));
 
     // Every truncation and many single-byte corruptions of a whole file end
     // in a clean error or a good read, never in a crash or a hang.
@@ -331,4 +334,32 @@ TEST(OvfCommands, ScriptErrorsNameTheFileOrTheLine) {
         EXPECT_EQ(r.status, 1) << c.script;
         EXPECT_NE(r.err.find(c.message), std::string::npos) << c.script << "\n" << r.err;
     }
+}
+
+// H of one isolated cube along z in 1000 Oe is the applied field minus the
+// cube's demagnetizing field 4 pi Ms / 3; the driving field is written as
+// its real part.  Both in A/m.
+TEST(OvfCommands, EffectiveAndDrivingFieldsInSI) {
+    TempDir dir;
+    dir.write("input.dat",
+              "SET_CELL\n5e-7 5e-7 5e-7\nLOAD_MAT\n1\n0 800\nMASQUE_CREATE\n5e-7 5e-7 5e-7\n"
+              "ADD_SHAPE\n3\n5e-7 5e-7 5e-7 0 0 0 1\nTENSOR_CREATE\n0\nINIT_M\n4\nADD_EXT_FIELD\n1\n0 0 1000\n"
+              "CALC_FIELD\nOVF_SAVE\n2 2\nh.ovf\nSET_HRF\n1\n1 2 0 0 -3 5\nOVF_SAVE\n4 1\nhrf.ovf\n"
+              "SOLVE_MATRIX\n1\nPLOT_ABS\nabs.svg\n10\nEND\n");
+    const RunResult r = run_torix(dir);
+    EXPECT_EQ(r.status, 1);
+    // PLOT_ABS needs the couplings, as PRINT_ABS does.
+    EXPECT_NE(r.err.find("input.dat:30: PLOT_ABS: no coupling coefficients for the modes; run CALC_C first"),
+              std::string::npos)
+        << r.err;
+    const double am = 1000.0 / (4.0 * std::numbers::pi);
+    VecGrid h = make_vec_grid(0, 0, 0), rf = make_vec_grid(0, 0, 0);
+    const OvfHeader hh = loadovf((dir / "h.ovf").string(), 0, 0, 0, 5e-7, 5e-7, 5e-7, h);
+    EXPECT_EQ(hh.labels[2], "H_z");
+    EXPECT_NEAR(h(0, 0, 0, 1), 0.0, 1e-9);
+    EXPECT_NEAR(h(0, 0, 0, 3), (1000.0 - 4.0 * std::numbers::pi * 800.0 / 3.0) * am, 1e-6 * 1000.0 * am);
+    loadovf((dir / "hrf.ovf").string(), 0, 0, 0, 5e-7, 5e-7, 5e-7, rf);
+    EXPECT_NEAR(rf(0, 0, 0, 1), 1.0 * am, 1e-12 * am);
+    EXPECT_EQ(rf(0, 0, 0, 2), 0.0);
+    EXPECT_NEAR(rf(0, 0, 0, 3), -3.0 * am, 1e-12 * am);
 }
