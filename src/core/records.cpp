@@ -8,13 +8,19 @@
 #include <unistd.h>
 
 #include "core/error.hpp"
+#include "core/interrupt.hpp"
 
 namespace torix {
 
 AtomicFile::AtomicFile(const std::string& name, bool binary)
     : name_(name), tmp_(name + ".tmp-" + std::to_string(::getpid())) {
+    slot_ = register_temporary(tmp_);  // before the file exists
     out_.open(tmp_, binary ? std::ios::binary | std::ios::trunc : std::ios::trunc);
-    if (!out_) throw FatalError(name_ + ": cannot open file for writing");
+    if (!out_) {
+        release_temporary(slot_);
+        done_ = true;
+        throw FatalError(name_ + ": cannot open file for writing");
+    }
 }
 
 AtomicFile::~AtomicFile() {
@@ -22,6 +28,7 @@ AtomicFile::~AtomicFile() {
         out_.close();
         std::remove(tmp_.c_str());
     }
+    release_temporary(slot_);
 }
 
 void AtomicFile::commit() {

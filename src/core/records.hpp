@@ -10,7 +10,8 @@ namespace torix {
 
 // Writes to "<name>.tmp-<pid>" and renames onto `name` in commit(); a file
 // dropped without commit() is removed, so a failed write never replaces a
-// good file.
+// good file.  The temporary name is registered with the interrupt handler
+// while it exists, so an interrupted run leaves no temporary behind.
 class AtomicFile {
 public:
     AtomicFile(const std::string& name, bool binary);
@@ -25,6 +26,7 @@ private:
     std::string name_;
     std::string tmp_;
     std::ofstream out_;
+    int slot_ = -1;  // interrupt table slot of tmp_
     bool done_ = false;
 };
 

@@ -19,6 +19,7 @@
 #include <string>
 
 #include "core/error.hpp"
+#include "core/progress.hpp"
 
 namespace torix {
 
@@ -63,6 +64,7 @@ struct FourierPlans {
     fftw_complex* cbuf = nullptr;
     fftw_plan fx = nullptr, fy = nullptr, by = nullptr, bx = nullptr;
     fftw_plan fz = nullptr, bz = nullptr, fz_tail = nullptr, bz_tail = nullptr;  // on a column block
+    bool planned = false;
 
     static fftw_plan column_plan(int L3, int B, int nc, int sign, fftw_complex* buf) {
         fftw_iodim d{L3, B, B};
@@ -86,6 +88,15 @@ struct FourierPlans {
         rbuf = fftw_alloc_real(rrow * nin);
         cbuf = fftw_alloc_complex(Fs * nin);
         if (!rbuf || !cbuf) throw std::bad_alloc();
+    }
+
+    // The plans are made when the first field is evaluated, not with the
+    // Fourier form: measuring takes longer than building the tensor on
+    // mid-sized grids, and a form that is rebuilt (anisotropy added, tensor
+    // loaded) or never used for a field does not pay for it.
+    void ensure_planned() {
+        if (planned) return;
+        const int nin = 3 * nsets;
         prepare_fftw_threads(Fs * nin);
         // Small grids are planned thoroughly; large ones by estimate, where
         // measuring would cost seconds on a small machine.
@@ -99,6 +110,7 @@ struct FourierPlans {
             bx = fftw_plan_many_dft_c2r(2, n2, 3, cbuf, nullptr, 1, Fi, rbuf, nullptr, 1, R, flags);
             if (!fx || !bx) throw FatalError("FFT: cannot plan the transforms for the padded grid " +
                                              std::to_string(L1) + " x " + std::to_string(L2));
+            planned = true;
             return;
         }
         for (int dir = 0; dir < 2; ++dir) {
@@ -137,6 +149,7 @@ struct FourierPlans {
         if (!ok)
             throw FatalError("FFT: cannot plan the transforms for the padded grid " + std::to_string(L1) + " x " +
                              std::to_string(L2) + " x " + std::to_string(L3));
+        planned = true;
     }
     FourierPlans(const FourierPlans&) = delete;
     FourierPlans& operator=(const FourierPlans&) = delete;
@@ -248,9 +261,11 @@ void build_fourier(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int
     fftw_plan plan = two_d ? fftw_plan_dft_r2c_2d(F.L2, F.L1, kr, kc, FFTW_ESTIMATE)
                            : fftw_plan_dft_r2c_3d(F.L3, F.L2, F.L1, kr, kc, FFTW_ESTIMATE);
     std::vector<cplx> all(static_cast<std::size_t>(nsets) * 6 * nf);
+    Progress progress("Fourier form of the tensor");
     for (int s = 0; s < nsets; ++s) {
         const int m = F.set_material[s];
         for (int q = 0; q < 6; ++q) {
+            progress.fraction((6.0 * s + q) / (6.0 * nsets));
             // The middle planes (offset n+1) are never read by the
             // convolution and stay zero, which keeps the kernel even.
             std::fill(kr, kr + npad, 0.0);
@@ -502,6 +517,7 @@ void add_anisotropy_fourier(FourierTensor& F, const Array<double, 1>& MS, int m,
 
 void mfft(const VecGrid& M, const IntGrid& mask, const FourierTensor& F) {
     detail::FourierPlans& P = *F.plans;
+    P.ensure_planned();
     const int nx = F.nx, ny = F.ny, nz = F.nz, L1 = F.L1, L2 = F.L2, Lh = F.Lh;
     const int nsets = P.nsets;
     // Padded real rows of each set's magnetization: M on the set's cells,
@@ -543,6 +559,7 @@ void mfft(const VecGrid& M, const IntGrid& mask, const FourierTensor& F) {
 
 void hfft(const IntGrid& mask, const FourierTensor& F, VecGrid& H) {
     detail::FourierPlans& P = *F.plans;
+    P.ensure_planned();
     if (F.L3 == 1) {
         if (F.real_spectrum)
             plane_product<true>(F, P);

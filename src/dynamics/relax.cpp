@@ -1,12 +1,16 @@
 #include "dynamics/relax.hpp"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <iostream>
 
 #include "core/console.hpp"
 #include "core/error.hpp"
+#include "core/progress.hpp"
 #include "dynamics/applied_field.hpp"
 #include "dynamics/direct_field.hpp"
 
@@ -41,7 +45,7 @@ void field_by_method(int method, const VecGrid& M, const Array<double, 1>& MS, c
 
 double relax(VecGrid& M, VecGrid& H, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s,
              const TensorArray& AIJ, const IntGrid& MASQUE, int nx, int ny, int nz, int n, double alpha,
-             double threshold, int method, const FourierTensor& AIJ_FFT, VecGrid& Mprev) {
+             double threshold, int method, const FourierTensor& AIJ_FFT, VecGrid& Mprev, long max_passes) {
     const std::ptrdiff_t np = points(nx, ny, nz);
     const VecGrid happ = H;  // the applied field, put back before every evaluation
     VecGrid hcopy = H;
@@ -67,7 +71,10 @@ double relax(VecGrid& M, VecGrid& H, const Array<double, 1>& MS, const std::arra
 
     double change = 1.0e10;
     int pass = 0;
+    Progress progress("relaxation");
+    StallWatch stall;
     while (change > threshold) {
+        if (max_passes > 0 && pass >= max_passes) break;
         ++pass;
         Mprev = M;
         hcopy = H;
@@ -86,8 +93,37 @@ double relax(VecGrid& M, VecGrid& H, const Array<double, 1>& MS, const std::arra
         change = sum / static_cast<double>(ncell);
         energy = energy_with(hcopy);
         say(pass, change, energy);
+        if (stall.stalled(change)) std::cerr << stall_message(alpha, stall, pass) << std::flush;
+        if (progress.due()) {
+            const double rate = pass / std::max(progress.elapsed(), 1e-9);
+            progress.show("pass " + std::to_string(pass) + ", change " + format_real(change) + " (threshold " +
+                          format_real(threshold) + "), energy " + format_real(energy) + ", " +
+                          std::to_string(static_cast<long>(rate)) + " passes/s");
+        }
     }
     return energy;
+}
+
+bool StallWatch::stalled(double change) {
+    ++pass_;
+    if (pass_ == 1 || change < best_) {
+        best_ = change;
+        best_pass_ = pass_;
+        return false;
+    }
+    if (said_ || pass_ - best_pass_ < patience_) return false;
+    said_ = true;
+    return true;
+}
+
+std::string stall_message(double alpha, const StallWatch& watch, long pass) {
+    char buf[512];
+    std::snprintf(buf, sizeof buf,
+                  "RELAX: warning: after %ld passes the change has not fallen below its minimum %.3g (pass %ld) "
+                  "for %ld passes; the damped alignment overshoots and cycles, and will not reach its threshold. "
+                  "alpha = %g is too large for these cells: stop the run and try alpha = %.3g\n",
+                  pass, watch.minimum(), watch.minimum_pass(), pass - watch.minimum_pass(), alpha, alpha / 4.0);
+    return buf;
 }
 
 void calctorque(const VecGrid& M, const VecGrid& H, VecGrid& T, const IntGrid& mask, int nx, int ny, int nz) {
@@ -183,9 +219,16 @@ double relaxrk4(VecGrid& M, const Array<double, 1>& MS, const std::array<double,
     const std::clock_t start = std::clock();
     const Drive drive{HINIT, HRF, false, 0.0};
     RkWork work;
+    Progress progress("Runge-Kutta relaxation");
+    long steps = 0;
     for (;;) {
         iterate(M, MS, MP, s, MASQUE, AIJ, AIJ_FFT, drive, H, nx, ny, nz, n, method, t, dt, E, work);
         say(t / timescale, E);
+        ++steps;
+        if (progress.due())
+            progress.show("time " + format_real(t / timescale) + ", energy " + format_real(E) + ", " +
+                          std::to_string(static_cast<long>(steps / std::max(progress.elapsed(), 1e-9))) +
+                          " steps/s");
         // A measure that is not a finite number never meets the threshold.
         if (!std::isfinite(E))
             throw FatalError("RELAX: the Runge-Kutta relaxation diverged (energy measure " + format_real(E) +

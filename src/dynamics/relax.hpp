@@ -9,6 +9,7 @@
 // M x (s H - MP) / MS of the field routines, which with s = beta > 0 makes
 // the motion damped (Landau-Lifshitz form).
 #include <array>
+#include <string>
 
 #include "core/array.hpp"
 #include "dynamics/fft_field.hpp"
@@ -33,9 +34,39 @@ void field_by_method(int method, const VecGrid& M, const Array<double, 1>& MS, c
 // change > threshold, without limit; threshold >= 1e10 returns after the
 // first evaluation with M unchanged.  Mprev is a work array of M's shape.
 // Returns the last energy measure (that of the entry state when no pass ran).
+// A stall (StallWatch) is reported once on standard error and the passes go
+// on.  max_passes > 0 ends the loop after that many passes (for tests; the
+// command passes 0, no limit).
 double relax(VecGrid& M, VecGrid& H, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s,
              const TensorArray& AIJ, const IntGrid& MASQUE, int nx, int ny, int nz, int n, double alpha,
-             double threshold, int method, const FourierTensor& AIJ_FFT, VecGrid& Mprev);
+             double threshold, int method, const FourierTensor& AIJ_FFT, VecGrid& Mprev, long max_passes = 0);
+
+// Watch over the change measure of the damped alignment.  With too large an
+// alpha the alignment overshoots: the magnetization locks into a two-cycle
+// (or a longer one) whose change stays constant, far above the threshold,
+// and the loop never ends.  A converging run keeps setting new minima of the
+// change; a run whose change has not fallen below its running minimum for
+// `patience` passes is taken as stalled.
+class StallWatch {
+public:
+    explicit StallWatch(long patience = 1000) : patience_(patience) {}
+    // Takes the change of the next pass; true once, on the pass where the
+    // stall is first seen.
+    bool stalled(double change);
+    [[nodiscard]] double minimum() const { return best_; }
+    [[nodiscard]] long minimum_pass() const { return best_pass_; }
+
+private:
+    long patience_;
+    long pass_ = 0;
+    long best_pass_ = 0;
+    double best_ = 0.0;
+    bool said_ = false;
+};
+
+// The warning for a stalled alignment, with the suggested remedy (a quarter
+// of alpha).
+std::string stall_message(double alpha, const StallWatch& watch, long pass);
 
 // Torque -(M x H) on magnetic cells, zero elsewhere.
 void calctorque(const VecGrid& M, const VecGrid& H, VecGrid& T, const IntGrid& mask, int nx, int ny, int nz);

@@ -50,6 +50,44 @@ void local_frame(const double m[3], double R[9]) {
     R[6] = st * cp, R[7] = st * sp, R[8] = ct;     // along m
 }
 
+CellBlocks cell_blocks(const double m[3], const double h[3], double ms, double alpha,
+                       const std::array<double, 3>& happ) {
+    CellBlocks b;
+    double Rr[9];
+    local_frame(m, Rr);
+    Mat3 R;
+    std::memcpy(R.data(), Rr, sizeof Rr);
+    b.Q = {R[0], R[1], R[2], R[3], R[4], R[5]};
+
+    // P = I + (alpha / Ms) [m x]
+    const Mat3 X = cross_matrix(m);
+    Mat3 P = X;
+    for (double& v : P) v *= alpha / ms;
+    P[0] += 1.0, P[4] += 1.0, P[8] += 1.0;
+    const Mat3 K = mul(P, X);               // (I + a[m x]) [m x]
+    const Mat3 L = mul(P, cross_matrix(h));  // (I + a[m x]) [h x]
+    const double ci = (m[0] * happ[0] + m[1] * happ[1] + m[2] * happ[2]) / ms;
+    for (int r = 0; r < 2; ++r)
+        for (int c = 0; c < 3; ++c) {
+            double s = 0.0;
+            for (int k = 0; k < 3; ++k) s += R[k + 3 * r] * K[k + 3 * c];
+            b.G[r + 2 * c] = s;
+        }
+    // Self block: R^T (-L - ci I) R, upper-left 2x2.
+    for (int r = 0; r < 2; ++r)
+        for (int c = 0; c < 2; ++c) {
+            double s = 0.0;
+            for (int k = 0; k < 3; ++k) {
+                double t = 0.0;
+                for (int l = 0; l < 3; ++l) t -= L[k + 3 * l] * R[l + 3 * c];
+                t -= ci * R[k + 3 * c];
+                s += R[k + 3 * r] * t;
+            }
+            b.S[r + 2 * c] = s;
+        }
+    return b;
+}
+
 MatrixRows::MatrixRows(const MatrixInput& in) : N_(in.N), AIJ_(in.AIJ) {
     cstride_ = in.AIJ.allocated() ? in.AIJ.stride(3) : 0;
     cells_of_.assign(static_cast<std::size_t>(N_) + 1, {});
@@ -68,43 +106,10 @@ MatrixRows::MatrixRows(const MatrixInput& in) : N_(in.N), AIJ_(in.AIJ) {
 
                 const double m[3] = {in.M(x, y, z, 1), in.M(x, y, z, 2), in.M(x, y, z, 3)};
                 const double h[3] = {in.H(x, y, z, 1), in.H(x, y, z, 2), in.H(x, y, z, 3)};
-                const double ms = in.MS(mat);
-                double Rr[9];
-                local_frame(m, Rr);
-                Mat3 R;
-                std::memcpy(R.data(), Rr, sizeof Rr);
-                Q_.push_back({R[0], R[1], R[2], R[3], R[4], R[5]});
-
-                // P = I + (alpha / Ms) [m x]
-                const Mat3 X = cross_matrix(m);
-                Mat3 P = X;
-                for (double& v : P) v *= in.alpha / ms;
-                P[0] += 1.0, P[4] += 1.0, P[8] += 1.0;
-                const Mat3 K = mul(P, X);               // (I + a[m x]) [m x]
-                const Mat3 L = mul(P, cross_matrix(h));  // (I + a[m x]) [h x]
-                const double ci = (m[0] * in.happ[0] + m[1] * in.happ[1] + m[2] * in.happ[2]) / ms;
-                std::array<double, 6> G{};
-                for (int r = 0; r < 2; ++r)
-                    for (int c = 0; c < 3; ++c) {
-                        double s = 0.0;
-                        for (int k = 0; k < 3; ++k) s += R[k + 3 * r] * K[k + 3 * c];
-                        G[r + 2 * c] = s;
-                    }
-                G_.push_back(G);
-                // Self block: R^T (-L - ci I) R, upper-left 2x2.
-                std::array<double, 4> S{};
-                for (int r = 0; r < 2; ++r)
-                    for (int c = 0; c < 2; ++c) {
-                        double s = 0.0;
-                        for (int k = 0; k < 3; ++k) {
-                            double t = 0.0;
-                            for (int l = 0; l < 3; ++l) t -= L[k + 3 * l] * R[l + 3 * c];
-                            t -= ci * R[k + 3 * c];
-                            s += R[k + 3 * r] * t;
-                        }
-                        S[r + 2 * c] = s;
-                    }
-                S_.push_back(S);
+                const CellBlocks b = cell_blocks(m, h, in.MS(mat), in.alpha, in.happ);
+                Q_.push_back(b.Q);
+                G_.push_back(b.G);
+                S_.push_back(b.S);
             }
 }
 

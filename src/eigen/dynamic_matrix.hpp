@@ -40,6 +40,19 @@ struct MatrixInput {
 // k, column c, 0-based) with columns polar, azimuthal, m direction.
 void local_frame(const double m[3], double R[9]);
 
+// The per-grid-cell factors of the matrix.  With Q_j the first two columns
+// of R_j (3x2), G_i rows 1, 2 of R_i^T (I + alpha/Ms [m_i x]) [m_i x] (2x3)
+// and S_i the upper-left 2x2 part of R_i^T (-(I + alpha/Ms [m_i x]) [h_i x]
+// - c_i I) R_i, the block of the pair (P_i, P_j) is G_i D Q_j, plus S_i when
+// P_j is P_i.  All column-major.
+struct CellBlocks {
+    std::array<double, 6> Q{};
+    std::array<double, 6> G{};
+    std::array<double, 4> S{};
+};
+CellBlocks cell_blocks(const double m[3], const double h[3], double ms, double alpha,
+                       const std::array<double, 3>& happ);
+
 // Rows of the dynamic matrix, number by number.  The frames and the per-cell
 // products are built once; rows(n, buf) is then safe to call from several
 // threads at once and always gives the same bits.

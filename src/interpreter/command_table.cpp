@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "core/error.hpp"
+#include "core/interrupt.hpp"
 #include "interpreter/session.hpp"
 
 namespace torix {
@@ -66,6 +67,12 @@ constexpr Command kCommands[] = {
     {"PRINT_SLICES", cmd_print_slices},
     {"PRINT_ANGLE", cmd_print_angle},
     {"VEC3", cmd_vec3},
+    {"OVF_SAVE", cmd_ovf_save},
+    {"OVF_LOAD", cmd_ovf_load},
+    {"PLOT_ABS", cmd_plot_abs},
+    {"MODE_SAVE", cmd_mode_save},
+    {"PLOT_MODES", cmd_plot_modes},
+    {"SOLVE_MODES", cmd_solve_modes},
     {"END", nullptr},
 };
 
@@ -73,6 +80,10 @@ constexpr Command kCommands[] = {
 
 void run_script(const std::string& path, const std::string& display) {
     ModelState st;
+    run_script(st, path, display);
+}
+
+void run_script(ModelState& st, const std::string& path, const std::string& display) {
     ListReader in(path, display);
     Session s{st, in};
     for (;;) {
@@ -84,6 +95,7 @@ void run_script(const std::string& path, const std::string& display) {
             if (c.run == nullptr) return;
             st.LINER = *kw;
             const int at = in.line();
+            note_running_command(display, at, *kw);
             // A command's own complaints (about the state it finds) carry the
             // script line of its keyword; a reader's message already names
             // its file and line or record.

@@ -7,4 +7,9 @@ namespace torix {
 // END.  Throws FatalError on bad input or a missing END.
 void run_script(const std::string& path, const std::string& display);
 
+struct ModelState;
+// The same on a model state that earlier commands have set up (the script
+// fuzz target starts every input from one prepared state).
+void run_script(ModelState& st, const std::string& path, const std::string& display);
+
 }  // namespace torix

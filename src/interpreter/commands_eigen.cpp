@@ -6,7 +6,9 @@
 // precession in the sense opposite to the torque of the field routines, so
 // with beta > 0 a relaxed sample's modes decay (g > 0).
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <ctime>
 #include <string>
 
 #include "core/error.hpp"
@@ -16,6 +18,7 @@
 #include "eigen/deg.hpp"
 #include "eigen/dense_solve.hpp"
 #include "eigen/eigen_files.hpp"
+#include "eigen/slepc_solve.hpp"
 #include "geometry/read_number.hpp"
 #include "interpreter/session.hpp"
 
@@ -201,6 +204,30 @@ void cmd_eigen_load(Session& s) {
     st.MODESL = std::move(L);
     st.PHASES.allocate({Range{1, m1}}, 0.0);
     st.ZOUT.allocate({Range{1, m1}}, 0.0);
+    s.ack();
+}
+
+// Line: nmodes, f0 (Oe), tol.  The nmodes modes nearest i f0, matrix-free
+// (slepc_solve.hpp); the ModeSet and the eigen files as after SOLVE_MATRIX.
+void cmd_solve_modes(Session& s) {
+    s.line();
+    const int nsel = s.in.i32("the number of modes");
+    const double f0 = s.in.f64("the target frequency f0");
+    const double tol = s.in.f64("the tolerance");
+    ModelState& st = s.st;
+    const std::string& k = st.LINER;
+    if (!(f0 >= 0.0) || !std::isfinite(f0))
+        throw FatalError(k + ": expected a target frequency f0 >= 0 (Oe), found " + std::to_string(f0));
+    if (!std::isfinite(tol)) throw FatalError(k + ": expected a finite tolerance");
+    if (!st.numbered) build_numbering(st, st.s1, st.s2, st.s3);
+    check_inputs(st);
+    if (nsel < 1 || nsel > st.ncells)
+        throw FatalError(k + ": expected a number of modes between 1 and " + std::to_string(st.ncells) +
+                         " (the numbered cells), found " + std::to_string(nsel));
+    const std::clock_t t0 = std::clock();
+    solve_modes(matrix_input(st), nsel, f0, tol, mode_output(st));
+    save_both(st);
+    say("time spent", static_cast<double>(std::clock() - t0) / CLOCKS_PER_SEC);
     s.ack();
 }
 

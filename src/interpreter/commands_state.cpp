@@ -10,6 +10,7 @@
 #include "eigen/deg.hpp"
 #include "geometry/mask_files.hpp"
 #include "geometry/numbering.hpp"
+#include "geometry/numbering_r.hpp"
 #include "geometry/shapes.hpp"
 #include "interpreter/session.hpp"
 
@@ -101,15 +102,20 @@ std::string quoted(int v) {
     return q;
 }
 
+// After a numbering: the multiplicities and the map "numbering.txt".
+void count_numbers(ModelState& st) {
+    AtomicFile map("numbering.txt", false);
+    deg(st.MASQUE, st.NUM, st.nx, st.ny, st.nz, st.ncells, st.DEGR, map.stream());
+    map.commit();
+    st.numbered = true;
+}
+
 }  // namespace
 
 void build_numbering(ModelState& st, int b1, int b2, int b3) {
     st.NUM = make_int_grid(st.nx, st.ny, st.nz, 0);
     number(st.MASQUE, st.NUM, st.nx, st.ny, st.nz, st.ncells, b1, b2, b3);
-    AtomicFile map("numbering.txt", false);
-    deg(st.MASQUE, st.NUM, st.nx, st.ny, st.nz, st.ncells, st.DEGR, map.stream());
-    map.commit();
-    st.numbered = true;
+    count_numbers(st);
 }
 
 void cmd_load_mat(Session& s) {
@@ -236,26 +242,33 @@ void cmd_set_scale(Session& s) {
     say("SET_SCALE ok", st.ncells);
 }
 
+// Line: r (cm), bx, by.  Cells within r of the grid's centre axis keep
+// numbers of their own, the others share one per bx x by x (last bz) block.
 void cmd_set_scale_r(Session& s) {
     s.line();
     ModelState& st = s.st;
-    (void)s.in.f64("the radius");
+    const double r = s.in.f64("the radius");
     const int b1 = s.in.i32("the x block size"), b2 = s.in.i32("the y block size");
     if (b1 < 1 || b2 < 1) s.in.fail("expected block sizes of at least 1");
     st.s1 = b1, st.s2 = b2;
-    build_numbering(st, b1, b2, st.s3);
+    st.NUM = make_int_grid(st.nx, st.ny, st.nz, 0);
+    number_r(st.MASQUE, st.NUM, st.nx, st.ny, st.nz, st.ncells, r, b1, b2, st.s3, st.dx, st.dy);
+    count_numbers(st);
     say("SET_SCALE ok", st.ncells);
 }
 
+// Line: x0, y0, r (cm), bx, by: as SET_SCALE_R about the axis through
+// (x0, y0); the multiplicities go to "masque1.txt".
 void cmd_set_scale_r2(Session& s) {
     s.line();
     ModelState& st = s.st;
-    for (const char* w : {"the first real", "the second real", "the third real"}) (void)s.in.f64(w);
+    const double x0 = s.in.f64("the axis x0"), y0 = s.in.f64("the axis y0"), r = s.in.f64("the radius");
     const int b1 = s.in.i32("the x block size"), b2 = s.in.i32("the y block size");
     if (b1 < 1 || b2 < 1) s.in.fail("expected block sizes of at least 1");
     st.s1 = b1, st.s2 = b2;
-    build_numbering(st, b1, b2, st.s3);
-    savemasquet2(st.MASQUE, st.nx, st.ny, st.nz, "masque1.txt");
+    st.NUM = make_int_grid(st.nx, st.ny, st.nz, 0);
+    number_r2(st.MASQUE, st.NUM, st.nx, st.ny, st.nz, st.ncells, x0, y0, r, b1, b2, st.s3, st.dx, st.dy);
+    count_numbers(st);
     say("SET_SCALE ok", st.ncells);
 }
 

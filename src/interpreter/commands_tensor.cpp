@@ -6,6 +6,8 @@
 #include "core/memory.hpp"
 #include "interpreter/session.hpp"
 #include "tensor/anisotropy.hpp"
+#include "tensor/macro.hpp"
+#include "tensor/tensor_accurate.hpp"
 #include "tensor/tensor_build.hpp"
 #include "tensor/tensor_files.hpp"
 
@@ -49,25 +51,38 @@ void check_tensor_size(Session& s) {
 
 }  // namespace
 
-// The macroscopic tensor variant is not part of this program: the command
-// only acknowledges.
-void cmd_tensor_macro(Session& s) { s.ack(); }
+// The tensor between the blocks of the present numbering (block sizes of
+// the last SET_SCALE), from material 1, to "macro.dat" and "macro.txt".
+void cmd_tensor_macro(Session& s) {
+    ModelState& st = s.st;
+    need_tensor(s);
+    need_material(s, 1);
+    calcmacro(st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, st.s1, st.s2, st.s3, 1);
+    s.ack();
+}
 
-// kind <= 0 and kind > 0 both build the Newell tensor with exchange for
-// every material; the int, int, real line of kind > 0 is read and not used.
+// kind <= 0: the Newell tensor with exchange for every material; kind > 0:
+// the same tensor accurate at every offset, with the line "n1 n2 r" (switch
+// distance, number of expansion terms, relative accuracy).
 void cmd_tensor_create(Session& s) {
     s.line();
     const int kind = s.in.i32("the tensor kind");
+    int n1 = 0, n2 = 0;
+    double r = 0.0;
     if (kind > 0) {
         s.line();
-        (void)s.in.i32("the first integer");
-        (void)s.in.i32("the second integer");
-        (void)s.in.f64("the real parameter");
+        n1 = s.in.i32("the switch distance n1");
+        n2 = s.in.i32("the number of expansion terms n2");
+        r = s.in.f64("the relative accuracy r");
     }
     ModelState& st = s.st;
     check_tensor_size(s);
     st.AIJ = make_tensor(st.nx, st.ny, st.nz, st.nmat);
-    tensorbuild(st.A, st.MS, st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, st.nmat);
+    if (kind > 0)
+        for (int m = 1; m <= st.nmat; ++m)
+            calctensorc(st.A, st.MS, st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, m, st.nmat, n1, n2, r);
+    else
+        tensorbuild(st.A, st.MS, st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, st.nmat);
     refresh_fourier(st);
     s.ack();
 }

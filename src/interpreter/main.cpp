@@ -1,17 +1,40 @@
 // Entry point: runs ./input.dat until END.
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <fstream>
 #include <iostream>
 #include <new>
 #include <xmmintrin.h>
 #include <pmmintrin.h>
+#include <unistd.h>
 
 #include "core/console.hpp"
 #include "core/error.hpp"
+#include "core/interrupt.hpp"
 #include "interpreter/command_table.hpp"
 
-int main() {
+namespace {
+
+// Threads of the OpenMP runtime (and of the OpenMP BLAS) that wait for work
+// spin by default.  On a machine where another process holds a core, a
+// spinning thread takes the time slices its working partner needs, and a
+// factorisation that synchronises often runs ten times slower.  The runtime
+// reads its wait policy once, before main, so the program sets a passive
+// policy and starts itself again; the variable being set is the guard
+// against a second start.  A policy the environment sets is kept.
+void settle_thread_runtime(char** argv) {
+    if (std::getenv("OMP_WAIT_POLICY") != nullptr) return;
+    if (::setenv("OMP_WAIT_POLICY", "PASSIVE", 1) != 0) return;
+    ::execv("/proc/self/exe", argv);
+    // Not reached unless the new start failed: go on with spinning threads.
+}
+
+}  // namespace
+
+int main(int, char** argv) {
+    settle_thread_runtime(argv);
+    torix::install_interrupt_handlers();
     // Denormal results are flushed to zero for the whole run.
     _MM_SET_FLUSH_ZERO_MODE(_MM_FLUSH_ZERO_ON);
     _MM_SET_DENORMALS_ZERO_MODE(_MM_DENORMALS_ZERO_ON);

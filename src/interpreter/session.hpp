@@ -63,6 +63,7 @@ void cmd_solve_matrix_ar(Session&);
 void cmd_eigen_save_text(Session&);
 void cmd_omega_print(Session&);
 void cmd_eigen_load(Session&);
+void cmd_solve_modes(Session&);
 // commands_output.cpp
 void cmd_set_hrf(Session&);
 void cmd_calc_c(Session&);
@@ -76,6 +77,12 @@ void cmd_draw_modes_p(Session&);
 void cmd_print_slices(Session&);
 void cmd_print_angle(Session&);
 void cmd_vec3(Session&);
+// commands_files.cpp
+void cmd_ovf_save(Session&);
+void cmd_ovf_load(Session&);
+void cmd_plot_abs(Session&);
+void cmd_mode_save(Session&);
+void cmd_plot_modes(Session&);
 
 // Shared steps used by several command files.
 // Rebuilds the Fourier form of the tensor after AIJ changed (no-op without a tensor).

@@ -5,6 +5,10 @@
 #include <cstdlib>
 #include <vector>
 
+#include <omp.h>
+
+#include "core/progress.hpp"
+
 namespace torix {
 
 namespace {
@@ -188,13 +192,20 @@ void tensorbuild(const Array<double, 1>& A, const Array<double, 1>& MS, TensorAr
     const std::ptrdiff_t base0 = AIJ.linear(0, 0, 0, 1, 1);
     const std::ptrdiff_t si = AIJ.stride(0), sj = AIJ.stride(1), sk = AIJ.stride(2);
 
+    // The first thread reports the fraction of its own planes, which under
+    // the static schedule is the fraction of all.
+    Progress progress("building the tensor");
 #pragma omp parallel
     {
         Window w(ny, nz, dx, dy, dz);
+        const bool reporter = omp_get_thread_num() == 0;
+        const int share = (nx + 2 + omp_get_num_threads() - 1) / omp_get_num_threads();
+        int planes_done = 0;
         Real vl[NFN];
         double v[NFN];
 #pragma omp for schedule(static)
         for (int i = 0; i <= nx + 1; ++i) {
+            if (reporter) progress.fraction(static_cast<double>(planes_done++) / share);
             w.advance_to(i);
             for (int j = 0; j <= ny + 1; ++j)
                 for (int k = 0; k <= nz + 1; ++k) {

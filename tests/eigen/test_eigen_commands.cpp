@@ -113,5 +113,43 @@ TEST_F(EigenCommands, IterativeCommandAgreesWithDenseAndDoublesItsCounts) {
     }
 }
 
+TEST_F(EigenCommands, MatrixFreeCommandAgreesWithDenseAndRefusesBadInput) {
+    run("SOLVE_MATRIX", cmd_solve_matrix, "4\n");
+    const auto W = st_.W;
+    const auto R = st_.MODES;
+    const std::string out = run("SOLVE_MODES", cmd_solve_modes, "4 0.0 -1\n");
+    EXPECT_EQ(out.rfind(" time spent ", 0), 0u) << out;
+    EXPECT_NE(out.find("\n SOLVE_MODES ok\n"), std::string::npos) << out;
+    ASSERT_EQ(st_.nmodes, 4);
+    for (int p = 1; p <= 4; ++p) {
+        EXPECT_NEAR(st_.W(p, 1), W(p, 1), 1e-8 * W(p, 1));
+        EXPECT_NEAR(st_.W(p, 2), W(p, 2), 1e-8 * W(p, 1));
+    }
+    // The eigen files read back as the ModeSet.
+    const auto W2 = st_.W;
+    const auto L2 = st_.MODESL;
+    run("EIGEN_LOAD", cmd_eigen_load, "");
+    ASSERT_EQ(st_.nmodes, 4);
+    for (int p = 1; p <= 4; ++p) {
+        EXPECT_EQ(st_.W(p, 1), W2(p, 1));
+        for (int n = 1; n <= 18; ++n) EXPECT_EQ(st_.MODESL(n, 2, p), L2(n, 2, p));
+    }
+
+    const char* bad[][2] = {{"0 0 0\n", "between 1 and 18"},
+                            {"19 0 0\n", "between 1 and 18 (the numbered cells), found 19"},
+                            {"2 -100 0\n", "f0 >= 0"}};
+    for (const auto& b : bad) {
+        const std::string e = fatal_message([&] { run("SOLVE_MODES", cmd_solve_modes, b[0]); });
+        EXPECT_EQ(e.rfind("SOLVE_MODES: ", 0), 0u) << e;
+        EXPECT_NE(e.find(b[1]), std::string::npos) << e;
+        EXPECT_EQ(st_.nmodes, 4);  // nothing lost
+    }
+    // No magnetization to linearise around.
+    st_.M = VecGrid{};
+    const std::string e = fatal_message([&] { run("SOLVE_MODES", cmd_solve_modes, "2 0 0\n"); });
+    EXPECT_EQ(e.rfind("SOLVE_MODES: ", 0), 0u) << e;
+    EXPECT_EQ(st_.nmodes, 4);
+}
+
 }  // namespace
 }  // namespace torix::test

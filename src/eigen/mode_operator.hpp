@@ -1,0 +1,72 @@
+#pragma once
+// The dynamic matrix as an operator, without storing it: y = A x for
+// complex x of length 2N (rows 2n-1, 2n of cell number n, 0-based 2(n-1)
+// and 2(n-1)+1 here), equal to the assembled matrix (dynamic_matrix.hpp)
+// times x to rounding.
+//
+// With Q_j, G_i, S_i the per-cell factors of CellBlocks,
+//     (A x)_n = (1/w_n) sum_{P_i in n} [ G_i h_i + S_i x_n ],
+//     h_i = sum_{P_j} D(P_i - P_j, material of P_j) Q_j x_number(P_j),
+// so the pair sum is the demagnetizing/exchange field of the Cartesian
+// deviation Q_j x_j, evaluated with the Fourier convolution of the tensor
+// (fft_field.hpp) once for the real and once for the imaginary part; the
+// rest is cell by cell.  The transposed product uses that every tensor block
+// is symmetric and even under r -> -r (Newell blocks, exchange, anisotropy):
+// the pair sum of A^T is the same convolution read with the TARGET cell's
+// material, one convolution per material present.
+#include <cstddef>
+#include <vector>
+
+#include "core/array.hpp"
+#include "dynamics/fft_field.hpp"
+#include "eigen/dynamic_matrix.hpp"
+
+namespace torix {
+
+class ModeOperator {
+public:
+    // Builds the frames, the per-cell factors and a Fourier form of in.AIJ of
+    // its own (so anisotropy added to a Fourier form alone, which the
+    // assembled matrix does not see, stays out as well).  `in` must outlive
+    // the operator.
+    explicit ModeOperator(const MatrixInput& in);
+
+    [[nodiscard]] int N() const { return in_.N; }
+    [[nodiscard]] int order() const { return 2 * in_.N; }
+    // False when some tensor block is not symmetric or not even under
+    // r -> -r: apply_transpose is then not the transpose.
+    [[nodiscard]] bool even_tensor() const { return even_; }
+
+    // y = A x and y = A^T x (x, y of length 2N, not overlapping).  One
+    // product at a time: the Fourier form's work buffers are shared.
+    void apply(const cplx* x, cplx* y) const;
+    void apply_transpose(const cplx* x, cplx* y) const;
+
+    // The entries of A between grid cells at most `radius` apart along
+    // every axis (rows averaged as in A): a sparse local part, for a
+    // preconditioner.  Cells of one number share their rows.
+    [[nodiscard]] SparseMatrix local_part(int radius) const;
+
+    // Bytes held by the operator (factors, scratch grids, Fourier form).
+    [[nodiscard]] std::size_t bytes() const;
+
+private:
+    // Pair sum of the Cartesian grid field V (zero outside magnetic cells)
+    // into out[3 c + k] for magnetic cell c, with the source's material
+    // (material 0) or every source taken as material m (m > 0).
+    void convolve(int m, std::vector<double>& out) const;
+
+    MatrixInput in_;
+    bool even_ = true;
+    std::vector<int> cx_, cy_, cz_, cnum_, cmat_;  // magnetic cells in grid order
+    std::vector<CellBlocks> blk_;
+    std::vector<std::vector<int>> cells_of_;       // cells of each number 1..N
+    std::vector<int> materials_;                   // materials present in the mask
+    FourierTensor F_;
+    mutable VecGrid V_, Hd_;                       // scratch grids of one convolution
+    mutable IntGrid fake_;                         // every magnetic cell as one material
+    mutable std::vector<double> hre_, him_;        // pair sums per cell, 3 each
+    mutable std::vector<cplx> u_;                  // per-cell 3-vectors of the transposed product
+};
+
+}  // namespace torix

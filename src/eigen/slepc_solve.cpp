@@ -1,0 +1,411 @@
+// Krylov-Schur with shift-and-invert on the matrix-free dynamic matrix.
+//
+// The complex build of PETSc is used so that the shift i f0 is a plain
+// scalar and A - sigma I a plain operator; the real operator then costs two
+// real convolutions per complex product (ModeOperator).
+#include "eigen/slepc_solve.hpp"
+
+#include <slepceps.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <complex>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "core/error.hpp"
+#include "eigen/mode_operator.hpp"
+
+extern "C" void zgesv_(const int* n, const int* nrhs, std::complex<double>* a, const int* lda, int* ipiv,
+                       std::complex<double>* b, const int* ldb, int* info);
+
+static_assert(std::is_same_v<PetscScalar, std::complex<double>>, "SOLVE_MODES needs the complex double build of PETSc");
+
+namespace torix {
+
+namespace {
+
+void check(PetscErrorCode e, const char* what) {
+    if (e == 0) return;
+    const char* text = nullptr;
+    PetscErrorMessage(e, &text, nullptr);
+    throw FatalError(std::string("SOLVE_MODES: ") + what + " failed: " +
+                     (text ? text : "PETSc error " + std::to_string(static_cast<int>(e))));
+}
+
+// Owners of PETSc objects.
+template <class T, PetscErrorCode (*Destroy)(T*)>
+struct Owned {
+    T h = nullptr;
+    Owned() = default;
+    Owned(const Owned&) = delete;
+    Owned& operator=(const Owned&) = delete;
+    ~Owned() {
+        if (h) Destroy(&h);
+    }
+};
+using OwnedMat = Owned<Mat, MatDestroy>;
+using OwnedVec = Owned<Vec, VecDestroy>;
+using OwnedEPS = Owned<EPS, EPSDestroy>;
+
+struct ShellContext {
+    const ModeOperator* op = nullptr;
+    bool transposed = false;  // the shell is A^T
+    std::int64_t products = 0;
+};
+
+// Shell products.  Nothing may be thrown through PETSc's C frames: failures
+// become PETSc error codes, which the caller turns into a message.
+PetscErrorCode shell_product(Mat A, Vec x, Vec y, bool transpose) {
+    void* raw = nullptr;
+    PetscErrorCode e = MatShellGetContext(A, &raw);
+    if (e) return e;
+    auto* c = static_cast<ShellContext*>(raw);
+    const PetscScalar* px = nullptr;
+    PetscScalar* py = nullptr;
+    if ((e = VecGetArrayRead(x, &px))) return e;
+    if ((e = VecGetArrayWrite(y, &py))) {
+        VecRestoreArrayRead(x, &px);
+        return e;
+    }
+    PetscErrorCode status = 0;
+    try {
+        if (transpose != c->transposed)
+            c->op->apply_transpose(px, py);
+        else
+            c->op->apply(px, py);
+        ++c->products;
+    } catch (const std::bad_alloc&) {
+        status = PETSC_ERR_MEM;
+    } catch (...) {
+        status = PETSC_ERR_LIB;
+    }
+    VecRestoreArrayWrite(y, &py);
+    VecRestoreArrayRead(x, &px);
+    return status;
+}
+PetscErrorCode mult(Mat A, Vec x, Vec y) { return shell_product(A, x, y, false); }
+PetscErrorCode mult_transpose(Mat A, Vec x, Vec y) { return shell_product(A, x, y, true); }
+
+// Progress on stderr at most every few seconds.
+struct Monitor {
+    const char* label = "";
+    int nev = 0;
+    int iterations = 0;
+    std::chrono::steady_clock::time_point last = std::chrono::steady_clock::now();
+};
+constexpr double kProgressSeconds = 3.0;
+
+PetscErrorCode monitor(EPS, PetscInt its, PetscInt nconv, PetscScalar*, PetscScalar*, PetscReal* errest,
+                       PetscInt nest, void* ctx) {
+    auto* m = static_cast<Monitor*>(ctx);
+    m->iterations = static_cast<int>(its);
+    const auto now = std::chrono::steady_clock::now();
+    if (std::chrono::duration<double>(now - m->last).count() < kProgressSeconds) return 0;
+    m->last = now;
+    double worst = 0.0;
+    for (PetscInt k = 0; k < std::min<PetscInt>(nest, m->nev); ++k) worst = std::max(worst, errest[k]);
+    std::fprintf(stderr, " SOLVE_MODES: %s vectors: iteration %d, %d of %d converged, worst residual %.3g\n", m->label,
+                 static_cast<int>(its), static_cast<int>(nconv), m->nev, worst);
+    std::fflush(stderr);
+    return 0;
+}
+
+// The sparse local part with -sigma on the diagonal, as a PETSc matrix.
+void local_matrix(const SparseMatrix& S, PetscScalar sigma, OwnedMat& P) {
+    const PetscInt n = S.n;
+    check(MatCreate(PETSC_COMM_WORLD, &P.h), "MatCreate");
+    check(MatSetSizes(P.h, n, n, n, n), "MatSetSizes");
+    check(MatSetType(P.h, MATAIJ), "MatSetType");
+    std::vector<PetscInt> nnz(static_cast<std::size_t>(n));
+    for (PetscInt r = 0; r < n; ++r) nnz[r] = static_cast<PetscInt>(S.row_start[r + 1] - S.row_start[r]);
+    check(MatSeqAIJSetPreallocation(P.h, 0, nnz.data()), "MatSeqAIJSetPreallocation");
+    check(MatMPIAIJSetPreallocation(P.h, 0, nnz.data(), 0, nullptr), "MatMPIAIJSetPreallocation");
+    std::vector<PetscInt> cols;
+    std::vector<PetscScalar> vals;
+    for (PetscInt r = 0; r < n; ++r) {
+        cols.clear(), vals.clear();
+        for (std::int64_t k = S.row_start[r]; k < S.row_start[r + 1]; ++k) {
+            cols.push_back(S.col[k] - 1);
+            vals.push_back(PetscScalar(S.val[k]) - (S.col[k] - 1 == r ? sigma : PetscScalar(0.0)));
+        }
+        check(MatSetValues(P.h, 1, &r, static_cast<PetscInt>(cols.size()), cols.data(), vals.data(), INSERT_VALUES),
+              "MatSetValues");
+    }
+    check(MatAssemblyBegin(P.h, MAT_FINAL_ASSEMBLY), "MatAssemblyBegin");
+    check(MatAssemblyEnd(P.h, MAT_FINAL_ASSEMBLY), "MatAssemblyEnd");
+}
+
+// Converged eigenpairs of one solve.
+struct Pairs {
+    std::vector<cplx> lambda;
+    std::vector<std::vector<cplx>> vec;  // unit norm
+    std::vector<double> residual;        // |A v - lambda v| / (|lambda| |v|) with the operator itself
+    std::int64_t inner = 0;
+    int iterations = 0;
+};
+
+Pairs run_eps(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, const char* label) {
+    OwnedEPS eps;
+    check(EPSCreate(PETSC_COMM_WORLD, &eps.h), "EPSCreate");
+    check(EPSSetOperators(eps.h, A, nullptr), "EPSSetOperators");
+    check(EPSSetProblemType(eps.h, EPS_NHEP), "EPSSetProblemType");
+    check(EPSSetType(eps.h, EPSKRYLOVSCHUR), "EPSSetType");
+    check(EPSSetTarget(eps.h, sigma), "EPSSetTarget");
+    check(EPSSetWhichEigenpairs(eps.h, EPS_TARGET_MAGNITUDE), "EPSSetWhichEigenpairs");
+    check(EPSSetDimensions(eps.h, nev, PETSC_DEFAULT, PETSC_DEFAULT), "EPSSetDimensions");
+    check(EPSSetConvergenceTest(eps.h, EPS_CONV_REL), "EPSSetConvergenceTest");
+    // The Ritz estimate of the transformed problem is not the residual of
+    // A itself: converge a decade tighter, then check with A.
+    check(EPSSetTolerances(eps.h, tol / 10.0, 1000), "EPSSetTolerances");
+    ST st;
+    check(EPSGetST(eps.h, &st), "EPSGetST");
+    check(STSetType(st, STSINVERT), "STSetType");
+    check(STSetMatMode(st, ST_MATMODE_SHELL), "STSetMatMode");
+    check(STSetPreconditionerMat(st, P), "STSetPreconditionerMat");
+    KSP ksp;
+    check(STGetKSP(st, &ksp), "STGetKSP");
+    check(KSPSetType(ksp, KSPGMRES), "KSPSetType");
+    check(KSPGMRESSetRestart(ksp, 60), "KSPGMRESSetRestart");
+    // The inner solves must be more accurate than the wanted residual.
+    check(KSPSetTolerances(ksp, std::max(1e-14, tol * 1e-3), PETSC_DEFAULT, PETSC_DEFAULT, 5000), "KSPSetTolerances");
+    check(KSPSetErrorIfNotConverged(ksp, PETSC_TRUE), "KSPSetErrorIfNotConverged");
+    PC pc;
+    check(KSPGetPC(ksp, &pc), "KSPGetPC");
+    check(PCSetType(pc, PCLU), "PCSetType");
+    check(PCFactorSetMatOrderingType(pc, MATORDERINGND), "PCFactorSetMatOrderingType");
+    Monitor mon;
+    mon.label = label;
+    mon.nev = nev;
+    check(EPSMonitorSet(eps.h, monitor, &mon, nullptr), "EPSMonitorSet");
+    check(EPSSolve(eps.h), "EPSSolve (the operator may be singular at the shift)");
+
+    Pairs out;
+    PetscInt nconv = 0, its = 0;
+    check(EPSGetConverged(eps.h, &nconv), "EPSGetConverged");
+    check(EPSGetIterationNumber(eps.h, &its), "EPSGetIterationNumber");
+    out.iterations = static_cast<int>(its);
+    PetscInt lits = 0;
+    check(KSPGetTotalIterations(ksp, &lits), "KSPGetTotalIterations");
+    out.inner = lits;
+    OwnedVec x;
+    check(MatCreateVecs(A, &x.h, nullptr), "MatCreateVecs");
+    for (PetscInt i = 0; i < nconv; ++i) {
+        PetscScalar k;
+        check(EPSGetEigenpair(eps.h, i, &k, nullptr, x.h, nullptr), "EPSGetEigenpair");
+        PetscReal err = 0.0;
+        check(EPSComputeError(eps.h, i, EPS_ERROR_RELATIVE, &err), "EPSComputeError");
+        const PetscScalar* px = nullptr;
+        check(VecGetArrayRead(x.h, &px), "VecGetArrayRead");
+        out.lambda.push_back(k);
+        out.vec.emplace_back(px, px + n);
+        out.residual.push_back(err);
+        check(VecRestoreArrayRead(x.h, &px), "VecRestoreArrayRead");
+    }
+    return out;
+}
+
+// Unit norm, the component of largest modulus real and positive (the form
+// in which the dense solve returns its vectors).
+void normalise(std::vector<cplx>& v) {
+    double s = 0.0, big = -1.0;
+    cplx at = 1.0;
+    for (const cplx& z : v) {
+        s += std::norm(z);
+        if (std::abs(z) > big) big = std::abs(z), at = z;
+    }
+    if (s == 0.0) return;
+    const cplx f = std::conj(at) / (std::abs(at) * std::sqrt(s));
+    for (cplx& z : v) z *= f;
+}
+
+// Within a cluster of equal eigenvalues the left vectors of the two solves
+// span the right space but need not be biorthogonal to the right vectors:
+// U := U (V^H U)^-1 makes U^H V diagonal there, columns then normalised.
+// Distinct eigenvalues are biorthogonal already and are left alone.
+void biorthogonalise(const std::vector<cplx>& lambda, std::vector<std::vector<cplx>>& V,
+                     std::vector<std::vector<cplx>>& U, double same) {
+    const int m = static_cast<int>(lambda.size());
+    std::vector<bool> done(static_cast<std::size_t>(m), false);
+    for (int p = 0; p < m; ++p) {
+        if (done[p]) continue;
+        std::vector<int> c;
+        for (int q = p; q < m; ++q)
+            if (!done[q] && std::abs(lambda[q] - lambda[p]) <= same * std::abs(lambda[p])) c.push_back(q);
+        for (int q : c) done[q] = true;
+        const int k = static_cast<int>(c.size());
+        if (k < 2) continue;
+        bool zero = false;
+        for (int q : c) zero = zero || std::all_of(U[q].begin(), U[q].end(), [](cplx z) { return z == cplx{}; });
+        if (zero) continue;
+        // G = V^H U (k x k, column-major); X solves G X = I.
+        std::vector<cplx> G(static_cast<std::size_t>(k * k)), X(static_cast<std::size_t>(k * k), cplx{});
+        for (int a = 0; a < k; ++a)
+            for (int b = 0; b < k; ++b) {
+                cplx s = 0.0;
+                for (std::size_t r = 0; r < V[c[a]].size(); ++r) s += std::conj(V[c[a]][r]) * U[c[b]][r];
+                G[a + k * b] = s;
+            }
+        for (int a = 0; a < k; ++a) X[a + k * a] = 1.0;
+        std::vector<int> ipiv(static_cast<std::size_t>(k));
+        int info = 0;
+        zgesv_(&k, &k, G.data(), &k, ipiv.data(), X.data(), &k, &info);
+        if (info != 0) continue;
+        std::vector<std::vector<cplx>> Un(static_cast<std::size_t>(k), std::vector<cplx>(U[c[0]].size(), cplx{}));
+        for (int b = 0; b < k; ++b)
+            for (int a = 0; a < k; ++a)
+                for (std::size_t r = 0; r < Un[b].size(); ++r) Un[b][r] += U[c[a]][r] * X[a + k * b];
+        for (int b = 0; b < k; ++b) {
+            normalise(Un[b]);
+            U[c[b]] = std::move(Un[b]);
+        }
+    }
+}
+
+}  // namespace
+
+void start_petsc() {
+    // PETSc and MPI are process-wide; they are started once and finished at
+    // exit.
+    static const bool started = [] {
+        unsetenv("PETSC_OPTIONS");
+        unsetenv("PETSC_OPTIONS_YAML");
+        static char a0[] = "torix", a1[] = "-skip_petscrc", a2[] = "-no_signal_handler";
+        static char* args[] = {a0, a1, a2, nullptr};
+        int argc = 3;
+        char** argv = args;
+        if (SlepcInitialize(&argc, &argv, nullptr, nullptr) != 0)
+            throw FatalError("SOLVE_MODES: PETSc/SLEPc could not be started");
+        PetscPushErrorHandler(PetscReturnErrorHandler, nullptr);
+        std::atexit([] { SlepcFinalize(); });
+        return true;
+    }();
+    (void)started;
+}
+
+ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol, ModeOutput out) {
+    if (tol <= 0.0) tol = 1e-10;
+    start_petsc();
+    const int N = in.N, n = 2 * N;
+    const ModeOperator op(in);
+    if (!op.even_tensor())
+        throw FatalError("SOLVE_MODES: the interaction tensor is not symmetric and even under r -> -r, so the "
+                         "left vectors cannot be formed from its Fourier form (use SOLVE_MATRIX)");
+    const PetscScalar sigma(0.0, f0);
+    const SparseMatrix local = op.local_part(1);
+
+    ShellContext right_ctx{&op, false, 0}, left_ctx{&op, true, 0};
+    OwnedMat A, At, P, Pt;
+    check(MatCreateShell(PETSC_COMM_WORLD, n, n, n, n, &right_ctx, &A.h), "MatCreateShell");
+    check(MatShellSetOperation(A.h, MATOP_MULT, reinterpret_cast<void (*)(void)>(mult)), "MatShellSetOperation");
+    check(MatShellSetOperation(A.h, MATOP_MULT_TRANSPOSE, reinterpret_cast<void (*)(void)>(mult_transpose)),
+          "MatShellSetOperation");
+    check(MatCreateShell(PETSC_COMM_WORLD, n, n, n, n, &left_ctx, &At.h), "MatCreateShell");
+    check(MatShellSetOperation(At.h, MATOP_MULT, reinterpret_cast<void (*)(void)>(mult)), "MatShellSetOperation");
+    check(MatShellSetOperation(At.h, MATOP_MULT_TRANSPOSE, reinterpret_cast<void (*)(void)>(mult_transpose)),
+          "MatShellSetOperation");
+    local_matrix(local, sigma, P);
+    check(MatTranspose(P.h, MAT_INITIAL_MATRIX, &Pt.h), "MatTranspose");
+
+    // Eigenvalues come in conjugate pairs; near 0 both members of a pair are
+    // equally near, so twice the count is asked for.  Above 0 a few extra
+    // cover the conjugates of modes near 0; the count grows until enough
+    // positive frequencies have converged.
+    const auto positive = [tol](cplx l) { return l.imag() > 100.0 * tol * std::abs(l); };
+    const cplx target(0.0, f0);
+    ModesStats stats;
+    int nev = std::min(n, f0 == 0.0 ? 2 * nmodes : nmodes + 2);
+    Pairs R;
+    std::vector<int> keep;
+    for (;;) {
+        R = run_eps(A.h, P.h, n, nev, sigma, tol, "right");
+        stats.inner_iterations += R.inner;
+        stats.outer_iterations += R.iterations;
+        keep.clear();
+        for (std::size_t i = 0; i < R.lambda.size(); ++i)
+            if (positive(R.lambda[i])) keep.push_back(static_cast<int>(i));
+        const bool all_converged = static_cast<int>(R.lambda.size()) >= nev;
+        if (static_cast<int>(keep.size()) >= nmodes || !all_converged || nev >= n) break;
+        nev = std::min(n, 2 * nev);
+    }
+    std::stable_sort(keep.begin(), keep.end(),
+                     [&](int a, int b) { return std::abs(R.lambda[a] - target) < std::abs(R.lambda[b] - target); });
+    if (static_cast<int>(keep.size()) > nmodes) keep.resize(nmodes);
+    if (static_cast<int>(keep.size()) < nmodes)
+        std::fprintf(stderr, " SOLVE_MODES: warning: %d of %d modes converged; the converged ones are kept\n",
+                     static_cast<int>(keep.size()), nmodes);
+    // Modes by increasing f, as the dense solve orders them.
+    std::stable_sort(keep.begin(), keep.end(), [&](int a, int b) { return R.lambda[a].imag() < R.lambda[b].imag(); });
+
+    // Left vectors: A^T w = lambda w gives u = conj(w) with u^H A = lambda u^H.
+    const int kept = static_cast<int>(keep.size());
+    Pairs L;
+    if (kept > 0) {
+        L = run_eps(At.h, Pt.h, n, nev, sigma, tol, "left");
+        stats.inner_iterations += L.inner;
+        stats.outer_iterations += L.iterations;
+    }
+    std::vector<bool> used(L.lambda.size(), false);
+    std::vector<int> partner(static_cast<std::size_t>(kept), -1);
+    for (int p = 0; p < kept; ++p) {
+        const cplx l = R.lambda[keep[p]];
+        double best = 1e300;
+        for (std::size_t k = 0; k < L.lambda.size(); ++k)
+            if (!used[k] && std::abs(L.lambda[k] - l) < best) best = std::abs(L.lambda[k] - l), partner[p] = static_cast<int>(k);
+        // A partner must be the same eigenvalue, to the accuracy asked for.
+        if (partner[p] >= 0 && best > 1e3 * tol * std::abs(l)) partner[p] = -1;
+        if (partner[p] >= 0) used[partner[p]] = true;
+    }
+
+    std::vector<cplx> lam(static_cast<std::size_t>(kept));
+    std::vector<std::vector<cplx>> vr(static_cast<std::size_t>(kept)), vl(static_cast<std::size_t>(kept));
+    int missing_left = 0;
+    for (int p = 0; p < kept; ++p) {
+        const int i = keep[p];
+        lam[p] = R.lambda[i];
+        vr[p] = R.vec[i];
+        normalise(vr[p]);
+        stats.worst_residual = std::max(stats.worst_residual, R.residual[i]);
+        vl[p].assign(static_cast<std::size_t>(n), cplx{});
+        if (const int k = partner[p]; k >= 0) {
+            for (int r = 0; r < n; ++r) vl[p][r] = std::conj(L.vec[k][r]);
+            normalise(vl[p]);
+            stats.worst_residual = std::max(stats.worst_residual, L.residual[k]);
+        } else {
+            ++missing_left;
+        }
+    }
+    biorthogonalise(lam, vr, vl, 1e3 * tol);
+
+    out.W.allocate({Range{1, kept}, Range{1, 2}}, 0.0);
+    out.MODES.allocate({Range{1, N}, Range{1, 2}, Range{1, kept}}, cplx{});
+    out.MODESL.allocate({Range{1, N}, Range{1, 2}, Range{1, kept}}, cplx{});
+    out.ZOUT.allocate({Range{1, kept}}, 0.0);
+    out.PHASES.allocate({Range{1, kept}}, 0.0);
+    for (int p = 1; p <= kept; ++p) {
+        out.W(p, 1) = lam[p - 1].imag();
+        out.W(p, 2) = -lam[p - 1].real();
+        out.ZOUT(p) = keep[p - 1] + 1;
+        for (int c = 1; c <= N; ++c)
+            for (int k = 1; k <= 2; ++k) {
+                out.MODES(c, k, p) = vr[p - 1][2 * (c - 1) + (k - 1)];
+                out.MODESL(c, k, p) = vl[p - 1][2 * (c - 1) + (k - 1)];
+            }
+    }
+    out.nmodes = kept;
+    if (missing_left > 0)
+        std::fprintf(stderr, " SOLVE_MODES: warning: %d modes have no converged left vector (stored as zero)\n",
+                     missing_left);
+    if (stats.worst_residual > tol)
+        std::fprintf(stderr, " SOLVE_MODES: warning: the worst residual %.3g is above the tolerance %.3g\n",
+                     stats.worst_residual, tol);
+    stats.products = right_ctx.products + left_ctx.products;
+    stats.converged = kept;
+    return stats;
+}
+
+}  // namespace torix

@@ -1,0 +1,42 @@
+#pragma once
+// Matrix-free eigen solve of the dynamic matrix with SLEPc: the modes whose
+// complex eigenvalue lies nearest i f0, with right and left vectors.
+//
+// The operator is ModeOperator (never stored); Krylov-Schur runs on the
+// shift-and-invert transform (A - sigma I)^-1 with sigma = i f0, each inner
+// solve by GMRES preconditioned with the LU factors of the sparse local part
+// of A - sigma I (cells at most one cell apart).  The left vectors come from
+// a second solve of the same kind on A^T.  The ModeSet has the form, order
+// and sign convention of the dense solve (dense_solve.hpp): f > 0, modes by
+// increasing f, A v = (-g + i f) v, u^H A = (-g + i f) u^H, vectors of unit
+// norm with their largest component real and positive.
+#include <cstdint>
+
+#include "eigen/dense_solve.hpp"
+#include "eigen/dynamic_matrix.hpp"
+
+namespace torix {
+
+// What one solve did, for the benchmarks and the documentation.
+struct ModesStats {
+    std::int64_t products = 0;       // operator products, right and left solves together
+    std::int64_t inner_iterations = 0;
+    int outer_iterations = 0;        // Krylov-Schur restarts, both solves
+    int converged = 0;               // modes kept
+    double worst_residual = 0.0;     // largest |A v - lambda v| / (|lambda| |v|) of the kept pairs, both sides
+};
+
+// Finds the nmodes modes nearest i f0 (f0 >= 0 in Oe; 0: the lowest
+// frequencies) to relative residual tol (tol <= 0: 1e-10) and stores them
+// in `out`.  1 <= nmodes <= N is the caller's to check.  Modes that did not
+// converge are reported on stderr and left out; the ModeSet is replaced only
+// after the solve has finished.  Errors of PETSc or SLEPc end in FatalError
+// ("SOLVE_MODES: ...").  Starts PETSc on first use (see start_petsc).
+ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol, ModeOutput out);
+
+// Starts PETSc and SLEPc once per process, closed to the environment: no
+// PETSC_OPTIONS, no option files, no signal handlers, errors returned to the
+// caller instead of printed.  Runs without mpirun (MPI singleton).
+void start_petsc();
+
+}  // namespace torix
