@@ -18,7 +18,7 @@ namespace {
 // Modes, mask, magnetization and numbering must belong together.
 void need_modes(const ModelState& st) {
     const std::string& k = st.LINER;
-    if (st.nmodes <= 0) throw FatalError(k + ": no modes (SOLVE_MATRIX, SOLVE_MATRIX_AR or EIGEN_LOAD first)");
+    if (st.nmodes <= 0) throw FatalError(k + ": no modes (SOLVE_MATRIX, SOLVE_MATRIX_AR, SOLVE_MODES or EIGEN_LOAD first)");
     if (!st.MASQUE.allocated()) throw FatalError(k + ": no cell mask (MASQUE_CREATE or MASQUE_LOAD first)");
     const VecGrid& M = st.M;
     if (!M.allocated() || M.hi(0) != st.nx || M.hi(1) != st.ny || M.hi(2) != st.nz)

@@ -2,8 +2,8 @@
 // Fast fixed-layout number text for the large mode tables and drawings:
 // std::to_chars in place of printf, which dominated their run time.
 #include <charconv>
-#include <cstring>
 #include <string>
+#include <string_view>
 
 namespace torix {
 
@@ -19,14 +19,14 @@ inline void append_sci(std::string& s, double v, int w, int prec) {
     s.append(buf, r.ptr);
 }
 
-// Appends v like printf "%.*f"; -0 is written as 0.
+// Appends v like printf "%.*f" (prec at most 20); a result that rounds to
+// zero is written without sign.
 inline void append_fixed(std::string& s, double v, int prec) {
-    char buf[48];
+    char buf[340];  // the largest double has 309 digits before the point
     auto r = std::to_chars(buf, buf + sizeof buf, v + 0.0, std::chars_format::fixed, prec);
-    // A value that rounds to zero keeps no sign.
-    const char* b = buf;
-    if (buf[0] == '-' && std::strspn(buf + 1, "0.") == static_cast<std::size_t>(r.ptr - buf - 1)) ++b;
-    s.append(b, static_cast<std::size_t>(r.ptr - b));
+    std::string_view t(buf, static_cast<std::size_t>(r.ptr - buf));
+    if (t.size() > 1 && t[0] == '-' && t.find_first_not_of("0.", 1) == std::string_view::npos) t.remove_prefix(1);
+    s += t;
 }
 
 // Appends an integer right-aligned in w characters.

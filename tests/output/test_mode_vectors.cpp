@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <numbers>
+#include <random>
 
 #include "output/mode_drawings.hpp"
 #include "output/mode_tables.hpp"
 #include "output/mode_vectors.hpp"
+#include "output/number_text.hpp"
 #include "test_util.hpp"
 
 using namespace torix;
@@ -181,4 +184,31 @@ TEST(ModeTables, WindingNumberCountsTurnsBothWays) {
     for (double& p : ph) p = -p;
     EXPECT_EQ(winding_number(ph), 4);
     EXPECT_EQ(winding_number(std::vector<double>(10, 1.0)), 0);
+}
+
+// The fast number text against printf, its reference: the same characters
+// for ordinary values, rounding ties, tiny and huge exponents; -0 as 0.
+TEST(NumberText, MatchesPrintf) {
+    std::mt19937_64 g(3);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    std::vector<double> v{0.0, 1.0, -1.0, 0.5, 2.5e-7, 1.000000005, 0.0005, 0.0015, 123456.5, 9.999999999, -7.0625,
+                          1e-300, 3e300, 799.9999999999999};
+    for (int n = 0; n < 2000; ++n) v.push_back(u(g) * std::pow(10.0, static_cast<int>(40 * u(g))));
+    char buf[400];
+    for (double x : v) {
+        std::string s;
+        append_sci(s, x, 16, 8);
+        std::snprintf(buf, sizeof buf, "%16.8E", x);
+        EXPECT_EQ(s, buf) << x;
+        s.clear();
+        append_fixed(s, x, 3);
+        std::snprintf(buf, sizeof buf, "%.3f", x);
+        if (std::string(buf) == "-0.000") std::snprintf(buf, sizeof buf, "0.000");
+        EXPECT_EQ(s, buf) << x;
+    }
+    std::string s;
+    append_sci(s, -0.0, 16, 8);
+    append_fixed(s, -0.0004, 3);
+    append_int(s, -42, 5);
+    EXPECT_EQ(s, "  0.00000000E+000.000  -42");
 }
