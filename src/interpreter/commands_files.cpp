@@ -66,11 +66,6 @@ void need_modes_and_m(const ModelState& st) {
     need_modes_on_grid(st);
 }
 
-ModeInput mode_input(const ModelState& st) {
-    return ModeInput{st.nx,   st.ny,     st.nz,  st.ncells, st.nmodes, st.dx,   st.dy,
-                     st.dz,   st.gyro,   st.MASQUE, st.NUM, st.M,      st.W,    st.MODES, st.MODESL};
-}
-
 // "<prefix>NNN": the mode number in at least three digits.
 std::string mode_file(const std::string& prefix, int p, const char* tail) {
     char num[16];
@@ -233,18 +228,21 @@ void cmd_plot_abs(Session& s) {
 void cmd_mode_save(Session& s) {
     ModelState& st = s.st;
     s.line();
-    const int p1 = s.in.i32("the first mode");
-    const int p2 = s.in.i32("the last mode");
+    int first = s.in.i32("the first mode");
+    int last = s.in.i32("the last mode");
     const int kind = s.in.i32("the kind (1 OVF, 2 VTK)");
+    const bool known = kind == 1 || kind == 2;
+    if (known) {
+        need_grid(st);
+        need_modes(st);
+        clip_range(s, first, last);
+    }
     s.line();
     st.FNAME = s.in.name("the file name prefix");
-    if (kind != 1 && kind != 2) {
+    if (!known) {
         s.ack();
         return;
     }
-    need_grid(st);
-    need_modes_and_m(st);
-    const int first = std::max(p1, 1), last = std::min(p2, st.nmodes);
     const ModeInput in = mode_input(st);
     std::vector<std::pair<double, std::string>> collection;
     for (int p = first; p <= last; ++p) {

@@ -13,8 +13,6 @@
 
 namespace torix {
 
-namespace {
-
 // Modes, mask, magnetization and numbering must belong together.
 void need_modes(const ModelState& st) {
     const std::string& k = st.LINER;
@@ -24,12 +22,6 @@ void need_modes(const ModelState& st) {
     if (!M.allocated() || M.hi(0) != st.nx || M.hi(1) != st.ny || M.hi(2) != st.nz)
         throw FatalError(k + ": no magnetization on the present grid (INIT_M or M_LOAD first)");
     need_modes_on_grid(st);
-}
-
-// Positions need the cell sizes.
-void need_cell_sizes(const ModelState& st) {
-    if (!(st.dx > 0.0 && st.dy > 0.0 && st.dz > 0.0))
-        throw FatalError(st.LINER + ": the cell sizes must be set to positive values by SET_CELL");
 }
 
 ModeInput mode_input(const ModelState& st) {
@@ -44,6 +36,14 @@ void clip_range(const Session& s, int& p1, int& p2) {
         s.in.fail("modes " + std::to_string(p1) + " to " + std::to_string(p2) + " include none of the modes 1 to " +
                   std::to_string(s.st.nmodes));
     p1 = a, p2 = b;
+}
+
+namespace {
+
+// Positions need the cell sizes.
+void need_cell_sizes(const ModelState& st) {
+    if (!(st.dx > 0.0 && st.dy > 0.0 && st.dz > 0.0))
+        throw FatalError(st.LINER + ": the cell sizes must be set to positive values by SET_CELL");
 }
 
 void need_mode(const Session& s, int p) {

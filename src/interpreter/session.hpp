@@ -8,6 +8,8 @@
 
 namespace torix {
 
+struct ModeInput;
+
 struct Session {
     ModelState& st;
     ListReader& in;
@@ -85,6 +87,14 @@ void cmd_mode_save(Session&);
 void cmd_plot_modes(Session&);
 
 // Shared steps used by several command files.
+// Throws unless modes, mask, magnetization and numbering belong together
+// (the mode analyses and mode files need all four).
+void need_modes(const ModelState& st);
+// The model state's view that the mode routines read.
+ModeInput mode_input(const ModelState& st);
+// p1..p2 clipped to the modes 1..nmodes; a range that holds none of them is
+// an error of the command's parameter line.
+void clip_range(const Session& s, int& p1, int& p2);
 // Rebuilds the Fourier form of the tensor after AIJ changed (no-op without a tensor).
 void refresh_fourier(ModelState& st);
 // Numbers the magnetic cells with block sizes (b1, b2, b3), counts the

@@ -152,7 +152,7 @@ ModePicture drawmode_proj(const ModeInput& in, int p, int axis) {
             P.present[s] = 1;
             P.uh[s] = us[ah];
             P.uv[s] = us[av];
-            P.amp[s] = std::sqrt(std::norm(us[0]) + std::norm(us[1]) + std::norm(us[2]));
+            P.amp[s] = std::sqrt(abs2(us[0]) + abs2(us[1]) + abs2(us[2]));
             pend[0].v[s] = project(us, ms);
             pend[0].dom.add(pend[0].v[s]);
         }

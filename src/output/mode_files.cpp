@@ -59,8 +59,7 @@ void savemodevti(const std::string& name, const ModeInput& in, int p, double sho
                 const double x = M(i, j, k, 1), y = M(i, j, k, 2), z = M(i, j, k, 3);
                 const double r = std::sqrt(x * x + y * y + z * z);
                 for (int a = 1; a <= 3; ++a) m0(i, j, k, a) = r > 0.0 ? M(i, j, k, a) / r : 0.0;
-                // |u| from the parts already split (std::norm of a complex
-                // goes through a slow hypot in this library).
+                // |u| from the parts already split.
                 double a2 = 0.0;
                 for (int a = 1; a <= 3; ++a) a2 += re(i, j, k, a) * re(i, j, k, a) + im(i, j, k, a) * im(i, j, k, a);
                 amp(i, j, k) = std::sqrt(a2);

@@ -192,7 +192,7 @@ std::vector<AngleSample> angle_profile(const ModeInput& in, const CVecGrid& u, i
         dom.add(vs);
         auto& o = out[static_cast<std::size_t>(s)];
         o.theta = th;
-        o.amplitude = std::sqrt(std::norm(uc[0]) + std::norm(uc[1]) + std::norm(uc[2]));
+        o.amplitude = std::sqrt(abs2(uc[0]) + abs2(uc[1]) + abs2(uc[2]));
     }
     const std::size_t dc = static_cast<std::size_t>(dom.take() - 1);
     std::vector<double> ph(out.size());

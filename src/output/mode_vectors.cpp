@@ -14,7 +14,7 @@ void mode_vector(int nx, int ny, int nz, int N, const IntGrid& MASQUE, const Int
 }
 
 double amplitude(const CVecGrid& u, int i, int j, int k) {
-    return std::sqrt(std::norm(u(i, j, k, 1)) + std::norm(u(i, j, k, 2)) + std::norm(u(i, j, k, 3)));
+    return std::sqrt(abs2(u(i, j, k, 1)) + abs2(u(i, j, k, 2)) + abs2(u(i, j, k, 3)));
 }
 
 std::array<cplx, 2> local_components(const CVecGrid& u, const VecGrid& M, int i, int j, int k) {
@@ -63,7 +63,7 @@ double participation_ratio(const CVecGrid& u, const IntGrid& MASQUE, int nx, int
         for (int j = 0; j <= ny; ++j)
             for (int i = 0; i <= nx; ++i) {
                 if (MASQUE(i, j, k) == 0) continue;
-                const double a2 = std::norm(u(i, j, k, 1)) + std::norm(u(i, j, k, 2)) + std::norm(u(i, j, k, 3));
+                const double a2 = abs2(u(i, j, k, 1)) + abs2(u(i, j, k, 2)) + abs2(u(i, j, k, 3));
                 s2 += a2;
                 s4 += a2 * a2;
                 ++n;

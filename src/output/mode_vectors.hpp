@@ -25,6 +25,9 @@
 
 namespace torix {
 
+// |z|^2 without the overflow-safe hypot that std::norm goes through here.
+inline double abs2(cplx z) { return z.real() * z.real() + z.imag() * z.imag(); }
+
 // u of mode p over (0:nx, 0:ny, 0:nz, 1:3), allocated afresh; zero at empty
 // cells and at cells without a number in 1..N.  `modes` is MODES or MODESL,
 // p in 1..modes.hi(2).  Parallel over layers.
@@ -71,8 +74,8 @@ double phase_of(cplx z);
 struct DominantComponent {
     double s1 = 0.0, s2 = 0.0;
     void add(const std::array<cplx, 2>& v) {
-        s1 += std::norm(v[0]);
-        s2 += std::norm(v[1]);
+        s1 += abs2(v[0]);
+        s2 += abs2(v[1]);
     }
     [[nodiscard]] int take() const { return s1 >= s2 ? 1 : 2; }
 };
