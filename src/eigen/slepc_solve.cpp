@@ -171,11 +171,16 @@ Pairs run_eps(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, const
     check(STGetKSP(st, &ksp), "STGetKSP");
     check(KSPSetType(ksp, KSPGMRES), "KSPSetType");
     check(KSPGMRESSetRestart(ksp, 60), "KSPGMRESSetRestart");
-    // The inner solves must be more accurate than the wanted residual.
-    check(KSPSetTolerances(ksp, std::max(1e-14, tol * 1e-3), PETSC_DEFAULT, PETSC_DEFAULT, 5000), "KSPSetTolerances");
+    // The inner solves must be more accurate than the wanted residual: a
+    // hundredth of it keeps the residual of A below tol (measured on the
+    // FMR problem; a tenth does not).
+    check(KSPSetTolerances(ksp, std::max(1e-14, tol * 1e-2), PETSC_DEFAULT, PETSC_DEFAULT, 5000), "KSPSetTolerances");
     check(KSPSetErrorIfNotConverged(ksp, PETSC_TRUE), "KSPSetErrorIfNotConverged");
     PC pc;
     check(KSPGetPC(ksp, &pc), "KSPGetPC");
+    // Exact LU of the local part: ILU(0) and ILU(1) cost less per
+    // application but needed 66% and 32% more iterations (48 x 48 film), and
+    // took the same time; RCM ordering fills more than nested dissection.
     check(PCSetType(pc, PCLU), "PCSetType");
     check(PCFactorSetMatOrderingType(pc, MATORDERINGND), "PCFactorSetMatOrderingType");
     Monitor mon;
@@ -296,7 +301,7 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
         throw FatalError("SOLVE_MODES: the interaction tensor is not symmetric and even under r -> -r, so the "
                          "left vectors cannot be formed from its Fourier form (use SOLVE_MATRIX)");
     const PetscScalar sigma(0.0, f0);
-    const SparseMatrix local = op.local_part(1);
+    const SparseMatrix local = op.local_part(1, true);
 
     ShellContext right_ctx{&op, false, 0}, left_ctx{&op, true, 0};
     OwnedMat A, At, P, Pt;
