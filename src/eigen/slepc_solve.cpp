@@ -91,27 +91,45 @@ PetscErrorCode shell_product(Mat A, Vec x, Vec y, bool transpose) {
 PetscErrorCode mult(Mat A, Vec x, Vec y) { return shell_product(A, x, y, false); }
 PetscErrorCode mult_transpose(Mat A, Vec x, Vec y) { return shell_product(A, x, y, true); }
 
-// Progress on stderr at most every few seconds.
+// Progress on stderr at most every few seconds: the last Krylov-Schur state
+// and the inner iterations so far (a restart can take minutes on a large
+// model, so the inner solver reports as well).
 struct Monitor {
     const char* label = "";
     int nev = 0;
-    int iterations = 0;
+    int iterations = 0, converged = 0;
+    double worst = 0.0;
+    std::int64_t inner = 0;
     std::chrono::steady_clock::time_point last = std::chrono::steady_clock::now();
 };
 constexpr double kProgressSeconds = 3.0;
 
-PetscErrorCode monitor(EPS, PetscInt its, PetscInt nconv, PetscScalar*, PetscScalar*, PetscReal* errest,
-                       PetscInt nest, void* ctx) {
+void report(Monitor& m) {
+    const auto now = std::chrono::steady_clock::now();
+    if (std::chrono::duration<double>(now - m.last).count() < kProgressSeconds) return;
+    m.last = now;
+    std::fprintf(stderr,
+                 " SOLVE_MODES: %s vectors: iteration %d, %d of %d converged, worst residual %.3g, %lld inner "
+                 "iterations\n",
+                 m.label, m.iterations, m.converged, m.nev, m.worst, static_cast<long long>(m.inner));
+    std::fflush(stderr);
+}
+
+PetscErrorCode eps_monitor(EPS, PetscInt its, PetscInt nconv, PetscScalar*, PetscScalar*, PetscReal* errest,
+                           PetscInt nest, void* ctx) {
     auto* m = static_cast<Monitor*>(ctx);
     m->iterations = static_cast<int>(its);
-    const auto now = std::chrono::steady_clock::now();
-    if (std::chrono::duration<double>(now - m->last).count() < kProgressSeconds) return 0;
-    m->last = now;
-    double worst = 0.0;
-    for (PetscInt k = 0; k < std::min<PetscInt>(nest, m->nev); ++k) worst = std::max(worst, errest[k]);
-    std::fprintf(stderr, " SOLVE_MODES: %s vectors: iteration %d, %d of %d converged, worst residual %.3g\n", m->label,
-                 static_cast<int>(its), static_cast<int>(nconv), m->nev, worst);
-    std::fflush(stderr);
+    m->converged = static_cast<int>(nconv);
+    m->worst = 0.0;
+    for (PetscInt k = 0; k < std::min<PetscInt>(nest, m->nev); ++k) m->worst = std::max(m->worst, errest[k]);
+    report(*m);
+    return 0;
+}
+
+PetscErrorCode ksp_monitor(KSP, PetscInt its, PetscReal, void* ctx) {
+    auto* m = static_cast<Monitor*>(ctx);
+    if (its > 0) ++m->inner;
+    report(*m);
     return 0;
 }
 
@@ -186,7 +204,8 @@ Pairs run_eps(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, const
     Monitor mon;
     mon.label = label;
     mon.nev = nev;
-    check(EPSMonitorSet(eps.h, monitor, &mon, nullptr), "EPSMonitorSet");
+    check(EPSMonitorSet(eps.h, eps_monitor, &mon, nullptr), "EPSMonitorSet");
+    check(KSPMonitorSet(ksp, ksp_monitor, &mon, nullptr), "KSPMonitorSet");
     check(EPSSolve(eps.h), "EPSSolve (the operator may be singular at the shift)");
 
     Pairs out;
