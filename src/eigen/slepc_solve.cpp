@@ -175,7 +175,9 @@ Pairs run_eps(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, const
     check(EPSSetType(eps.h, EPSKRYLOVSCHUR), "EPSSetType");
     check(EPSSetTarget(eps.h, sigma), "EPSSetTarget");
     check(EPSSetWhichEigenpairs(eps.h, EPS_TARGET_MAGNITUDE), "EPSSetWhichEigenpairs");
-    check(EPSSetDimensions(eps.h, nev, PETSC_DEFAULT, PETSC_DEFAULT), "EPSSetDimensions");
+    // A basis 30 vectors beyond the wanted count (SLEPc's default: 15) took
+    // 5 to 10 % fewer products on the FMR problem and a 64 x 64 film.
+    check(EPSSetDimensions(eps.h, nev, std::min(n, std::max(2 * nev, nev + 30)), PETSC_DEFAULT), "EPSSetDimensions");
     check(EPSSetConvergenceTest(eps.h, EPS_CONV_REL), "EPSSetConvergenceTest");
     // The Ritz estimate of the transformed problem is not the residual of
     // A itself: converge a decade tighter, then check with A.
