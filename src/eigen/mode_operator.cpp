@@ -175,12 +175,29 @@ void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
     }
 }
 
-SparseMatrix ModeOperator::local_part(int radius) const {
+SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
     const int N = in_.N, nx = in_.nx, ny = in_.ny, nz = in_.nz;
     IntGrid index = make_int_grid(nx, ny, nz, -1);
-    for (std::size_t c = 0; c < cx_.size(); ++c) index(cx_[c], cy_[c], cz_[c]) = static_cast<int>(c);
+    const std::size_t ncell = cx_.size();
+    for (std::size_t c = 0; c < ncell; ++c) index(cx_[c], cy_[c], cz_[c]) = static_cast<int>(c);
     const TensorArray& T = in_.AIJ;
     const std::ptrdiff_t cstride = T.stride(3);
+    // Sum of the tensor blocks over all sources, per target cell and column
+    // (far[9 c + a + 3 b]): the field of a unit magnetization along b on every
+    // magnetic cell.  The near blocks are subtracted below.
+    std::vector<double> far;
+    if (lump_far) {
+        far.assign(9 * ncell, 0.0);
+        std::vector<double> col(3 * ncell);
+        for (int b = 0; b < 3; ++b) {
+            V_.fill(0.0);
+            for (std::size_t c = 0; c < ncell; ++c) V_(cx_[c], cy_[c], cz_[c], b + 1) = 1.0;
+            convolve(0, col);
+            for (std::size_t c = 0; c < ncell; ++c)
+                for (int a = 0; a < 3; ++a) far[9 * c + a + 3 * b] = col[3 * c + a];
+        }
+        V_.fill(0.0);
+    }
     struct Row {
         std::vector<std::int32_t> col;  // 0-based number - 1 of the source
         std::vector<double> v[2];       // the two rows, 2 columns per source number
@@ -213,7 +230,23 @@ SparseMatrix ModeOperator::local_part(int radius) const {
                         if (j == i)
                             for (int k = 0; k < 4; ++k) B[k] += blk_[i].S[k];
                         acc.emplace_back(cnum_[j] - 1, B);
+                        if (lump_far)
+                            for (int c = 0; c < 9; ++c) far[9 * i + c] -= d[c * cstride];
                     }
+            if (lump_far) {
+                // G_i F Q_i with F the far sum.
+                const double* F = &far[9 * i];
+                const auto& Q = blk_[i].Q;
+                double E[6];
+                for (int c = 0; c < 3; ++c) {
+                    E[2 * c] = G[0] * F[3 * c] + G[2] * F[3 * c + 1] + G[4] * F[3 * c + 2];
+                    E[2 * c + 1] = G[1] * F[3 * c] + G[3] * F[3 * c + 1] + G[5] * F[3 * c + 2];
+                }
+                acc.emplace_back(n - 1, std::array<double, 4>{E[0] * Q[0] + E[2] * Q[1] + E[4] * Q[2],
+                                                              E[1] * Q[0] + E[3] * Q[1] + E[5] * Q[2],
+                                                              E[0] * Q[3] + E[2] * Q[4] + E[4] * Q[5],
+                                                              E[1] * Q[3] + E[3] * Q[4] + E[5] * Q[5]});
+            }
         }
         std::stable_sort(acc.begin(), acc.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
         Row& row = rows[n - 1];

@@ -44,8 +44,13 @@ public:
 
     // The entries of A between grid cells at most `radius` apart along
     // every axis (rows averaged as in A): a sparse local part, for a
-    // preconditioner.  Cells of one number share their rows.
-    [[nodiscard]] SparseMatrix local_part(int radius) const;
+    // preconditioner.  Cells of one number share their rows.  With
+    // lump_far, each cell's diagonal block also gets the far cells' tensor
+    // blocks as if their deviation were the cell's own, G_i (sum over far
+    // P_j of D) Q_i: the part of the long-range dipolar field that a
+    // smooth mode sees (the film's demagnetizing field), which the near
+    // blocks alone miss.
+    [[nodiscard]] SparseMatrix local_part(int radius, bool lump_far = false) const;
 
     // Bytes held by the operator (factors, scratch grids, Fourier form).
     [[nodiscard]] std::size_t bytes() const;

@@ -91,27 +91,45 @@ PetscErrorCode shell_product(Mat A, Vec x, Vec y, bool transpose) {
 PetscErrorCode mult(Mat A, Vec x, Vec y) { return shell_product(A, x, y, false); }
 PetscErrorCode mult_transpose(Mat A, Vec x, Vec y) { return shell_product(A, x, y, true); }
 
-// Progress on stderr at most every few seconds.
+// Progress on stderr at most every few seconds: the last Krylov-Schur state
+// and the inner iterations so far (a restart can take minutes on a large
+// model, so the inner solver reports as well).
 struct Monitor {
     const char* label = "";
     int nev = 0;
-    int iterations = 0;
+    int iterations = 0, converged = 0;
+    double worst = 0.0;
+    std::int64_t inner = 0;
     std::chrono::steady_clock::time_point last = std::chrono::steady_clock::now();
 };
 constexpr double kProgressSeconds = 3.0;
 
-PetscErrorCode monitor(EPS, PetscInt its, PetscInt nconv, PetscScalar*, PetscScalar*, PetscReal* errest,
-                       PetscInt nest, void* ctx) {
+void report(Monitor& m) {
+    const auto now = std::chrono::steady_clock::now();
+    if (std::chrono::duration<double>(now - m.last).count() < kProgressSeconds) return;
+    m.last = now;
+    std::fprintf(stderr,
+                 " SOLVE_MODES: %s vectors: iteration %d, %d of %d converged, worst residual %.3g, %lld inner "
+                 "iterations\n",
+                 m.label, m.iterations, m.converged, m.nev, m.worst, static_cast<long long>(m.inner));
+    std::fflush(stderr);
+}
+
+PetscErrorCode eps_monitor(EPS, PetscInt its, PetscInt nconv, PetscScalar*, PetscScalar*, PetscReal* errest,
+                           PetscInt nest, void* ctx) {
     auto* m = static_cast<Monitor*>(ctx);
     m->iterations = static_cast<int>(its);
-    const auto now = std::chrono::steady_clock::now();
-    if (std::chrono::duration<double>(now - m->last).count() < kProgressSeconds) return 0;
-    m->last = now;
-    double worst = 0.0;
-    for (PetscInt k = 0; k < std::min<PetscInt>(nest, m->nev); ++k) worst = std::max(worst, errest[k]);
-    std::fprintf(stderr, " SOLVE_MODES: %s vectors: iteration %d, %d of %d converged, worst residual %.3g\n", m->label,
-                 static_cast<int>(its), static_cast<int>(nconv), m->nev, worst);
-    std::fflush(stderr);
+    m->converged = static_cast<int>(nconv);
+    m->worst = 0.0;
+    for (PetscInt k = 0; k < std::min<PetscInt>(nest, m->nev); ++k) m->worst = std::max(m->worst, errest[k]);
+    report(*m);
+    return 0;
+}
+
+PetscErrorCode ksp_monitor(KSP, PetscInt its, PetscReal, void* ctx) {
+    auto* m = static_cast<Monitor*>(ctx);
+    if (its > 0) ++m->inner;
+    report(*m);
     return 0;
 }
 
@@ -157,7 +175,9 @@ Pairs run_eps(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, const
     check(EPSSetType(eps.h, EPSKRYLOVSCHUR), "EPSSetType");
     check(EPSSetTarget(eps.h, sigma), "EPSSetTarget");
     check(EPSSetWhichEigenpairs(eps.h, EPS_TARGET_MAGNITUDE), "EPSSetWhichEigenpairs");
-    check(EPSSetDimensions(eps.h, nev, PETSC_DEFAULT, PETSC_DEFAULT), "EPSSetDimensions");
+    // A basis 30 vectors beyond the wanted count (SLEPc's default: 15) took
+    // 5 to 10 % fewer products on the FMR problem and a 64 x 64 film.
+    check(EPSSetDimensions(eps.h, nev, std::min(n, std::max(2 * nev, nev + 30)), PETSC_DEFAULT), "EPSSetDimensions");
     check(EPSSetConvergenceTest(eps.h, EPS_CONV_REL), "EPSSetConvergenceTest");
     // The Ritz estimate of the transformed problem is not the residual of
     // A itself: converge a decade tighter, then check with A.
@@ -171,17 +191,23 @@ Pairs run_eps(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, const
     check(STGetKSP(st, &ksp), "STGetKSP");
     check(KSPSetType(ksp, KSPGMRES), "KSPSetType");
     check(KSPGMRESSetRestart(ksp, 60), "KSPGMRESSetRestart");
-    // The inner solves must be more accurate than the wanted residual.
-    check(KSPSetTolerances(ksp, std::max(1e-14, tol * 1e-3), PETSC_DEFAULT, PETSC_DEFAULT, 5000), "KSPSetTolerances");
+    // The inner solves must be more accurate than the wanted residual: a
+    // hundredth of it keeps the residual of A below tol (measured on the
+    // FMR problem; a tenth does not).
+    check(KSPSetTolerances(ksp, std::max(1e-14, tol * 1e-2), PETSC_DEFAULT, PETSC_DEFAULT, 5000), "KSPSetTolerances");
     check(KSPSetErrorIfNotConverged(ksp, PETSC_TRUE), "KSPSetErrorIfNotConverged");
     PC pc;
     check(KSPGetPC(ksp, &pc), "KSPGetPC");
+    // Exact LU of the local part: ILU(0) and ILU(1) cost less per
+    // application but needed 66% and 32% more iterations (48 x 48 film), and
+    // took the same time; RCM ordering fills more than nested dissection.
     check(PCSetType(pc, PCLU), "PCSetType");
     check(PCFactorSetMatOrderingType(pc, MATORDERINGND), "PCFactorSetMatOrderingType");
     Monitor mon;
     mon.label = label;
     mon.nev = nev;
-    check(EPSMonitorSet(eps.h, monitor, &mon, nullptr), "EPSMonitorSet");
+    check(EPSMonitorSet(eps.h, eps_monitor, &mon, nullptr), "EPSMonitorSet");
+    check(KSPMonitorSet(ksp, ksp_monitor, &mon, nullptr), "KSPMonitorSet");
     check(EPSSolve(eps.h), "EPSSolve (the operator may be singular at the shift)");
 
     Pairs out;
@@ -296,7 +322,7 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
         throw FatalError("SOLVE_MODES: the interaction tensor is not symmetric and even under r -> -r, so the "
                          "left vectors cannot be formed from its Fourier form (use SOLVE_MATRIX)");
     const PetscScalar sigma(0.0, f0);
-    const SparseMatrix local = op.local_part(1);
+    const SparseMatrix local = op.local_part(1, true);
 
     ShellContext right_ctx{&op, false, 0}, left_ctx{&op, true, 0};
     OwnedMat A, At, P, Pt;

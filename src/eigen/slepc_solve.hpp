@@ -5,7 +5,8 @@
 // The operator is ModeOperator (never stored); Krylov-Schur runs on the
 // shift-and-invert transform (A - sigma I)^-1 with sigma = i f0, each inner
 // solve by GMRES preconditioned with the LU factors of the sparse local part
-// of A - sigma I (cells at most one cell apart).  The left vectors come from
+// of A - sigma I (cells at most one cell apart, with the far dipolar blocks
+// lumped onto the diagonal).  The left vectors come from
 // a second solve of the same kind on A^T.  The ModeSet has the form, order
 // and sign convention of the dense solve (dense_solve.hpp): f > 0, modes by
 // increasing f, A v = (-g + i f) v, u^H A = (-g + i f) u^H, vectors of unit

@@ -225,8 +225,10 @@ void cmd_solve_modes(Session& s) {
         throw FatalError(k + ": expected a number of modes between 1 and " + std::to_string(st.ncells) +
                          " (the numbered cells), found " + std::to_string(nsel));
     const std::clock_t t0 = std::clock();
-    solve_modes(matrix_input(st), nsel, f0, tol, mode_output(st));
+    const ModesStats r = solve_modes(matrix_input(st), nsel, f0, tol, mode_output(st));
     save_both(st);
+    say("modes", r.converged, "operator products", r.products, "inner iterations", r.inner_iterations, "restarts",
+        r.outer_iterations, "worst residual", r.worst_residual);
     say("time spent", static_cast<double>(std::clock() - t0) / CLOCKS_PER_SEC);
     s.ack();
 }

@@ -116,6 +116,31 @@ TEST(ModeOperator, ProductsEqualTheAssembledMatrix) {
     }
 }
 
+TEST(ModeOperator, LumpedFarFieldKeepsTheRowSumsOfAUniformState) {
+    // Uniform m (equal frames): lumping the far blocks onto the diagonal as
+    // if the far deviation were the cell's own keeps every row's sum over
+    // the 2x2 column blocks of A; off-diagonal entries are the near ones.
+    const Model m = box(6, 5, 1, 5e-7, {0.6, 0.0, 0.8}, 0.02);
+    const auto A = dense_matrix(m);
+    const ModeOperator op(m.input());
+    const SparseMatrix near = op.local_part(1), lumped = op.local_part(1, true);
+    ASSERT_EQ(near.count(), lumped.count());
+    const std::size_t n = 2 * static_cast<std::size_t>(m.N);
+    double big = 0.0;
+    for (double a : A) big = std::max(big, std::abs(a));
+    std::vector<double> sum_a(2 * n, 0.0), sum_l(2 * n, 0.0);  // per row, column parity
+    for (std::size_t c = 0; c < n; ++c)
+        for (std::size_t r = 0; r < n; ++r) sum_a[2 * r + c % 2] += A[r + c * n];
+    for (std::int64_t k = 0; k < lumped.count(); ++k) {
+        const int r = lumped.row[k] - 1, c = lumped.col[k] - 1;
+        sum_l[2 * r + c % 2] += lumped.val[k];
+        if (r / 2 != c / 2) {
+            EXPECT_EQ(lumped.val[k], near.val[k]);
+        }
+    }
+    for (std::size_t k = 0; k < 2 * n; ++k) EXPECT_NEAR(sum_l[k], sum_a[k], 1e-10 * big) << k;
+}
+
 // ||A v - lambda v|| / (|lambda| ||v||) with the assembled matrix.
 double residual(const std::vector<double>& A, const std::vector<cplx>& v, cplx lambda, bool left) {
     // Left: u^H A = lambda u^H, i.e. A^T conj(u) = lambda conj(u).
