@@ -358,19 +358,52 @@ TEST(ModeCommands, SaturatedFilmModeVec3AndTimeRun) {
     EXPECT_GT(std::sqrt(err_p / size), 1.0);
 }
 
-// The lowest mode of a vortex disk is the gyrotropic mode: azimuthal index
-// +1 or -1 on the circle of half the radius, reference cell in the core.
+// Energy measures " 1 E" that RELAX prints after each run, in order.
+std::vector<double> relax_energies(const std::string& out) {
+    std::vector<double> e;
+    std::istringstream in(out);
+    for (std::string l; std::getline(in, l);) {
+        std::istringstream ls(l);
+        std::string run, extra;
+        double v = 0.0;
+        if ((ls >> run >> v) && run == "1" && !(ls >> extra)) e.push_back(v);
+    }
+    return e;
+}
+
+// A single-layer disk of 10 nm x 10 nm x 40 nm cells, d cells across,
+// started as a vortex with its core along +z on the centre cell and relaxed
+// by the damped alignment, which keeps the fourfold symmetry of the start;
+// then the lowest mode and the energy measures (RELAX with threshold 1e10,
+// no pass) of the states displaced along it with amplitudes 0.1 and 0.2.
+std::string vortex_disk(int d) {
+    const std::string L = std::to_string(d) + "e-6", c = std::to_string(0.5 * d) + "e-6",
+                      r = std::to_string(0.25 * d) + "e-6";
+    return "SET_CELL\n1e-6 1e-6 4e-6\nMASQUE_CREATE\n" + L + " " + L + " 4e-6\nLOAD_MAT\n1\n1.3e-6 800\n" +
+           "ADD_SHAPE\n4\n" + L + " " + L + " 4e-6 0 0 0 1\nTENSOR_CREATE\n0\nINIT_M\n1\n" +
+           "RELAX\n1 1e-7 0.05\nSOLVE_MATRIX\n1\nPRINT_ANGLE\n1 1 0 " + c + " " + c + " " + r + " 10\n" +
+           "PRINT_PHASES\n1 1\nPRINT_SLICES\n1 1 1 0 " + std::to_string(d / 2) + " 0\n" +
+           "VEC3\n1 0.1 0 d1.txt\nVEC3\n1 0.2 0 d2.txt\n" +
+           "M_LOAD\n1 d1.txt\nRELAX\n1 1e10 0.05\nM_LOAD\n1 d2.txt\nRELAX\n1 1e10 0.05\nEND\n";
+}
+
+// The lowest mode of a vortex disk is the gyrotropic mode, reference cell in
+// the core.  In the 150 nm disk the centred core is an energy minimum
+// against its displacement, and the core with polarity +z then turns
+// anticlockwise seen from +z (Thiele equation; Guslienko et al., J. Appl.
+// Phys. 91, 8037 (2002)): azimuthal index +1 on the circle of half the
+// radius.
 TEST(ModeCommands, VortexGyrotropicModeHasIndexOne) {
     TempDir dir;
-    const RunResult r = run(dir,
-                            "SET_CELL\n1e-6 1e-6 4e-6\nMASQUE_CREATE\n1.5e-5 1.5e-5 4e-6\nLOAD_MAT\n1\n1.3e-6 800\n"
-                            "ADD_SHAPE\n4\n1.5e-5 1.5e-5 4e-6 0 0 0 1\nTENSOR_CREATE\n0\nINIT_M\n1\n"
-                            "RELAX\n1 1e-7 0.05\nSOLVE_MATRIX\n1\nPRINT_ANGLE\n1 1 0 7.5e-6 7.5e-6 3.75e-6 10\n"
-                            "PRINT_PHASES\n1 1\nPRINT_SLICES\n1 1 1 0 7 0\nEND\n");
+    const RunResult r = run(dir, vortex_disk(15));
     ASSERT_EQ(r.status, 0) << r.err;
     const auto angle = blocks(dir.read("p.dat"));
     ASSERT_EQ(angle.size(), 1u);
-    EXPECT_EQ(std::abs(index_of(angle[0].comment)), 1) << angle[0].comment;
+    EXPECT_EQ(index_of(angle[0].comment), 1) << angle[0].comment;
+    const auto e = relax_energies(r.out);
+    ASSERT_EQ(e.size(), 3u) << r.out;
+    EXPECT_LT(e[0], e[1]);
+    EXPECT_LT(e[1], e[2]);
     const auto mx = blocks(dir.read("modesmax.dat"));
     EXPECT_EQ(mx[0].rows.at(0)[3], 7);
     EXPECT_EQ(mx[0].rows.at(0)[4], 7);
@@ -381,4 +414,25 @@ TEST(ModeCommands, VortexGyrotropicModeHasIndexOne) {
     ASSERT_EQ(sl[0].rows.size(), 15u);
     for (int i = 0; i < 15; ++i) EXPECT_NEAR(sl[0].rows[i][0], (i + 0.5) * 1e-6, 1e-18);
     EXPECT_EQ(sl[0].rows[7][1], 1.0);
+}
+
+// The 210 nm disk relaxed the same way keeps its core on the centre cell,
+// but there the energy falls as the core moves off it: the symmetric state
+// is a maximum, an unstable equilibrium.  With a negative stiffness the
+// Thiele equation reverses the sense of gyration, so the same +z core gives
+// azimuthal index -1.  The undamped solve still returns a real frequency.
+TEST(ModeCommands, VortexAtAnEnergyMaximumTurnsTheOtherWay) {
+    TempDir dir;
+    const RunResult r = run(dir, vortex_disk(21));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto e = relax_energies(r.out);
+    ASSERT_EQ(e.size(), 3u) << r.out;
+    EXPECT_GT(e[0], e[1]);
+    EXPECT_GT(e[1], e[2]);
+    const auto mx = blocks(dir.read("modesmax.dat"));
+    EXPECT_EQ(mx[0].rows.at(0)[3], 10);
+    EXPECT_EQ(mx[0].rows.at(0)[4], 10);
+    const auto angle = blocks(dir.read("p.dat"));
+    ASSERT_EQ(angle.size(), 1u);
+    EXPECT_EQ(index_of(angle[0].comment), -1) << angle[0].comment;
 }
