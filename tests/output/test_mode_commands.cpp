@@ -376,14 +376,21 @@ std::vector<double> relax_energies(const std::string& out) {
 // by the damped alignment, which keeps the fourfold symmetry of the start;
 // then the lowest mode and the energy measures (RELAX with threshold 1e10,
 // no pass) of the states displaced along it with amplitudes 0.1 and 0.2.
-std::string vortex_disk(int d) {
-    const std::string L = std::to_string(d) + "e-6", c = std::to_string(0.5 * d) + "e-6",
-                      r = std::to_string(0.25 * d) + "e-6";
+// The disk and its tensor, d cells across.
+std::string disk_grid(int d) {
+    const std::string L = std::to_string(d) + "e-6";
     return "SET_CELL\n1e-6 1e-6 4e-6\nMASQUE_CREATE\n" + L + " " + L + " 4e-6\nLOAD_MAT\n1\n1.3e-6 800\n" +
-           "ADD_SHAPE\n4\n" + L + " " + L + " 4e-6 0 0 0 1\nTENSOR_CREATE\n0\nINIT_M\n1\n" +
-           "RELAX\n1 1e-7 0.05\nSOLVE_MATRIX\n1\nPRINT_ANGLE\n1 1 0 " + c + " " + c + " " + r + " 10\n" +
+           "ADD_SHAPE\n4\n" + L + " " + L + " 4e-6 0 0 0 1\nTENSOR_CREATE\n0\n";
+}
+// The lowest mode on the circle of half the radius.
+std::string disk_angle(int d) {
+    const std::string c = std::to_string(0.5 * d) + "e-6", r = std::to_string(0.25 * d) + "e-6";
+    return "PRINT_ANGLE\n1 1 0 " + c + " " + c + " " + r + " 10\n";
+}
+std::string vortex_disk(int d) {
+    return disk_grid(d) + "INIT_M\n1\nRELAX\n1 1e-7 0.05\nSOLVE_MATRIX\n1\n" + disk_angle(d) +
            "PRINT_PHASES\n1 1\nPRINT_SLICES\n1 1 1 0 " + std::to_string(d / 2) + " 0\n" +
-           "VEC3\n1 0.1 0 d1.txt\nVEC3\n1 0.2 0 d2.txt\n" +
+           "VEC3\n1 0.1 0 d1.txt\nVEC3\n1 0.2 0 d2.txt\nVEC3\n1 0.1 0.7853981633974483 dd.txt\n" +
            "M_LOAD\n1 d1.txt\nRELAX\n1 1e10 0.05\nM_LOAD\n1 d2.txt\nRELAX\n1 1e10 0.05\nEND\n";
 }
 
@@ -421,6 +428,9 @@ TEST(ModeCommands, VortexGyrotropicModeHasIndexOne) {
 // is a maximum, an unstable equilibrium.  With a negative stiffness the
 // Thiele equation reverses the sense of gyration, so the same +z core gives
 // azimuthal index -1.  The undamped solve still returns a real frequency.
+// Displaced along a diagonal (VEC3 at phase pi/4) and relaxed again, the
+// core settles off the centre cell at a lower energy, a minimum, where the
+// gyrotropic mode turns anticlockwise again.
 TEST(ModeCommands, VortexAtAnEnergyMaximumTurnsTheOtherWay) {
     TempDir dir;
     const RunResult r = run(dir, vortex_disk(21));
@@ -435,4 +445,17 @@ TEST(ModeCommands, VortexAtAnEnergyMaximumTurnsTheOtherWay) {
     const auto angle = blocks(dir.read("p.dat"));
     ASSERT_EQ(angle.size(), 1u);
     EXPECT_EQ(index_of(angle[0].comment), -1) << angle[0].comment;
+
+    const RunResult r2 = run(dir, disk_grid(21) + "M_LOAD\n1 dd.txt\nRELAX\n1 1e-9 0.05\nSOLVE_MATRIX\n1\n" +
+                                      disk_angle(21) + "PRINT_PHASES\n1 1\nEND\n");
+    ASSERT_EQ(r2.status, 0) << r2.err;
+    const auto e2 = relax_energies(r2.out);
+    ASSERT_EQ(e2.size(), 1u) << r2.out;
+    EXPECT_LT(e2[0], e[0] - 10.0);
+    const auto mx2 = blocks(dir.read("modesmax.dat"));
+    EXPECT_EQ(mx2[0].rows.at(0)[3], 10);  // reference cell still the core
+    EXPECT_EQ(mx2[0].rows.at(0)[4], 10);
+    const auto angle2 = blocks(dir.read("p.dat"));
+    ASSERT_EQ(angle2.size(), 1u);
+    EXPECT_EQ(index_of(angle2[0].comment), 1) << angle2[0].comment;
 }
