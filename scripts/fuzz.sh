@@ -40,6 +40,7 @@ find "$CASES" -type f \( -name 'm*.bin' -o -name 'm*.txt' -o -name 'h*.txt' -o -
     seed fuzz_field '\x3f\x05' '\x3f\x04' '\x09\x01' '\x09\x00'
 find "$CASES" -type f -name 'eig*.dat' | seed fuzz_eigen '\x3f\x05' '\x3f\x04' '\x09\x01' '\x09\x00'
 find "$CASES" -type f -name 'hrf*.txt' | seed fuzz_hrf '\x3f\x05' '\x09\x00'
+# The OVF reader's target (fuzz_ovf) takes its seeds here, from the .ovf files of tests/cases.
 
 # The targets write their scratch files under TMPDIR: in memory where there
 # is a tmpfs (on a disk the writes take ten times longer than the reads).
