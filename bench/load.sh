@@ -7,14 +7,19 @@
 #   relax    damped alignment of a 64 x 64 x 4 box (FFT field)
 #   tensor   TENSOR_CREATE on 128 x 128 x 8 cells (with its Fourier form)
 #   tensor64 TENSOR_CREATE on 64 x 64 x 4 cells
-# and, for comparison, the same with spinning OpenMP threads
-# (OMP_WAIT_POLICY=ACTIVE, which the program leaves as it is).
+# and, for comparison, with 2 threads: the same program with spinning OpenMP
+# threads (OMP_WAIT_POLICY=ACTIVE, which the program leaves as it is), and
+# an earlier build of the program (third argument) with the environment as
+# it is, as a user would run it.
 #
-# Usage: bench/load.sh [path/to/torix] [repetitions]   (default build/torix, 1)
-# Prints one line per case and condition: case, load, threads, policy, seconds.
+# Usage: bench/load.sh [path/to/torix] [repetitions] [path/to/earlier/torix]
+#        (default build/torix, 1 repetition, no earlier build)
+# Prints one line per case and condition: case, load, threads, policy or
+# build, seconds (the best of the repetitions).
 set -euo pipefail
 BIN=$(realpath "${1:-build/torix}")
 REPS=${2:-1}
+BEFORE=${3:+$(realpath "$3")}
 WORK=$(mktemp -d)
 trap 'kill ${LOADPID:-} 2>/dev/null || true; rm -rf "$WORK"' EXIT
 
@@ -32,12 +37,12 @@ mkcase() {
 { box 320 320 20; printf 'TENSOR_CREATE\n0\nEND\n'; } | mkcase tensor64
 { box 5 5 5; printf 'END\n'; } | mkcase empty
 
-run() {  # case threads policy -> seconds (best of REPS)
-    local best=""
+run() {  # case threads policy [binary] -> seconds (best of REPS)
+    local best="" bin=${4:-$BIN}
     for ((r = 0; r < REPS; r++)); do
         local t0 t1
         t0=$(date +%s.%N)
-        (cd "$WORK/$1" && env OMP_NUM_THREADS="$2" ${3:+OMP_WAIT_POLICY=$3} "$BIN" > out.txt 2> err.txt) ||
+        (cd "$WORK/$1" && env OMP_NUM_THREADS="$2" ${3:+OMP_WAIT_POLICY=$3} "$bin" > out.txt 2> err.txt) ||
             { echo "run of $1 failed" >&2; cat "$WORK/$1/err.txt" >&2; exit 1; }
         t1=$(date +%s.%N)
         local dt
@@ -60,6 +65,7 @@ for load in idle loaded; do
             echo "$c $load $th passive $(run $c $th "")"
         done
         echo "$c $load 2 spinning $(run $c 2 ACTIVE)"
+        [[ -n $BEFORE ]] && echo "$c $load 2 earlier-build $(run $c 2 "" "$BEFORE")"
     done
     if [[ $load == loaded ]]; then kill $LOADPID; wait $LOADPID 2>/dev/null || true; unset LOADPID; fi
 done

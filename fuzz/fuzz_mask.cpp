@@ -20,9 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             loadmasqueparamt(nx, ny, nz, "m");
         // The program refuses grids larger than the machine; here the grid
         // is kept small so that one input stays quick.
-        if (grid_too_large(nx + 1, ny + 1, nz + 1) ||
-            static_cast<double>(nx + 1) * (ny + 1) * (nz + 1) > 1 << 16)
-            return 0;
+        const std::int64_t cx = std::int64_t{nx} + 1, cy = std::int64_t{ny} + 1, cz = std::int64_t{nz} + 1;
+        if (grid_too_large(cx, cy, cz) || static_cast<double>(cx) * cy * cz > 1 << 16) return 0;
         IntGrid mask = make_int_grid(nx, ny, nz);
         if (format == 1) loadmasquet(mask, nx, ny, nz, "m");
         if (format == 2) loadmasque(mask, nx, ny, nz, "m");

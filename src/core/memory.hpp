@@ -21,9 +21,13 @@ inline double physical_memory() {
 // field (48).
 inline constexpr double kBytesPerCell = 128.0;
 
-// Largest cell count of a grid: 2e9 cells, and no more than the machine's
-// memory can hold in the grid-shaped arrays.
+// Largest cell count of a grid: 2e9 cells; 1e9 along any one axis, even
+// when another axis is empty and the product is 0, because the index
+// ranges of the arrays are 32-bit ints and the tensor spans 2 n offsets per
+// axis; and no more than the machine's memory can hold in the grid-shaped
+// arrays.
 inline bool grid_too_large(std::int64_t cx, std::int64_t cy, std::int64_t cz) {
+    if (cx > 1000000000 || cy > 1000000000 || cz > 1000000000) return true;
     const double cells = static_cast<double>(cx < 0 ? 0 : cx) * static_cast<double>(cy < 0 ? 0 : cy) *
                          static_cast<double>(cz < 0 ? 0 : cz);
     return cells > 2.0e9 || cells * kBytesPerCell > physical_memory();

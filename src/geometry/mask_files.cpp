@@ -151,6 +151,9 @@ void loadmasquet2(IntGrid& MASQUE, int nx, int ny, int nz, const std::string& na
     for (int k = 0; k <= nz; ++k) {
         in.begin("plane " + std::to_string(k));
         (void)in.name("the plane title");
+        // Rows of an empty x extent hold no value and take no line: without
+        // this, a header with nx = -1 and 1e9 rows loops for minutes.
+        if (nx < 0) continue;
         for (int j = 0; j <= ny; ++j) {
             in.begin("plane " + std::to_string(k) + " row " + std::to_string(j));
             for (int i = 0; i <= nx; ++i) {

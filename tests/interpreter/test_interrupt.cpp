@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <fcntl.h>
@@ -149,6 +150,45 @@ TEST(Interrupt, SigtermAfterTheStallWarningOfARelaxation) {
     EXPECT_NE(err.find("input.dat:22: RELAX: interrupted by SIGTERM"), std::string::npos) << err;
     EXPECT_FALSE(has_temporary(dir));
     EXPECT_EQ(dir.read("mask.txt"), reference_mask());
+}
+
+}  // namespace
+}  // namespace torix
+
+namespace torix {
+namespace {
+
+// The OpenMP runtime reads its wait policy before main: the program starts
+// itself again with a passive policy when none is set, once, and keeps a
+// policy the environment sets.  The GNU runtime's report of its settings
+// (OMP_DISPLAY_ENV=verbose) shows how long a waiting thread spins: 300000
+// by default, 0 with the passive policy.  Its last report is that of the
+// process that ran the script.
+std::string last_line_with(const std::string& err, const std::string& what) {
+    std::string last;
+    std::istringstream in(err);
+    for (std::string l; std::getline(in, l);)
+        if (l.find(what) != std::string::npos) last = l;
+    return last;
+}
+
+TEST(Runtime, WaitPolicyIsPassiveUnlessTheEnvironmentSetsOne) {
+    for (const std::string policy : {"", "ACTIVE"}) {
+        TempDir dir;
+        dir.write("input.dat", "MASQUE_INFO\nEND\n");
+        const std::string env = policy.empty() ? "env -u OMP_WAIT_POLICY" : "env OMP_WAIT_POLICY=" + policy;
+        const std::string cmd = "cd '" + dir.path().string() + "' && " + env + " OMP_DISPLAY_ENV=verbose '" TORIX_BIN
+                                "' > stdout.txt 2> stderr.txt";
+        ASSERT_EQ(std::system(cmd.c_str()), 0) << dir.read("stderr.txt");
+        const std::string err = dir.read("stderr.txt");
+        if (policy.empty())
+            EXPECT_NE(last_line_with(err, "GOMP_SPINCOUNT").find("'0'"), std::string::npos) << err;
+        else
+            EXPECT_NE(last_line_with(err, "OMP_WAIT_POLICY").find(policy), std::string::npos) << err;
+        const std::string out = dir.read("stdout.txt");
+        EXPECT_EQ(out.find("TORIX version 2.0"), out.rfind("TORIX version 2.0")) << "started twice: " << out;
+        EXPECT_NE(out.find(" MASQUE_INFO"), std::string::npos) << out;
+    }
 }
 
 }  // namespace
