@@ -3,6 +3,15 @@
 // The complex build of PETSc is used so that the shift i f0 is a plain
 // scalar and A - sigma I a plain operator; the real operator then costs two
 // real convolutions per complex product (ModeOperator).
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#include <sanitizer/lsan_interface.h>
+#define TORIX_LEAK_CHECKER 1
+#endif
+#endif
+#ifndef TORIX_LEAK_CHECKER
+#define TORIX_LEAK_CHECKER 0
+#endif
 #include "eigen/slepc_solve.hpp"
 
 #include <slepceps.h>
@@ -294,6 +303,18 @@ void biorthogonalise(const std::vector<cplx>& lambda, std::vector<std::vector<cp
 
 }  // namespace
 
+// Switches the sanitizer build's leak checker off and on (no-op elsewhere).
+static void leak_check(bool on) {
+#if TORIX_LEAK_CHECKER
+    if (on)
+        __lsan_enable();
+    else
+        __lsan_disable();
+#else
+    (void)on;
+#endif
+}
+
 void start_petsc() {
     // PETSc and MPI are process-wide; they are started once and finished at
     // exit.
@@ -304,10 +325,18 @@ void start_petsc() {
         static char* args[] = {a0, a1, a2, nullptr};
         int argc = 3;
         char** argv = args;
-        if (SlepcInitialize(&argc, &argv, nullptr, nullptr) != 0)
-            throw FatalError("SOLVE_MODES: PETSc/SLEPc could not be started");
+        // MPI's start keeps process-wide tables (some in plug-ins it loads
+        // and unloads) until the process ends: not leaks of ours, so the
+        // leak checker of the sanitizer build looks away while it runs.
+        leak_check(false);
+        const PetscErrorCode started_ok = SlepcInitialize(&argc, &argv, nullptr, nullptr);
+        leak_check(true);
+        if (started_ok != 0) throw FatalError("SOLVE_MODES: PETSc/SLEPc could not be started");
         PetscPushErrorHandler(PetscReturnErrorHandler, nullptr);
-        std::atexit([] { SlepcFinalize(); });
+        std::atexit([] {
+            leak_check(false);
+            SlepcFinalize();
+        });
         return true;
     }();
     (void)started;
