@@ -102,16 +102,7 @@ struct Ring {
 // One thread: these small models gain nothing from a second one, and on a
 // busy shared machine idle OpenMP threads slow the tiny loops of a time run
 // or a dense solve by a factor of several.  Results do not depend on it.
-RunResult run_serial(const TempDir& dir) {
-    const std::string cmd = "cd '" + dir.path().string() + "' && OMP_NUM_THREADS=1 OPENBLAS_NUM_THREADS=1 '" TORIX_BIN
-                            "' > stdout.txt 2> stderr.txt";
-    const int rc = std::system(cmd.c_str());
-    RunResult r;
-    r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
-    r.out = dir.read("stdout.txt");
-    r.err = dir.read("stderr.txt");
-    return r;
-}
+RunResult run_serial(const TempDir& dir) { return run_torix(dir, 1); }
 
 RunResult run(const TempDir& dir, const std::string& script) {
     dir.write("input.dat", script);
