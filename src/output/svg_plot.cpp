@@ -124,6 +124,21 @@ std::string head(const std::string& title) {
     return s;
 }
 
+// The document head and the frame of the plot area, which ends at `right`.
+std::string framed(const std::string& title, double right) {
+    return head(title) + "<rect x=\"" + num(kLeft) + "\" y=\"" + num(kTop) + "\" width=\"" + num(right - kLeft) +
+           "\" height=\"" + num(kBottom - kTop) + "\" fill=\"none\" stroke=\"#bbbbbb\"/>\n";
+}
+
+// A value range made non-empty and given room of `fraction` above (and
+// below, when it reaches under zero), so that the data do not touch the frame.
+void pad_range(double& lo, double& hi, double fraction) {
+    if (hi == lo) hi = lo + 1.0;
+    const double pad = fraction * (hi - lo);
+    hi += pad;
+    if (lo < 0.0) lo -= pad;
+}
+
 void write(const std::string& name, const std::string& s) {
     AtomicFile file(name, false);
     file.stream() << s << "</svg>\n";
@@ -177,16 +192,11 @@ void plot_absorption_svg(const std::string& name, const std::vector<double>& x, 
     double ylo = 0.0, yhi = 0.0;
     for (double v : y)
         if (std::isfinite(v)) ylo = std::min(ylo, v), yhi = std::max(yhi, v);
-    if (yhi == ylo) yhi = ylo + 1.0;
-    const double pad = 0.08 * (yhi - ylo);
-    yhi += pad;
-    if (ylo < 0.0) ylo -= pad;
+    pad_range(ylo, yhi, 0.08);
     const Scale sx{xlo, xhi, kLeft, right};
     const Scale sy{ylo, yhi, kBottom, kTop};
 
-    std::string s = head(title);
-    s += "<rect x=\"" + num(kLeft) + "\" y=\"" + num(kTop) + "\" width=\"" + num(right - kLeft) + "\" height=\"" +
-         num(kBottom - kTop) + "\" fill=\"none\" stroke=\"#bbbbbb\"/>\n";
+    std::string s = framed(title, right);
     // Mode markers first, so that the curve is drawn over them.  Numbers go
     // into three rows under the top edge; a number that would overlap its
     // row's previous one moves down a row, or is left out when all are taken.
@@ -238,17 +248,12 @@ void plot_modes_svg(const std::string& name, const std::vector<double>& f, const
         ylo = std::min(ylo, f[p] - e);
         yhi = std::max(yhi, f[p] + e);
     }
-    if (yhi == ylo) yhi = ylo + 1.0;
-    const double pad = 0.06 * (yhi - ylo);
-    yhi += pad;
-    if (ylo < 0.0) ylo -= pad;
+    pad_range(ylo, yhi, 0.06);
     widen(xlo, xhi);
     const Scale sx{xlo, xhi, kLeft, right};
     const Scale sy{ylo, yhi, kBottom, kTop};
 
-    std::string s = head(title);
-    s += "<rect x=\"" + num(kLeft) + "\" y=\"" + num(kTop) + "\" width=\"" + num(right - kLeft) + "\" height=\"" +
-         num(kBottom - kTop) + "\" fill=\"none\" stroke=\"#bbbbbb\"/>\n";
+    std::string s = framed(title, right);
     s += "<g id=\"modes\">\n";
     const double r = n > 200 ? 2.5 : 5.0;
     for (std::size_t p = 0; p < n; ++p) {
