@@ -3,7 +3,8 @@
 // complex eigenvalue lies nearest i f0, with right and left vectors.
 //
 // The operator is ModeOperator (never stored); Krylov-Schur runs on the
-// shift-and-invert transform (A - sigma I)^-1 with sigma = i f0, each inner
+// shift-and-invert transform (A - sigma I)^-1 with sigma = i f0 (for the
+// lowest modes, f0 = 0, just below their band where it is narrow), each inner
 // solve by GMRES preconditioned with the LU factors of the sparse local part
 // of A - sigma I (cells at most one cell apart, with the far dipolar blocks
 // lumped onto the diagonal).  The left vectors come from
@@ -24,6 +25,7 @@ struct ModesStats {
     std::int64_t inner_iterations = 0;
     int outer_iterations = 0;        // Krylov-Schur restarts, both solves
     int converged = 0;               // modes kept
+    double shift = 0.0;              // s of the shift i s the solves used (Oe): f0, or below the band for f0 = 0
     double worst_residual = 0.0;     // largest |A v - lambda v| / (|lambda| |v|) of the kept pairs, both sides
 };
 

@@ -228,7 +228,7 @@ void cmd_solve_modes(Session& s) {
     const ModesStats r = solve_modes(matrix_input(st), nsel, f0, tol, mode_output(st));
     save_both(st);
     say("modes", r.converged, "operator products", r.products, "inner iterations", r.inner_iterations, "restarts",
-        r.outer_iterations, "worst residual", r.worst_residual);
+        r.outer_iterations, "shift", r.shift, "worst residual", r.worst_residual);
     say("time spent", static_cast<double>(std::clock() - t0) / CLOCKS_PER_SEC);
     s.ack();
 }
