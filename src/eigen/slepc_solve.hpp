@@ -5,7 +5,7 @@
 // The operator is ModeOperator (never stored); Krylov-Schur runs on the
 // shift-and-invert transform (A - sigma I)^-1 with sigma = i f0 (for the
 // lowest modes, f0 = 0, just below their band where it is narrow), each inner
-// solve by GMRES preconditioned with the LU factors of the sparse local part
+// solve by GMRES preconditioned with an incomplete LU of the sparse local part
 // of A - sigma I (cells at most one cell apart, with the far dipolar blocks
 // lumped onto the diagonal).  The left vectors come from
 // a second solve of the same kind on A^T.  The ModeSet has the form, order
