@@ -1,5 +1,6 @@
 #include "eigen/dynamic_matrix.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -88,29 +89,33 @@ CellBlocks cell_blocks(const double m[3], const double h[3], double ms, double a
     return b;
 }
 
-MatrixRows::MatrixRows(const MatrixInput& in) : N_(in.N), AIJ_(in.AIJ) {
-    cstride_ = in.AIJ.allocated() ? in.AIJ.stride(3) : 0;
-    cells_of_.assign(static_cast<std::size_t>(N_) + 1, {});
-    w_.assign(static_cast<std::size_t>(N_) + 1, 1);
-    for (int n = 1; n <= N_; ++n) w_[n] = in.w(n);
+MagneticCells magnetic_cells(const MatrixInput& in) {
+    MagneticCells c;
+    c.of_number.assign(static_cast<std::size_t>(in.N) + 1, {});
+    std::vector<bool> seen(static_cast<std::size_t>(std::max(in.MS.extent(0), 0)) + 1, false);
     for (int x = 0; x <= in.nx; ++x)
         for (int y = 0; y <= in.ny; ++y)
             for (int z = 0; z <= in.nz; ++z) {
                 const int mat = in.MASQUE(x, y, z);
                 if (mat == 0) continue;
-                const int idx = static_cast<int>(cx_.size());
-                cx_.push_back(x), cy_.push_back(y), cz_.push_back(z);
+                const int idx = static_cast<int>(c.x.size());
                 const int num = in.NUM(x, y, z);
-                cnum_.push_back(num), cmat_.push_back(mat);
-                cells_of_[num].push_back(idx);
-
+                c.x.push_back(x), c.y.push_back(y), c.z.push_back(z);
+                c.num.push_back(num), c.mat.push_back(mat);
+                c.of_number[num].push_back(idx);
+                if (!seen[mat]) seen[mat] = true, c.materials.push_back(mat);
                 const double m[3] = {in.M(x, y, z, 1), in.M(x, y, z, 2), in.M(x, y, z, 3)};
                 const double h[3] = {in.H(x, y, z, 1), in.H(x, y, z, 2), in.H(x, y, z, 3)};
-                const CellBlocks b = cell_blocks(m, h, in.MS(mat), in.alpha, in.happ);
-                Q_.push_back(b.Q);
-                G_.push_back(b.G);
-                S_.push_back(b.S);
+                c.blk.push_back(cell_blocks(m, h, in.MS(mat), in.alpha, in.happ));
             }
+    std::sort(c.materials.begin(), c.materials.end());
+    return c;
+}
+
+MatrixRows::MatrixRows(const MatrixInput& in) : N_(in.N), AIJ_(in.AIJ), c_(magnetic_cells(in)) {
+    cstride_ = in.AIJ.allocated() ? in.AIJ.stride(3) : 0;
+    w_.assign(static_cast<std::size_t>(N_) + 1, 1);
+    for (int n = 1; n <= N_; ++n) w_[n] = in.w(n);
 }
 
 void MatrixRows::rows(int n, double* buf) const {
@@ -118,13 +123,13 @@ void MatrixRows::rows(int n, double* buf) const {
     std::fill(buf, buf + 2 * n2, 0.0);
     double* r1 = buf;
     double* r2 = buf + n2;
-    const std::size_t ncell = cx_.size();
+    const std::size_t ncell = c_.x.size();
     const double* aij = AIJ_.data();
-    for (int i : cells_of_[n]) {
-        const auto& G = G_[i];
-        const int xi = cx_[i], yi = cy_[i], zi = cz_[i];
+    for (int i : c_.of_number[n]) {
+        const auto& G = c_.blk[i].G;
+        const int xi = c_.x[i], yi = c_.y[i], zi = c_.z[i];
         for (std::size_t j = 0; j < ncell; ++j) {
-            const double* d = aij + AIJ_.linear(xi - cx_[j], yi - cy_[j], zi - cz_[j], 1, cmat_[j]);
+            const double* d = aij + AIJ_.linear(xi - c_.x[j], yi - c_.y[j], zi - c_.z[j], 1, c_.mat[j]);
             // E = G D (2x3)
             double E[6];
             for (int c = 0; c < 3; ++c) {
@@ -134,16 +139,16 @@ void MatrixRows::rows(int n, double* buf) const {
                 E[1 + 2 * c] = G[1] * d0 + G[3] * d1 + G[5] * d2;
             }
             // B = E Q_j (2x2)
-            const auto& Q = Q_[j];
+            const auto& Q = c_.blk[j].Q;
             double b11 = E[0] * Q[0] + E[2] * Q[1] + E[4] * Q[2];
             double b21 = E[1] * Q[0] + E[3] * Q[1] + E[5] * Q[2];
             double b12 = E[0] * Q[3] + E[2] * Q[4] + E[4] * Q[5];
             double b22 = E[1] * Q[3] + E[3] * Q[4] + E[5] * Q[5];
             if (j == static_cast<std::size_t>(i)) {
-                const auto& S = S_[i];
+                const auto& S = c_.blk[i].S;
                 b11 += S[0], b21 += S[1], b12 += S[2], b22 += S[3];
             }
-            const std::size_t col = 2 * static_cast<std::size_t>(cnum_[j] - 1);
+            const std::size_t col = 2 * static_cast<std::size_t>(c_.num[j] - 1);
             r1[col] += b11;
             r2[col] += b21;
             r1[col + 1] += b12;

@@ -53,6 +53,18 @@ struct CellBlocks {
 CellBlocks cell_blocks(const double m[3], const double h[3], double ms, double alpha,
                        const std::array<double, 3>& happ);
 
+// The magnetic cells of a model in grid order (x outermost, z innermost)
+// with their per-cell factors and the cells that carry each number: what
+// the assembled matrix and the matrix-free operator both start from.
+struct MagneticCells {
+    std::vector<int> x, y, z, num, mat;
+    std::vector<CellBlocks> blk;
+    std::vector<std::vector<int>> of_number;  // 1..N: indices (into the lists above) of the number's cells
+    std::vector<int> materials;               // the materials present, increasing
+    [[nodiscard]] std::size_t size() const { return x.size(); }
+};
+MagneticCells magnetic_cells(const MatrixInput& in);
+
 // Rows of the dynamic matrix, number by number.  The frames and the per-cell
 // products are built once; rows(n, buf) is then safe to call from several
 // threads at once and always gives the same bits.
@@ -69,12 +81,7 @@ private:
     int N_ = 0;
     const TensorArray& AIJ_;
     std::ptrdiff_t cstride_ = 0;
-    // Magnetic cells in grid order (x outermost, z innermost).
-    std::vector<int> cx_, cy_, cz_, cnum_, cmat_;
-    std::vector<std::array<double, 6>> Q_;  // R_j columns 1, 2 (3x2 column-major)
-    std::vector<std::array<double, 6>> G_;  // rows 1, 2 of R_i^T (I + a[m x]) [m x] (2x3 column-major)
-    std::vector<std::array<double, 4>> S_;  // self block (2x2 column-major)
-    std::vector<std::vector<int>> cells_of_;  // grid cells of each number (index into the lists above)
+    MagneticCells c_;
     std::vector<int> w_;
 };
 

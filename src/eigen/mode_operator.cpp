@@ -12,26 +12,8 @@ namespace {
 constexpr std::size_t kParallelCells = 4096;
 }  // namespace
 
-ModeOperator::ModeOperator(const MatrixInput& in) : in_(in) {
-    const int N = in.N, nx = in.nx, ny = in.ny, nz = in.nz;
-    cells_of_.assign(static_cast<std::size_t>(N) + 1, {});
-    std::vector<bool> seen(static_cast<std::size_t>(std::max(in.MS.extent(0), 0)) + 1, false);
-    for (int x = 0; x <= nx; ++x)
-        for (int y = 0; y <= ny; ++y)
-            for (int z = 0; z <= nz; ++z) {
-                const int mat = in.MASQUE(x, y, z);
-                if (mat == 0) continue;
-                const int idx = static_cast<int>(cx_.size());
-                cx_.push_back(x), cy_.push_back(y), cz_.push_back(z);
-                const int num = in.NUM(x, y, z);
-                cnum_.push_back(num), cmat_.push_back(mat);
-                cells_of_[num].push_back(idx);
-                if (!seen[mat]) seen[mat] = true, materials_.push_back(mat);
-                const double m[3] = {in.M(x, y, z, 1), in.M(x, y, z, 2), in.M(x, y, z, 3)};
-                const double h[3] = {in.H(x, y, z, 1), in.H(x, y, z, 2), in.H(x, y, z, 3)};
-                blk_.push_back(cell_blocks(m, h, in.MS(mat), in.alpha, in.happ));
-            }
-    std::sort(materials_.begin(), materials_.end());
+ModeOperator::ModeOperator(const MatrixInput& in) : in_(in), c_(magnetic_cells(in)) {
+    const int nx = in.nx, ny = in.ny, nz = in.nz;
     const int nmat = in.MS.extent(0);
     if (nz == 0)
         aijfft2d(in.AIJ, F_, nx, ny, nmat);
@@ -39,8 +21,8 @@ ModeOperator::ModeOperator(const MatrixInput& in) : in_(in) {
         aijfft(in.AIJ, F_, nx, ny, nz, nmat);
     V_ = make_vec_grid(nx, ny, nz, 0.0);
     Hd_ = make_vec_grid(nx, ny, nz, 0.0);
-    if (materials_.size() > 1) fake_ = make_int_grid(nx, ny, nz, 0);
-    const std::size_t nc = cx_.size();
+    if (c_.materials.size() > 1) fake_ = make_int_grid(nx, ny, nz, 0);
+    const std::size_t nc = c_.x.size();
     hre_.assign(3 * nc, 0.0);
     him_.assign(3 * nc, 0.0);
     u_.assign(3 * nc, cplx{});
@@ -49,13 +31,13 @@ ModeOperator::ModeOperator(const MatrixInput& in) : in_(in) {
     // a grid pair can take, to rounding of the largest entry.
     double big = 0.0;
     const TensorArray& T = in.AIJ;
-    for (int m : materials_)
+    for (int m : c_.materials)
         for (int c = 1; c <= 9; ++c)
             for (int k = -nz; k <= nz; ++k)
                 for (int j = -ny; j <= ny; ++j)
                     for (int i = -nx; i <= nx; ++i) big = std::max(big, std::abs(T(i, j, k, c, m)));
     const double tol = 1e-13 * big;
-    for (int m : materials_)
+    for (int m : c_.materials)
         for (int a = 0; a < 3 && even_; ++a)
             for (int b = 0; b < 3 && even_; ++b)
                 for (int k = -nz; k <= nz && even_; ++k)
@@ -71,7 +53,7 @@ ModeOperator::ModeOperator(const MatrixInput& in) : in_(in) {
 }
 
 std::size_t ModeOperator::bytes() const {
-    const std::size_t nc = cx_.size();
+    const std::size_t nc = c_.x.size();
     return nc * (5 * sizeof(int) + sizeof(CellBlocks) + 6 * sizeof(double) + 3 * sizeof(cplx)) +
            (V_.size() + Hd_.size()) * sizeof(double) + fake_.size() * sizeof(std::int32_t) + F_.spectrum_bytes() +
            F_.work_bytes();
@@ -80,45 +62,45 @@ std::size_t ModeOperator::bytes() const {
 void ModeOperator::convolve(int m, std::vector<double>& out) const {
     const int nx = in_.nx, ny = in_.ny, nz = in_.nz;
     const IntGrid* mask = &in_.MASQUE;
-    if (m > 0 && materials_.size() > 1) {
+    if (m > 0 && c_.materials.size() > 1) {
         // Every magnetic cell reads as material m: the convolution then uses
         // material m's slice for all sources.
-        const std::size_t nc = cx_.size();
-#pragma omp parallel for schedule(static) if (cx_.size() > kParallelCells)
-        for (std::size_t c = 0; c < nc; ++c) fake_(cx_[c], cy_[c], cz_[c]) = m;
+        const std::size_t nc = c_.x.size();
+#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
+        for (std::size_t c = 0; c < nc; ++c) fake_(c_.x[c], c_.y[c], c_.z[c]) = m;
         mask = &fake_;
     }
     Hd_.fill(0.0);
     calcfieldsfft(V_, in_.MS, {0.0, 0.0, 0.0}, 0.0, *mask, F_, Hd_, nx, ny, nz, in_.MS.extent(0));
-    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(cx_.size());
-#pragma omp parallel for schedule(static) if (cx_.size() > kParallelCells)
+    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.x.size());
+#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
     for (std::ptrdiff_t c = 0; c < nc; ++c) {
-        if (m > 0 && cmat_[c] != m) continue;
-        for (int k = 0; k < 3; ++k) out[3 * c + k] = Hd_(cx_[c], cy_[c], cz_[c], k + 1);
+        if (m > 0 && c_.mat[c] != m) continue;
+        for (int k = 0; k < 3; ++k) out[3 * c + k] = Hd_(c_.x[c], c_.y[c], c_.z[c], k + 1);
     }
 }
 
 void ModeOperator::apply(const cplx* x, cplx* y) const {
-    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(cx_.size());
+    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.x.size());
     for (int part = 0; part < 2; ++part) {
-#pragma omp parallel for schedule(static) if (cx_.size() > kParallelCells)
+#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
         for (std::ptrdiff_t c = 0; c < nc; ++c) {
-            const auto& Q = blk_[c].Q;
-            const std::size_t r = 2 * static_cast<std::size_t>(cnum_[c] - 1);
+            const auto& Q = c_.blk[c].Q;
+            const std::size_t r = 2 * static_cast<std::size_t>(c_.num[c] - 1);
             const double a = part == 0 ? x[r].real() : x[r].imag();
             const double b = part == 0 ? x[r + 1].real() : x[r + 1].imag();
-            for (int k = 0; k < 3; ++k) V_(cx_[c], cy_[c], cz_[c], k + 1) = Q[k] * a + Q[k + 3] * b;
+            for (int k = 0; k < 3; ++k) V_(c_.x[c], c_.y[c], c_.z[c], k + 1) = Q[k] * a + Q[k + 3] * b;
         }
         convolve(0, part == 0 ? hre_ : him_);
     }
     const int N = in_.N;
-#pragma omp parallel for schedule(static) if (cx_.size() > kParallelCells)
+#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
     for (int n = 1; n <= N; ++n) {
         const std::size_t r = 2 * static_cast<std::size_t>(n - 1);
         cplx y0 = 0.0, y1 = 0.0;
-        for (int c : cells_of_[n]) {
-            const auto& G = blk_[c].G;
-            const auto& S = blk_[c].S;
+        for (int c : c_.of_number[n]) {
+            const auto& G = c_.blk[c].G;
+            const auto& S = c_.blk[c].S;
             const cplx h0(hre_[3 * c], him_[3 * c]), h1(hre_[3 * c + 1], him_[3 * c + 1]),
                 h2(hre_[3 * c + 2], him_[3 * c + 2]);
             y0 += G[0] * h0 + G[2] * h1 + G[4] * h2 + S[0] * x[r] + S[2] * x[r + 1];
@@ -132,39 +114,39 @@ void ModeOperator::apply(const cplx* x, cplx* y) const {
 
 void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
     // A^T x = Q^T D^T G^T (W^-1 x) + S^T W^-1 x, cell by cell.
-    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(cx_.size());
-#pragma omp parallel for schedule(static) if (cx_.size() > kParallelCells)
+    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.x.size());
+#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
     for (std::ptrdiff_t c = 0; c < nc; ++c) {
-        const int n = cnum_[c];
+        const int n = c_.num[c];
         const std::size_t r = 2 * static_cast<std::size_t>(n - 1);
         const double w = in_.w(n);
         const cplx z0 = x[r] / w, z1 = x[r + 1] / w;
-        const auto& G = blk_[c].G;
+        const auto& G = c_.blk[c].G;
         for (int k = 0; k < 3; ++k) u_[3 * c + k] = G[2 * k] * z0 + G[2 * k + 1] * z1;
     }
     for (int part = 0; part < 2; ++part) {
-#pragma omp parallel for schedule(static) if (cx_.size() > kParallelCells)
+#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
         for (std::ptrdiff_t c = 0; c < nc; ++c)
             for (int k = 0; k < 3; ++k) {
                 const cplx u = u_[3 * c + k];
-                V_(cx_[c], cy_[c], cz_[c], k + 1) = part == 0 ? u.real() : u.imag();
+                V_(c_.x[c], c_.y[c], c_.z[c], k + 1) = part == 0 ? u.real() : u.imag();
             }
         std::vector<double>& out = part == 0 ? hre_ : him_;
-        if (materials_.size() == 1)
+        if (c_.materials.size() == 1)
             convolve(0, out);
         else
-            for (int m : materials_) convolve(m, out);
+            for (int m : c_.materials) convolve(m, out);
     }
     const int N = in_.N;
-#pragma omp parallel for schedule(static) if (cx_.size() > kParallelCells)
+#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
     for (int n = 1; n <= N; ++n) {
         const std::size_t r = 2 * static_cast<std::size_t>(n - 1);
         const double w = in_.w(n);
         const cplx z0 = x[r] / w, z1 = x[r + 1] / w;
         cplx y0 = 0.0, y1 = 0.0;
-        for (int c : cells_of_[n]) {
-            const auto& Q = blk_[c].Q;
-            const auto& S = blk_[c].S;
+        for (int c : c_.of_number[n]) {
+            const auto& Q = c_.blk[c].Q;
+            const auto& S = c_.blk[c].S;
             const cplx t0(hre_[3 * c], him_[3 * c]), t1(hre_[3 * c + 1], him_[3 * c + 1]),
                 t2(hre_[3 * c + 2], him_[3 * c + 2]);
             y0 += Q[0] * t0 + Q[1] * t1 + Q[2] * t2 + S[0] * z0 + S[1] * z1;
@@ -178,8 +160,8 @@ void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
 SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
     const int N = in_.N, nx = in_.nx, ny = in_.ny, nz = in_.nz;
     IntGrid index = make_int_grid(nx, ny, nz, -1);
-    const std::size_t ncell = cx_.size();
-    for (std::size_t c = 0; c < ncell; ++c) index(cx_[c], cy_[c], cz_[c]) = static_cast<int>(c);
+    const std::size_t ncell = c_.x.size();
+    for (std::size_t c = 0; c < ncell; ++c) index(c_.x[c], c_.y[c], c_.z[c]) = static_cast<int>(c);
     const TensorArray& T = in_.AIJ;
     const std::ptrdiff_t cstride = T.stride(3);
     // Sum of the tensor blocks over all sources, per target cell and column
@@ -191,7 +173,7 @@ SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
         std::vector<double> col(3 * ncell);
         for (int b = 0; b < 3; ++b) {
             V_.fill(0.0);
-            for (std::size_t c = 0; c < ncell; ++c) V_(cx_[c], cy_[c], cz_[c], b + 1) = 1.0;
+            for (std::size_t c = 0; c < ncell; ++c) V_(c_.x[c], c_.y[c], c_.z[c], b + 1) = 1.0;
             convolve(0, col);
             for (std::size_t c = 0; c < ncell; ++c)
                 for (int a = 0; a < 3; ++a) far[9 * c + a + 3 * b] = col[3 * c + a];
@@ -203,18 +185,18 @@ SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
         std::vector<double> v[2];       // the two rows, 2 columns per source number
     };
     std::vector<Row> rows(static_cast<std::size_t>(N));
-#pragma omp parallel for schedule(static) if (cx_.size() > kParallelCells)
+#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
     for (int n = 1; n <= N; ++n) {
         std::vector<std::pair<int, std::array<double, 4>>> acc;
-        for (int i : cells_of_[n]) {
-            const auto& G = blk_[i].G;
-            const int xi = cx_[i], yi = cy_[i], zi = cz_[i];
+        for (int i : c_.of_number[n]) {
+            const auto& G = c_.blk[i].G;
+            const int xi = c_.x[i], yi = c_.y[i], zi = c_.z[i];
             for (int sz = std::max(0, zi - radius); sz <= std::min(nz, zi + radius); ++sz)
                 for (int sy = std::max(0, yi - radius); sy <= std::min(ny, yi + radius); ++sy)
                     for (int sx = std::max(0, xi - radius); sx <= std::min(nx, xi + radius); ++sx) {
                         const int j = index(sx, sy, sz);
                         if (j < 0) continue;
-                        const double* d = T.data() + T.linear(xi - sx, yi - sy, zi - sz, 1, cmat_[j]);
+                        const double* d = T.data() + T.linear(xi - sx, yi - sy, zi - sz, 1, c_.mat[j]);
                         double E[6];
                         for (int c = 0; c < 3; ++c) {
                             const double d0 = d[(3 * c) * cstride], d1 = d[(3 * c + 1) * cstride],
@@ -222,21 +204,21 @@ SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
                             E[2 * c] = G[0] * d0 + G[2] * d1 + G[4] * d2;
                             E[2 * c + 1] = G[1] * d0 + G[3] * d1 + G[5] * d2;
                         }
-                        const auto& Q = blk_[j].Q;
+                        const auto& Q = c_.blk[j].Q;
                         std::array<double, 4> B{E[0] * Q[0] + E[2] * Q[1] + E[4] * Q[2],
                                                 E[1] * Q[0] + E[3] * Q[1] + E[5] * Q[2],
                                                 E[0] * Q[3] + E[2] * Q[4] + E[4] * Q[5],
                                                 E[1] * Q[3] + E[3] * Q[4] + E[5] * Q[5]};
                         if (j == i)
-                            for (int k = 0; k < 4; ++k) B[k] += blk_[i].S[k];
-                        acc.emplace_back(cnum_[j] - 1, B);
+                            for (int k = 0; k < 4; ++k) B[k] += c_.blk[i].S[k];
+                        acc.emplace_back(c_.num[j] - 1, B);
                         if (lump_far)
                             for (int c = 0; c < 9; ++c) far[9 * i + c] -= d[c * cstride];
                     }
             if (lump_far) {
                 // G_i F Q_i with F the far sum.
                 const double* F = &far[9 * i];
-                const auto& Q = blk_[i].Q;
+                const auto& Q = c_.blk[i].Q;
                 double E[6];
                 for (int c = 0; c < 3; ++c) {
                     E[2 * c] = G[0] * F[3 * c] + G[2] * F[3 * c + 1] + G[4] * F[3 * c + 2];

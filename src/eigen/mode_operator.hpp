@@ -63,10 +63,7 @@ private:
 
     MatrixInput in_;
     bool even_ = true;
-    std::vector<int> cx_, cy_, cz_, cnum_, cmat_;  // magnetic cells in grid order
-    std::vector<CellBlocks> blk_;
-    std::vector<std::vector<int>> cells_of_;       // cells of each number 1..N
-    std::vector<int> materials_;                   // materials present in the mask
+    MagneticCells c_;  // magnetic cells, their factors and materials
     FourierTensor F_;
     mutable VecGrid V_, Hd_;                       // scratch grids of one convolution
     mutable IntGrid fake_;                         // every magnetic cell as one material
