@@ -497,6 +497,15 @@ void aijfft2d(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int nmat
     build_fourier(AIJ, F, nx, ny, 0, nmat, true);
 }
 
+FourierTensor concurrent_copy(const FourierTensor& F) {
+    if (!F.ready || !F.plans) throw FatalError("FFT: the Fourier form of the tensor has not been prepared");
+    FourierTensor G = F;
+    G.plans = std::make_shared<detail::FourierPlans>(F.nx, F.ny, F.nz, F.L1, F.L2, F.L3, F.plans->nsets);
+    F.plans->ensure_planned();
+    G.plans->ensure_planned();
+    return G;
+}
+
 void add_anisotropy_fourier(FourierTensor& F, const Array<double, 1>& MS, int m, double ux, double uy, double uz,
                             double K) {
     if (!F.ready) throw FatalError("ADD_ANISOTROPY_FIELD: the Fourier form of the tensor has not been prepared");

@@ -15,7 +15,8 @@
 //
 // The plans are made once per grid, when the Fourier form is built, and
 // reused by every evaluation; the work buffers live in the Fourier form, so
-// two evaluations on the same form must not run at the same time.
+// two evaluations on the same form must not run at the same time (see
+// concurrent_copy).
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -91,6 +92,12 @@ void aijfft2d(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int nmat
 // kept as a self entry of the material's stencil.  AIJ is not changed.
 void add_anisotropy_fourier(FourierTensor& F, const Array<double, 1>& MS, int m, double ux, double uy, double uz,
                             double K);
+
+// A Fourier form with the spectra of F and work buffers and plans of its
+// own, planned at once: evaluations on F and on the copy may then run at
+// the same time (on different threads; FFTW's planner is not thread-safe,
+// executing plans is).  F must be ready; its own plans are made as well.
+FourierTensor concurrent_copy(const FourierTensor& F);
 
 // The effective field with the convolution: H (holding the applied field on
 // entry) gains the tensor field of M on every magnetic cell, then the

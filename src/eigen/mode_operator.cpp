@@ -10,17 +10,25 @@ namespace {
 // Loops over fewer cells run on one thread: on a busy machine a thread team
 // costs more than the work of a small model.
 constexpr std::size_t kParallelCells = 4096;
+// Padded grids of at least this many points run the real and imaginary
+// convolutions of a product on two threads (each one serially inside):
+// below it, waking the second thread costs more than it saves.
+constexpr std::size_t kParallelLanePoints = 4096;
 }  // namespace
 
 ModeOperator::ModeOperator(const MatrixInput& in) : in_(in), c_(magnetic_cells(in)) {
     const int nx = in.nx, ny = in.ny, nz = in.nz;
     const int nmat = in.MS.extent(0);
     if (nz == 0)
-        aijfft2d(in.AIJ, F_, nx, ny, nmat);
+        aijfft2d(in.AIJ, F_[0], nx, ny, nmat);
     else
-        aijfft(in.AIJ, F_, nx, ny, nz, nmat);
-    V_ = make_vec_grid(nx, ny, nz, 0.0);
-    Hd_ = make_vec_grid(nx, ny, nz, 0.0);
+        aijfft(in.AIJ, F_[0], nx, ny, nz, nmat);
+    F_[1] = concurrent_copy(F_[0]);
+    lanes_parallel_ = static_cast<std::size_t>(F_[0].L1) * F_[0].L2 * F_[0].L3 >= kParallelLanePoints;
+    for (int lane = 0; lane < 2; ++lane) {
+        V_[lane] = make_vec_grid(nx, ny, nz, 0.0);
+        Hd_[lane] = make_vec_grid(nx, ny, nz, 0.0);
+    }
     if (c_.materials.size() > 1) fake_ = make_int_grid(nx, ny, nz, 0);
     const std::size_t nc = c_.x.size();
     hre_.assign(3 * nc, 0.0);
@@ -55,43 +63,48 @@ ModeOperator::ModeOperator(const MatrixInput& in) : in_(in), c_(magnetic_cells(i
 std::size_t ModeOperator::bytes() const {
     const std::size_t nc = c_.x.size();
     return nc * (5 * sizeof(int) + sizeof(CellBlocks) + 6 * sizeof(double) + 3 * sizeof(cplx)) +
-           (V_.size() + Hd_.size()) * sizeof(double) + fake_.size() * sizeof(std::int32_t) + F_.spectrum_bytes() +
-           F_.work_bytes();
+           2 * (V_[0].size() + Hd_[0].size()) * sizeof(double) + fake_.size() * sizeof(std::int32_t) +
+           2 * (F_[0].spectrum_bytes() + F_[0].work_bytes());
 }
 
-void ModeOperator::convolve(int m, std::vector<double>& out) const {
-    const int nx = in_.nx, ny = in_.ny, nz = in_.nz;
-    const IntGrid* mask = &in_.MASQUE;
-    if (m > 0 && c_.materials.size() > 1) {
-        // Every magnetic cell reads as material m: the convolution then uses
-        // material m's slice for all sources.
-        const std::size_t nc = c_.x.size();
-#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
-        for (std::size_t c = 0; c < nc; ++c) fake_(c_.x[c], c_.y[c], c_.z[c]) = m;
-        mask = &fake_;
-    }
-    Hd_.fill(0.0);
-    calcfieldsfft(V_, in_.MS, {0.0, 0.0, 0.0}, 0.0, *mask, F_, Hd_, nx, ny, nz, in_.MS.extent(0));
-    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.x.size());
-#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
+const IntGrid& ModeOperator::mask_as(int m) const {
+    if (c_.materials.size() == 1) return in_.MASQUE;
+    // Every magnetic cell reads as material m: the convolution then uses
+    // material m's slice for all sources.
+    const std::size_t nc = c_.size();
+#pragma omp parallel for schedule(static) if (nc > kParallelCells)
+    for (std::size_t c = 0; c < nc; ++c) fake_(c_.x[c], c_.y[c], c_.z[c]) = m;
+    return fake_;
+}
+
+void ModeOperator::convolve(int lane, const IntGrid& mask, int m, std::vector<double>& out) const {
+    VecGrid& Hd = Hd_[lane];
+    Hd.fill(0.0);
+    calcfieldsfft(V_[lane], in_.MS, {0.0, 0.0, 0.0}, 0.0, mask, F_[lane], Hd, in_.nx, in_.ny, in_.nz,
+                  in_.MS.extent(0));
+    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.size());
+#pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
     for (std::ptrdiff_t c = 0; c < nc; ++c) {
         if (m > 0 && c_.mat[c] != m) continue;
-        for (int k = 0; k < 3; ++k) out[3 * c + k] = Hd_(c_.x[c], c_.y[c], c_.z[c], k + 1);
+        for (int k = 0; k < 3; ++k) out[3 * c + k] = Hd(c_.x[c], c_.y[c], c_.z[c], k + 1);
     }
 }
 
 void ModeOperator::apply(const cplx* x, cplx* y) const {
     const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.x.size());
+    // Lane 0 the real part, lane 1 the imaginary part.  Inside a lane that
+    // runs on a thread of its own the loops below are not split again.
+#pragma omp parallel for schedule(static) num_threads(2) if (lanes_parallel_)
     for (int part = 0; part < 2; ++part) {
-#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
+#pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
         for (std::ptrdiff_t c = 0; c < nc; ++c) {
             const auto& Q = c_.blk[c].Q;
             const std::size_t r = 2 * static_cast<std::size_t>(c_.num[c] - 1);
             const double a = part == 0 ? x[r].real() : x[r].imag();
             const double b = part == 0 ? x[r + 1].real() : x[r + 1].imag();
-            for (int k = 0; k < 3; ++k) V_(c_.x[c], c_.y[c], c_.z[c], k + 1) = Q[k] * a + Q[k + 3] * b;
+            for (int k = 0; k < 3; ++k) V_[part](c_.x[c], c_.y[c], c_.z[c], k + 1) = Q[k] * a + Q[k + 3] * b;
         }
-        convolve(0, part == 0 ? hre_ : him_);
+        convolve(part, in_.MASQUE, 0, part == 0 ? hre_ : him_);
     }
     const int N = in_.N;
 #pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
@@ -124,18 +137,22 @@ void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
         const auto& G = c_.blk[c].G;
         for (int k = 0; k < 3; ++k) u_[3 * c + k] = G[2 * k] * z0 + G[2 * k + 1] * z1;
     }
+#pragma omp parallel for schedule(static) num_threads(2) if (lanes_parallel_)
     for (int part = 0; part < 2; ++part) {
-#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
+#pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
         for (std::ptrdiff_t c = 0; c < nc; ++c)
             for (int k = 0; k < 3; ++k) {
                 const cplx u = u_[3 * c + k];
-                V_(c_.x[c], c_.y[c], c_.z[c], k + 1) = part == 0 ? u.real() : u.imag();
+                V_[part](c_.x[c], c_.y[c], c_.z[c], k + 1) = part == 0 ? u.real() : u.imag();
             }
-        std::vector<double>& out = part == 0 ? hre_ : him_;
-        if (c_.materials.size() == 1)
-            convolve(0, out);
-        else
-            for (int m : c_.materials) convolve(m, out);
+    }
+    // One convolution per material present, each read with every source as
+    // that material (the mask is set before the lanes start).
+    for (int m : c_.materials) {
+        const IntGrid& mask = mask_as(m);
+        const int mm = c_.materials.size() == 1 ? 0 : m;
+#pragma omp parallel for schedule(static) num_threads(2) if (lanes_parallel_)
+        for (int part = 0; part < 2; ++part) convolve(part, mask, mm, part == 0 ? hre_ : him_);
     }
     const int N = in_.N;
 #pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
@@ -172,13 +189,13 @@ SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
         far.assign(9 * ncell, 0.0);
         std::vector<double> col(3 * ncell);
         for (int b = 0; b < 3; ++b) {
-            V_.fill(0.0);
-            for (std::size_t c = 0; c < ncell; ++c) V_(c_.x[c], c_.y[c], c_.z[c], b + 1) = 1.0;
-            convolve(0, col);
+            V_[0].fill(0.0);
+            for (std::size_t c = 0; c < ncell; ++c) V_[0](c_.x[c], c_.y[c], c_.z[c], b + 1) = 1.0;
+            convolve(0, in_.MASQUE, 0, col);
             for (std::size_t c = 0; c < ncell; ++c)
                 for (int a = 0; a < 3; ++a) far[9 * c + a + 3 * b] = col[3 * c + a];
         }
-        V_.fill(0.0);
+        V_[0].fill(0.0);
     }
     struct Row {
         std::vector<std::int32_t> col;  // 0-based number - 1 of the source

@@ -14,6 +14,7 @@
 // is symmetric and even under r -> -r (Newell blocks, exchange, anisotropy):
 // the pair sum of A^T is the same convolution read with the TARGET cell's
 // material, one convolution per material present.
+#include <array>
 #include <cstddef>
 #include <vector>
 
@@ -56,16 +57,24 @@ public:
     [[nodiscard]] std::size_t bytes() const;
 
 private:
-    // Pair sum of the Cartesian grid field V (zero outside magnetic cells)
-    // into out[3 c + k] for magnetic cell c, with the source's material
-    // (material 0) or every source taken as material m (m > 0).
-    void convolve(int m, std::vector<double>& out) const;
+    // Pair sum of lane `lane`'s Cartesian grid field V_[lane] (zero outside
+    // magnetic cells) into out[3 c + k] for magnetic cell c, with the
+    // sources read as `mask` says (the model's mask, or every magnetic cell
+    // as material m); only cells of material m are written when m > 0.
+    void convolve(int lane, const IntGrid& mask, int m, std::vector<double>& out) const;
+    // The mask for material m's convolution of the transposed product (the
+    // model's own for one material).
+    const IntGrid& mask_as(int m) const;
 
     MatrixInput in_;
     bool even_ = true;
     MagneticCells c_;  // magnetic cells, their factors and materials
-    FourierTensor F_;
-    mutable VecGrid V_, Hd_;                       // scratch grids of one convolution
+    // Two lanes, one for the real and one for the imaginary part of a
+    // product: each with its own Fourier form (work buffers) and grids, so
+    // that the two convolutions run at the same time on two threads.
+    std::array<FourierTensor, 2> F_;
+    mutable std::array<VecGrid, 2> V_, Hd_;        // scratch grids of one convolution per lane
+    bool lanes_parallel_ = false;                  // grid large enough for the lanes to run on two threads
     mutable IntGrid fake_;                         // every magnetic cell as one material
     mutable std::vector<double> hre_, him_;        // pair sums per cell, 3 each
     mutable std::vector<cplx> u_;                  // per-cell 3-vectors of the transposed product
