@@ -440,12 +440,18 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     // mode is set by the long-range field: 304 Oe in the local part, 89 Oe
     // in the operator).  The modes kept are those nearest i f0 in either
     // case.
+    // A local part that cannot be factored at 0 (singular there) leaves
+    // the shift at 0, where the real solve then decides.
     double aim = f0;
     if (f0 == 0.0) {
-        OwnedMat L0;
-        local_matrix(local, PetscScalar(0.0), L0);
-        const auto band = local_band(L0.h, nmodes);
-        if (band[0] > 0.0 && band[1] > 0.0 && band[1] < kNarrowBand * band[0]) aim = kAimFraction * band[0];
+        try {
+            OwnedMat L0;
+            local_matrix(local, PetscScalar(0.0), L0);
+            const auto band = local_band(L0.h, nmodes);
+            if (band[0] > 0.0 && band[1] > 0.0 && band[1] < kNarrowBand * band[0]) aim = kAimFraction * band[0];
+        } catch (const FatalError&) {
+            aim = 0.0;
+        }
     }
     const PetscScalar sigma(0.0, aim);
     ModesStats stats;
