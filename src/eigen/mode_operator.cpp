@@ -4,6 +4,8 @@
 #include <cmath>
 #include <utility>
 
+#include <omp.h>
+
 namespace torix {
 
 namespace {
@@ -24,7 +26,9 @@ ModeOperator::ModeOperator(const MatrixInput& in) : in_(in), c_(magnetic_cells(i
     else
         aijfft(in.AIJ, F_[0], nx, ny, nz, nmat);
     F_[1] = concurrent_copy(F_[0]);
-    lanes_parallel_ = static_cast<std::size_t>(F_[0].L1) * F_[0].L2 * F_[0].L3 >= kParallelLanePoints;
+    // Two threads only where the run has them (OMP_NUM_THREADS=1 is kept).
+    lanes_parallel_ = static_cast<std::size_t>(F_[0].L1) * F_[0].L2 * F_[0].L3 >= kParallelLanePoints &&
+                      omp_get_max_threads() > 1;
     for (int lane = 0; lane < 2; ++lane) {
         V_[lane] = make_vec_grid(nx, ny, nz, 0.0);
         Hd_[lane] = make_vec_grid(nx, ny, nz, 0.0);
