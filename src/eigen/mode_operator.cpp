@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <utility>
 
 #include <omp.h>
@@ -13,9 +14,30 @@ namespace {
 // costs more than the work of a small model.
 constexpr std::size_t kParallelCells = 4096;
 // Padded grids of at least this many points run the real and imaginary
-// convolutions of a product on two threads (each one serially inside):
-// below it, waking the second thread costs more than it saves.
+// convolutions of a product on two threads: below it, waking the second
+// thread costs more than it saves.
 constexpr std::size_t kParallelLanePoints = 4096;
+// Above this many padded points the transforms themselves use every thread
+// (fft_field.cpp); there the lanes are used only when the run has exactly
+// two threads, since a lane runs its transforms on one.
+constexpr std::size_t kFftThreadedPoints = 16384;
+
+// work(0) and work(1), on two threads when `parallel`.  Nothing may leave an
+// OpenMP region by an exception: the first one caught is thrown after it.
+template <class Work>
+void run_lanes(bool parallel, const Work& work) {
+    std::exception_ptr failed[2];
+#pragma omp parallel for schedule(static) num_threads(2) if (parallel)
+    for (int part = 0; part < 2; ++part) {
+        try {
+            work(part);
+        } catch (...) {
+            failed[part] = std::current_exception();
+        }
+    }
+    for (const std::exception_ptr& e : failed)
+        if (e) std::rethrow_exception(e);
+}
 }  // namespace
 
 ModeOperator::ModeOperator(const MatrixInput& in) : in_(in), c_(magnetic_cells(in)) {
@@ -25,10 +47,16 @@ ModeOperator::ModeOperator(const MatrixInput& in) : in_(in), c_(magnetic_cells(i
         aijfft2d(in.AIJ, F_[0], nx, ny, nmat);
     else
         aijfft(in.AIJ, F_[0], nx, ny, nz, nmat);
-    F_[1] = concurrent_copy(F_[0]);
-    // Two threads only where the run has them (OMP_NUM_THREADS=1 is kept).
-    lanes_parallel_ = static_cast<std::size_t>(F_[0].L1) * F_[0].L2 * F_[0].L3 >= kParallelLanePoints &&
-                      omp_get_max_threads() > 1;
+    // Two lanes at once only where the run has two threads (OMP_NUM_THREADS=1
+    // is kept), where a lane's loops and transforms then run on one thread
+    // (one active level of parallelism, the default) and where that does
+    // not take threads from the transforms (more than two threads on a
+    // large grid).  The second lane's Fourier form exists only then.
+    const std::size_t points = static_cast<std::size_t>(F_[0].L1) * F_[0].L2 * F_[0].L3;
+    const int threads = omp_get_max_threads();
+    lanes_parallel_ = points >= kParallelLanePoints && threads > 1 && omp_get_max_active_levels() <= 1 &&
+                      (threads == 2 || points <= kFftThreadedPoints);
+    if (lanes_parallel_) F_[1] = concurrent_copy(F_[0]);
     for (int lane = 0; lane < 2; ++lane) {
         V_[lane] = make_vec_grid(nx, ny, nz, 0.0);
         Hd_[lane] = make_vec_grid(nx, ny, nz, 0.0);
@@ -68,7 +96,7 @@ std::size_t ModeOperator::bytes() const {
     const std::size_t nc = c_.x.size();
     return nc * (5 * sizeof(int) + sizeof(CellBlocks) + 6 * sizeof(double) + 3 * sizeof(cplx)) +
            2 * (V_[0].size() + Hd_[0].size()) * sizeof(double) + fake_.size() * sizeof(std::int32_t) +
-           2 * (F_[0].spectrum_bytes() + F_[0].work_bytes());
+           (lanes_parallel_ ? 2 : 1) * (F_[0].spectrum_bytes() + F_[0].work_bytes());
 }
 
 const IntGrid& ModeOperator::mask_as(int m) const {
@@ -84,7 +112,7 @@ const IntGrid& ModeOperator::mask_as(int m) const {
 void ModeOperator::convolve(int lane, const IntGrid& mask, int m, std::vector<double>& out) const {
     VecGrid& Hd = Hd_[lane];
     Hd.fill(0.0);
-    calcfieldsfft(V_[lane], in_.MS, {0.0, 0.0, 0.0}, 0.0, mask, F_[lane], Hd, in_.nx, in_.ny, in_.nz,
+    calcfieldsfft(V_[lane], in_.MS, {0.0, 0.0, 0.0}, 0.0, mask, F_[lanes_parallel_ ? lane : 0], Hd, in_.nx, in_.ny, in_.nz,
                   in_.MS.extent(0));
     const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.size());
 #pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
@@ -98,8 +126,7 @@ void ModeOperator::apply(const cplx* x, cplx* y) const {
     const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.x.size());
     // Lane 0 the real part, lane 1 the imaginary part.  Inside a lane that
     // runs on a thread of its own the loops below are not split again.
-#pragma omp parallel for schedule(static) num_threads(2) if (lanes_parallel_)
-    for (int part = 0; part < 2; ++part) {
+    run_lanes(lanes_parallel_, [&](int part) {
 #pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
         for (std::ptrdiff_t c = 0; c < nc; ++c) {
             const auto& Q = c_.blk[c].Q;
@@ -109,7 +136,7 @@ void ModeOperator::apply(const cplx* x, cplx* y) const {
             for (int k = 0; k < 3; ++k) V_[part](c_.x[c], c_.y[c], c_.z[c], k + 1) = Q[k] * a + Q[k + 3] * b;
         }
         convolve(part, in_.MASQUE, 0, part == 0 ? hre_ : him_);
-    }
+    });
     const int N = in_.N;
 #pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
     for (int n = 1; n <= N; ++n) {
@@ -141,22 +168,20 @@ void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
         const auto& G = c_.blk[c].G;
         for (int k = 0; k < 3; ++k) u_[3 * c + k] = G[2 * k] * z0 + G[2 * k + 1] * z1;
     }
-#pragma omp parallel for schedule(static) num_threads(2) if (lanes_parallel_)
-    for (int part = 0; part < 2; ++part) {
+    run_lanes(lanes_parallel_, [&](int part) {
 #pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
         for (std::ptrdiff_t c = 0; c < nc; ++c)
             for (int k = 0; k < 3; ++k) {
                 const cplx u = u_[3 * c + k];
                 V_[part](c_.x[c], c_.y[c], c_.z[c], k + 1) = part == 0 ? u.real() : u.imag();
             }
-    }
+    });
     // One convolution per material present, each read with every source as
     // that material (the mask is set before the lanes start).
     for (int m : c_.materials) {
         const IntGrid& mask = mask_as(m);
         const int mm = c_.materials.size() == 1 ? 0 : m;
-#pragma omp parallel for schedule(static) num_threads(2) if (lanes_parallel_)
-        for (int part = 0; part < 2; ++part) convolve(part, mask, mm, part == 0 ? hre_ : him_);
+        run_lanes(lanes_parallel_, [&](int part) { convolve(part, mask, mm, part == 0 ? hre_ : him_); });
     }
     const int N = in_.N;
 #pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)

@@ -70,8 +70,9 @@ private:
     bool even_ = true;
     MagneticCells c_;  // magnetic cells, their factors and materials
     // Two lanes, one for the real and one for the imaginary part of a
-    // product: each with its own Fourier form (work buffers) and grids, so
-    // that the two convolutions run at the same time on two threads.
+    // product, each with its own grids and, when they run at the same time
+    // on two threads, its own Fourier form (work buffers); otherwise both
+    // use F_[0].
     std::array<FourierTensor, 2> F_;
     mutable std::array<VecGrid, 2> V_, Hd_;        // scratch grids of one convolution per lane
     bool lanes_parallel_ = false;                  // grid large enough for the lanes to run on two threads

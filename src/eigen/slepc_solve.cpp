@@ -158,15 +158,21 @@ PetscErrorCode ksp_monitor(KSP, PetscInt its, PetscReal, void* ctx) {
 }
 
 // The sparse local part with -sigma on the diagonal, as a PETSc matrix.
+//
+// Stored in 2 x 2 blocks (one per pair of numbers), so that the LU and ILU
+// factorisations pivot on whole blocks: without damping a number's diagonal
+// block is [[0, b], [c, 0]] at a shift of 0, a zero pivot for a scalar
+// factorisation though the block is regular.
 void local_matrix(const SparseMatrix& S, PetscScalar sigma, OwnedMat& P) {
     const PetscInt n = S.n;
     check(MatCreate(PETSC_COMM_WORLD, &P.h), "MatCreate");
     check(MatSetSizes(P.h, n, n, n, n), "MatSetSizes");
-    check(MatSetType(P.h, MATAIJ), "MatSetType");
-    std::vector<PetscInt> nnz(static_cast<std::size_t>(n));
-    for (PetscInt r = 0; r < n; ++r) nnz[r] = static_cast<PetscInt>(S.row_start[r + 1] - S.row_start[r]);
-    check(MatSeqAIJSetPreallocation(P.h, 0, nnz.data()), "MatSeqAIJSetPreallocation");
-    check(MatMPIAIJSetPreallocation(P.h, 0, nnz.data(), 0, nullptr), "MatMPIAIJSetPreallocation");
+    check(MatSetType(P.h, MATBAIJ), "MatSetType");
+    // Both rows of a number hold the same source numbers, two columns each.
+    std::vector<PetscInt> nnz(static_cast<std::size_t>(n / 2));
+    for (PetscInt b = 0; b < n / 2; ++b) nnz[b] = static_cast<PetscInt>(S.row_start[2 * b + 1] - S.row_start[2 * b]) / 2;
+    check(MatSeqBAIJSetPreallocation(P.h, 2, 0, nnz.data()), "MatSeqBAIJSetPreallocation");
+    check(MatMPIBAIJSetPreallocation(P.h, 2, 0, nnz.data(), 0, nullptr), "MatMPIBAIJSetPreallocation");
     std::vector<PetscInt> cols;
     std::vector<PetscScalar> vals;
     for (PetscInt r = 0; r < n; ++r) {
@@ -220,7 +226,8 @@ std::array<double, 2> local_band(Mat L0, int count) {
     for (PetscInt i = 0; i < nconv; ++i) {
         PetscScalar k;
         check(EPSGetEigenpair(eps.h, i, &k, nullptr, nullptr, nullptr), "EPSGetEigenpair");
-        if (k.imag() > 0.0) f.push_back(k.imag());
+        // Real values (a rounding-level imaginary part) are not frequencies.
+        if (k.imag() > 1e-3 * std::abs(k)) f.push_back(k.imag());
     }
     std::sort(f.begin(), f.end());
     return {f.empty() ? 0.0 : f.front(), static_cast<int>(f.size()) >= count ? f[count - 1] : 0.0};
@@ -267,14 +274,13 @@ Pairs run_eps(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, const
     PC pc;
     check(KSPGetPC(ksp, &pc), "KSPGetPC");
     // Incomplete LU of the local part with fill level kFillLevels, natural
-    // (grid) ordering.  The triangular solves of an exact LU cost several
-    // operator products once the grid is large (its fill grows faster than
-    // the cells), while ILU(6) needs hardly more iterations: see
-    // kFillLevels.  A zero pivot is shifted away (it only changes the
-    // preconditioner).
+    // (grid) ordering, on 2 x 2 blocks.  The triangular solves of an exact
+    // LU cost several operator products once the grid is large (its fill
+    // grows faster than the cells), while ILU(6) needs hardly more
+    // iterations: see kFillLevels.  A singular pivot block is an error (a
+    // shifted pivot made GMRES report convergence of wrong solutions).
     check(PCSetType(pc, PCILU), "PCSetType");
     check(PCFactorSetLevels(pc, kFillLevels), "PCFactorSetLevels");
-    check(PCFactorSetShiftType(pc, MAT_SHIFT_NONZERO), "PCFactorSetShiftType");
     Monitor mon;
     mon.label = label;
     mon.nev = nev;
@@ -426,8 +432,9 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     check(MatShellSetOperation(At.h, MATOP_MULT_TRANSPOSE, reinterpret_cast<void (*)(void)>(mult_transpose)),
           "MatShellSetOperation");
     // Where the solve aims.  For the lowest modes (f0 = 0) a shift at 0 is
-    // a poor one when the wanted modes form a narrow band well above 0 (a
-    // film's lie within a few percent of each other): the transformed values
+    // a poor one when the wanted modes form a narrow band well above 0 (the
+    // ten lowest of a saturated film lie within 5 to 20 % of each other,
+    // closer the larger the film): the transformed values
     // 1/lambda of the band are then nearly equal, which makes Krylov-Schur
     // restart many times, and both members of every conjugate pair are
     // equally near, so twice the modes must converge.  The band is located
@@ -440,14 +447,16 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     // mode is set by the long-range field: 304 Oe in the local part, 89 Oe
     // in the operator).  The modes kept are those nearest i f0 in either
     // case.
-    // A local part that cannot be factored at 0 (singular there) leaves
-    // the shift at 0, where the real solve then decides.
+    // A local part that cannot be factored at 0 (a singular block) leaves
+    // the shift at 0; the real solve then fails there with PETSc's message.
     double aim = f0;
     if (f0 == 0.0) {
         try {
             OwnedMat L0;
             local_matrix(local, PetscScalar(0.0), L0);
-            const auto band = local_band(L0.h, nmodes);
+            // At least three values: the band of a single mode says nothing
+            // of how far the next one lies.
+            const auto band = local_band(L0.h, std::min(N, std::max(nmodes, 3)));
             if (band[0] > 0.0 && band[1] > 0.0 && band[1] < kNarrowBand * band[0]) aim = kAimFraction * band[0];
         } catch (const FatalError&) {
             aim = 0.0;

@@ -56,8 +56,8 @@ Model box(int nx, int ny, int nz, double dy, std::array<double, 3> field, double
 // shifts below the band.  The tensor comes from the fast route, which is
 // even under r -> -r to the last bit (the plain loop's rounding is not, on
 // a grid this wide, and the solve refuses such a tensor).
-Model platelet(int n) {
-    Model m = box(n, n, 0, 5e-7, {0.0, 0.0, 1.0}, 0.01);
+Model platelet(int n, double alpha = 0.01) {
+    Model m = box(n, n, 0, 5e-7, {0.0, 0.0, 1.0}, alpha);
     m.AIJ = make_tensor(n, n, 0, 1);
     tensorbuild(m.A, m.MS, m.AIJ, n, n, 0, 5e-7, 5e-7, 5e-7, 1);
     set_field(m, {0.0, 0.0, 12000.0});
@@ -250,7 +250,12 @@ TEST(SolveModes, LowestModesEqualTheDenseSolve) {
                     {"square platelet, degenerate pairs", box(4, 4, 0, 5e-7, {0.0, 0.0, 1.0}, 0.01), 7},
                     {"nearly square platelet", box(4, 4, 0, 5.0005e-7, {0.0, 0.0, 1.0}, 0.01), 7},
                     {"two materials, anisotropy, blocks 2x2x1", mixed_model(1, 2, 2), 5},
-                    {"wider platelet, narrow band", platelet(12), 6, true}};
+                    {"wider platelet, narrow band", platelet(12), 6, true},
+                    // Without damping the diagonal block of a number is
+                    // [[0, b], [c, 0]] at a shift of 0: the factorisations
+                    // must pivot on blocks.
+                    {"slab, tilted field, undamped", box(4, 3, 1, 5e-7, {0.6, 0.0, 0.8}, 0.0), 6},
+                    {"wider platelet, undamped", platelet(12, 0.0), 6, true}};
     for (Case& c : cases) {
         SCOPED_TRACE(c.name);
         // A state that is not an equilibrium can have unstable modes; keep
