@@ -145,8 +145,7 @@ void ModeOperator::apply(const cplx* x, cplx* y) const {
         for (int c : c_.of_number[n]) {
             const auto& G = c_.blk[c].G;
             const auto& S = c_.blk[c].S;
-            const cplx h0(hre_[3 * c], him_[3 * c]), h1(hre_[3 * c + 1], him_[3 * c + 1]),
-                h2(hre_[3 * c + 2], him_[3 * c + 2]);
+            const cplx h0 = pair_sum(c, 0), h1 = pair_sum(c, 1), h2 = pair_sum(c, 2);
             y0 += G[0] * h0 + G[2] * h1 + G[4] * h2 + S[0] * x[r] + S[2] * x[r + 1];
             y1 += G[1] * h0 + G[3] * h1 + G[5] * h2 + S[1] * x[r] + S[3] * x[r + 1];
         }
@@ -177,11 +176,11 @@ void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
             }
     });
     // One convolution per material present, each read with every source as
-    // that material (the mask is set before the lanes start).
+    // that material and kept on that material's cells (the mask is set
+    // before the lanes start; one material reads the model's own mask).
     for (int m : c_.materials) {
         const IntGrid& mask = mask_as(m);
-        const int mm = c_.materials.size() == 1 ? 0 : m;
-        run_lanes(lanes_parallel_, [&](int part) { convolve(part, mask, mm, part == 0 ? hre_ : him_); });
+        run_lanes(lanes_parallel_, [&](int part) { convolve(part, mask, m, part == 0 ? hre_ : him_); });
     }
     const int N = in_.N;
 #pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
@@ -193,8 +192,7 @@ void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
         for (int c : c_.of_number[n]) {
             const auto& Q = c_.blk[c].Q;
             const auto& S = c_.blk[c].S;
-            const cplx t0(hre_[3 * c], him_[3 * c]), t1(hre_[3 * c + 1], him_[3 * c + 1]),
-                t2(hre_[3 * c + 2], him_[3 * c + 2]);
+            const cplx t0 = pair_sum(c, 0), t1 = pair_sum(c, 1), t2 = pair_sum(c, 2);
             y0 += Q[0] * t0 + Q[1] * t1 + Q[2] * t2 + S[0] * z0 + S[1] * z1;
             y1 += Q[3] * t0 + Q[4] * t1 + Q[5] * t2 + S[2] * z0 + S[3] * z1;
         }

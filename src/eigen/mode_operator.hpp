@@ -65,6 +65,9 @@ private:
     // The mask for material m's convolution of the transposed product (the
     // model's own for one material).
     const IntGrid& mask_as(int m) const;
+    // Component k (0..2) of the pair sum of magnetic cell c, real and
+    // imaginary parts from the two lanes.
+    [[nodiscard]] cplx pair_sum(int c, int k) const { return {hre_[3 * c + k], him_[3 * c + k]}; }
 
     MatrixInput in_;
     bool even_ = true;
