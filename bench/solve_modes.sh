@@ -1,7 +1,8 @@
 #!/bin/bash
 # Matrix-free modes (SOLVE_MODES) against the dense solve, and film sizes.
 #
-#   bench/solve_modes.sh TORIX fmr            FMR problem: SOLVE_MATRIX and SOLVE_MODES, 12 modes
+#   bench/solve_modes.sh TORIX fmr [TOL]      FMR problem: SOLVE_MATRIX and SOLVE_MODES, 12 modes
+#                                             (SOLVE_MODES with tolerance TOL, default 0: 1e-10)
 #   bench/solve_modes.sh TORIX film N [K]     film of N x N x 1 cells, K modes (default 10)
 #
 # Each solve runs as a program of its own on a state saved by a first run
@@ -58,8 +59,9 @@ fmr)
     run "fmr relax"
     { model 24 24 2; load_state; printf 'SOLVE_MATRIX\n12\nOMEGA_PRINT\ndense.txt\nEND\n'; } > input.dat
     run "fmr SOLVE_MATRIX 12"
-    { model 24 24 2; load_state; printf 'SOLVE_MODES\n12 0 0\nOMEGA_PRINT\nmodes.txt\nEND\n'; } > input.dat
-    run "fmr SOLVE_MODES 12"
+    tol=${3:-0}
+    { model 24 24 2; load_state; printf 'SOLVE_MODES\n12 0 %s\nOMEGA_PRINT\nmodes.txt\nEND\n' "$tol"; } > input.dat
+    run "fmr SOLVE_MODES 12 tol $tol"
     paste dense.txt modes.txt | awk '{d = ($5 - $2) / $2; if (d < 0) d = -d; if (d > w) w = d}
         END {printf "largest relative difference of f: %.3g\n", w}'
     ;;
@@ -75,7 +77,7 @@ film)
     run "film ${n}x${n} SOLVE_MODES $k"
     ;;
 *)
-    echo "usage: $0 TORIX fmr | film N [K]" >&2
+    echo "usage: $0 TORIX fmr [TOL] | film N [K]" >&2
     exit 2
     ;;
 esac
