@@ -123,7 +123,7 @@ void MatrixRows::rows(int n, double* buf) const {
     std::fill(buf, buf + 2 * n2, 0.0);
     double* r1 = buf;
     double* r2 = buf + n2;
-    const std::size_t ncell = c_.x.size();
+    const std::size_t ncell = c_.size();
     const double* aij = AIJ_.data();
     for (int i : c_.of_number[n]) {
         const auto& G = c_.blk[i].G;

@@ -62,7 +62,7 @@ ModeOperator::ModeOperator(const MatrixInput& in) : in_(in), c_(magnetic_cells(i
         Hd_[lane] = make_vec_grid(nx, ny, nz, 0.0);
     }
     if (c_.materials.size() > 1) fake_ = make_int_grid(nx, ny, nz, 0);
-    const std::size_t nc = c_.x.size();
+    const std::size_t nc = c_.size();
     hre_.assign(3 * nc, 0.0);
     him_.assign(3 * nc, 0.0);
     u_.assign(3 * nc, cplx{});
@@ -93,7 +93,7 @@ ModeOperator::ModeOperator(const MatrixInput& in) : in_(in), c_(magnetic_cells(i
 }
 
 std::size_t ModeOperator::bytes() const {
-    const std::size_t nc = c_.x.size();
+    const std::size_t nc = c_.size();
     return nc * (5 * sizeof(int) + sizeof(CellBlocks) + 6 * sizeof(double) + 3 * sizeof(cplx)) +
            2 * (V_[0].size() + Hd_[0].size()) * sizeof(double) + fake_.size() * sizeof(std::int32_t) +
            (lanes_parallel_ ? 2 : 1) * (F_[0].spectrum_bytes() + F_[0].work_bytes());
@@ -123,7 +123,7 @@ void ModeOperator::convolve(int lane, const IntGrid& mask, int m, std::vector<do
 }
 
 void ModeOperator::apply(const cplx* x, cplx* y) const {
-    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.x.size());
+    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.size());
     // Lane 0 the real part, lane 1 the imaginary part.  Inside a lane that
     // runs on a thread of its own the loops below are not split again.
     run_lanes(lanes_parallel_, [&](int part) {
@@ -138,7 +138,7 @@ void ModeOperator::apply(const cplx* x, cplx* y) const {
         convolve(part, in_.MASQUE, 0, part == 0 ? hre_ : him_);
     });
     const int N = in_.N;
-#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
+#pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
     for (int n = 1; n <= N; ++n) {
         const std::size_t r = 2 * static_cast<std::size_t>(n - 1);
         cplx y0 = 0.0, y1 = 0.0;
@@ -157,8 +157,8 @@ void ModeOperator::apply(const cplx* x, cplx* y) const {
 
 void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
     // A^T x = Q^T D^T G^T (W^-1 x) + S^T W^-1 x, cell by cell.
-    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.x.size());
-#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
+    const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.size());
+#pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
     for (std::ptrdiff_t c = 0; c < nc; ++c) {
         const int n = c_.num[c];
         const std::size_t r = 2 * static_cast<std::size_t>(n - 1);
@@ -183,7 +183,7 @@ void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
         run_lanes(lanes_parallel_, [&](int part) { convolve(part, mask, m, part == 0 ? hre_ : him_); });
     }
     const int N = in_.N;
-#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
+#pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
     for (int n = 1; n <= N; ++n) {
         const std::size_t r = 2 * static_cast<std::size_t>(n - 1);
         const double w = in_.w(n);
@@ -204,7 +204,7 @@ void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
 SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
     const int N = in_.N, nx = in_.nx, ny = in_.ny, nz = in_.nz;
     IntGrid index = make_int_grid(nx, ny, nz, -1);
-    const std::size_t ncell = c_.x.size();
+    const std::size_t ncell = c_.size();
     for (std::size_t c = 0; c < ncell; ++c) index(c_.x[c], c_.y[c], c_.z[c]) = static_cast<int>(c);
     const TensorArray& T = in_.AIJ;
     const std::ptrdiff_t cstride = T.stride(3);
@@ -229,7 +229,7 @@ SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
         std::vector<double> v[2];       // the two rows, 2 columns per source number
     };
     std::vector<Row> rows(static_cast<std::size_t>(N));
-#pragma omp parallel for schedule(static) if (c_.x.size() > kParallelCells)
+#pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
     for (int n = 1; n <= N; ++n) {
         std::vector<std::pair<int, std::array<double, 4>>> acc;
         for (int i : c_.of_number[n]) {

@@ -25,6 +25,7 @@
 #include <cstdlib>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "core/error.hpp"
@@ -470,14 +471,15 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     // case.
     // A local part that cannot be factored at 0 (a singular block) leaves
     // the shift at 0; the real solve then fails there with PETSc's message.
+    // The local part at 0 is the preconditioner's matrix when the shift
+    // stays there.
     double aim = f0;
     if (f0 == 0.0) {
+        local_matrix(local, PetscScalar(0.0), P);
         try {
-            OwnedMat L0;
-            local_matrix(local, PetscScalar(0.0), L0);
             // At least three values: the band of a single mode says nothing
             // of how far the next one lies.
-            const auto band = local_band(L0.h, std::min(N, std::max(nmodes, 3)));
+            const auto band = local_band(P.h, std::min(N, std::max(nmodes, 3)));
             if (band[0] > 0.0 && band[1] > 0.0 && band[1] < kNarrowBand * band[0]) aim = kAimFraction * band[0];
         } catch (const FatalError&) {
             aim = 0.0;
@@ -486,7 +488,11 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     const PetscScalar sigma(0.0, aim);
     ModesStats stats;
     stats.shift = aim;
-    local_matrix(local, sigma, P);
+    if (aim != 0.0) {
+        OwnedMat shifted;
+        local_matrix(local, sigma, shifted);
+        std::swap(P.h, shifted.h);
+    }
     check(MatTranspose(P.h, MAT_INITIAL_MATRIX, &Pt.h), "MatTranspose");
 
     // Eigenvalues come in conjugate pairs; at a shift of 0 both members of a
