@@ -75,9 +75,10 @@ struct FourierTensor {
     [[nodiscard]] std::size_t work_bytes() const;
 };
 
-// Plans for work buffers of at most this many complex points are made with
-// FFTW_MEASURE, larger ones with FFTW_ESTIMATE (measuring costs seconds on
-// large grids).  Default 2^22.  Affects Fourier forms built afterwards.
+// Plans for work buffers of 2^15 up to this many complex points are made
+// with FFTW_MEASURE, others with FFTW_ESTIMATE (measuring costs seconds on
+// large grids, and more than it saves on small ones).  Default 2^22.
+// Affects Fourier forms built afterwards.
 void set_fft_measure_limit(std::size_t points);
 
 // Builds the Fourier form of AIJ (offsets -nx..nx+1, ..., 9 components,
