@@ -40,33 +40,14 @@ void run_lanes(bool parallel, const Work& work) {
 }
 }  // namespace
 
-ModeOperator::ModeOperator(const MatrixInput& in) : in_(in), c_(magnetic_cells(in)) {
+ModeOperator::ModeOperator(const MatrixInput& in, int threads) : in_(in), c_(magnetic_cells(in)) {
     const int nx = in.nx, ny = in.ny, nz = in.nz;
     const int nmat = in.MS.extent(0);
     if (nz == 0)
         aijfft2d(in.AIJ, F_[0], nx, ny, nmat);
     else
         aijfft(in.AIJ, F_[0], nx, ny, nz, nmat);
-    // Two lanes at once only where the run has two threads (OMP_NUM_THREADS=1
-    // is kept), where a lane's loops and transforms then run on one thread
-    // (one active level of parallelism, the default) and where that does
-    // not take threads from the transforms (more than two threads on a
-    // large grid).  The second lane's Fourier form exists only then.
-    const std::size_t points = static_cast<std::size_t>(F_[0].L1) * F_[0].L2 * F_[0].L3;
-    const int threads = omp_get_max_threads();
-    lanes_parallel_ = points >= kParallelLanePoints && threads > 1 && omp_get_max_active_levels() <= 1 &&
-                      (threads == 2 || points <= kFftThreadedPoints);
-    if (lanes_parallel_) F_[1] = concurrent_copy(F_[0]);
-    for (int lane = 0; lane < 2; ++lane) {
-        V_[lane] = make_vec_grid(nx, ny, nz, 0.0);
-        Hd_[lane] = make_vec_grid(nx, ny, nz, 0.0);
-    }
-    if (c_.materials.size() > 1) fake_ = make_int_grid(nx, ny, nz, 0);
-    const std::size_t nc = c_.size();
-    hre_.assign(3 * nc, 0.0);
-    him_.assign(3 * nc, 0.0);
-    u_.assign(3 * nc, cplx{});
-
+    prepare_work(threads);
     // Symmetric, even blocks: D(r)_ab = D(r)_ba = D(-r)_ab over the offsets
     // a grid pair can take, to rounding of the largest entry.
     double big = 0.0;
@@ -90,6 +71,35 @@ ModeOperator::ModeOperator(const MatrixInput& in) : in_(in), c_(magnetic_cells(i
                                 break;
                             }
                         }
+}
+
+ModeOperator::ModeOperator(const ModeOperator& other, int threads)
+    : in_(other.in_), even_(other.even_), c_(other.c_) {
+    F_[0] = concurrent_copy(other.F_[0]);
+    prepare_work(threads);
+}
+
+void ModeOperator::prepare_work(int threads) {
+    // Two lanes at once only where the products have two threads
+    // (OMP_NUM_THREADS=1 is kept), where a lane's loops and transforms then
+    // run on one thread (one active level of parallelism below the lanes)
+    // and where that does not take threads from the transforms (more than
+    // two threads on a large grid).  The second lane's Fourier form exists
+    // only then.
+    const std::size_t points = static_cast<std::size_t>(F_[0].L1) * F_[0].L2 * F_[0].L3;
+    if (threads <= 0) threads = omp_get_max_threads();
+    lanes_parallel_ = points >= kParallelLanePoints && threads > 1 && omp_get_max_active_levels() <= 1 &&
+                      (threads == 2 || points <= kFftThreadedPoints);
+    if (lanes_parallel_) F_[1] = concurrent_copy(F_[0]);
+    for (int lane = 0; lane < 2; ++lane) {
+        V_[lane] = make_vec_grid(in_.nx, in_.ny, in_.nz, 0.0);
+        Hd_[lane] = make_vec_grid(in_.nx, in_.ny, in_.nz, 0.0);
+    }
+    if (c_.materials.size() > 1) fake_ = make_int_grid(in_.nx, in_.ny, in_.nz, 0);
+    const std::size_t nc = c_.size();
+    hre_.assign(3 * nc, 0.0);
+    him_.assign(3 * nc, 0.0);
+    u_.assign(3 * nc, cplx{});
 }
 
 std::size_t ModeOperator::bytes() const {

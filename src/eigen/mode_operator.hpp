@@ -29,8 +29,16 @@ public:
     // Builds the frames, the per-cell factors and a Fourier form of in.AIJ of
     // its own (so anisotropy added to a Fourier form alone, which the
     // assembled matrix does not see, stays out as well).  `in` must outlive
-    // the operator.
-    explicit ModeOperator(const MatrixInput& in);
+    // the operator.  Its products use at most `threads` threads (0: as many
+    // as the run has).
+    explicit ModeOperator(const MatrixInput& in, int threads = 0);
+    // A twin of `other` for products that run at the same time as other's,
+    // on another thread: the same factors and spectra, work buffers and
+    // plans of its own.  Both operators' transforms are planned here, with
+    // the threads this call sees (FFTW's planner must not run on two
+    // threads at once; its plans may).  Products of the twin use at most
+    // `threads` threads.
+    ModeOperator(const ModeOperator& other, int threads);
 
     [[nodiscard]] int N() const { return in_.N; }
     [[nodiscard]] int order() const { return 2 * in_.N; }
@@ -65,6 +73,9 @@ private:
     // The mask for material m's convolution of the transposed product (the
     // model's own for one material).
     const IntGrid& mask_as(int m) const;
+    // Scratch grids and per-cell buffers, and whether the lanes run at once
+    // (the second lane's Fourier form made then), for `threads` threads.
+    void prepare_work(int threads);
     // Component k (0..2) of the pair sum of magnetic cell c, real and
     // imaginary parts from the two lanes.
     [[nodiscard]] cplx pair_sum(int c, int k) const { return {hre_[3 * c + k], him_[3 * c + k]}; }

@@ -14,6 +14,8 @@
 #endif
 #include "eigen/slepc_solve.hpp"
 
+#include <petscdm.h>
+#include <petscsf.h>
 #include <slepceps.h>
 
 #include <algorithm>
@@ -22,11 +24,15 @@
 #include <cmath>
 #include <complex>
 #include <cstdio>
+#include <exception>
+#include <optional>
 #include <cstdlib>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
+
+#include <omp.h>
 
 #include "core/error.hpp"
 #include "eigen/mode_operator.hpp"
@@ -164,9 +170,14 @@ PetscErrorCode ksp_monitor(KSP, PetscInt its, PetscReal, void* ctx) {
 // factorisations pivot on whole blocks: without damping a number's diagonal
 // block is [[0, b], [c, 0]] at a shift of 0, a zero pivot for a scalar
 // factorisation though the block is regular.
-void local_matrix(const SparseMatrix& S, PetscScalar sigma, OwnedMat& P) {
+//
+// With `transposed` the matrix is (S - sigma I)^T, entered column by column:
+// the local part's pattern is symmetric (cells one cell apart), so the
+// block rows keep their counts.
+void local_matrix(const SparseMatrix& S, PetscScalar sigma, OwnedMat& P, MPI_Comm comm = PETSC_COMM_WORLD,
+                  bool transposed = false) {
     const PetscInt n = S.n;
-    check(MatCreate(PETSC_COMM_WORLD, &P.h), "MatCreate");
+    check(MatCreate(comm, &P.h), "MatCreate");
     check(MatSetSizes(P.h, n, n, n, n), "MatSetSizes");
     check(MatSetType(P.h, MATBAIJ), "MatSetType");
     // Both rows of a number hold the same source numbers, two columns each.
@@ -182,7 +193,9 @@ void local_matrix(const SparseMatrix& S, PetscScalar sigma, OwnedMat& P) {
             cols.push_back(S.col[k] - 1);
             vals.push_back(PetscScalar(S.val[k]) - (S.col[k] - 1 == r ? sigma : PetscScalar(0.0)));
         }
-        check(MatSetValues(P.h, 1, &r, static_cast<PetscInt>(cols.size()), cols.data(), vals.data(), INSERT_VALUES),
+        const auto m = static_cast<PetscInt>(cols.size());
+        check(transposed ? MatSetValues(P.h, m, cols.data(), 1, &r, vals.data(), INSERT_VALUES)
+                         : MatSetValues(P.h, 1, &r, m, cols.data(), vals.data(), INSERT_VALUES),
               "MatSetValues");
     }
     check(MatAssemblyBegin(P.h, MAT_FINAL_ASSEMBLY), "MatAssemblyBegin");
@@ -243,81 +256,169 @@ struct Pairs {
     int iterations = 0;
 };
 
-Pairs run_eps(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, const char* label) {
-    OwnedEPS eps;
-    check(EPSCreate(PETSC_COMM_WORLD, &eps.h), "EPSCreate");
-    check(EPSSetOperators(eps.h, A, nullptr), "EPSSetOperators");
-    check(EPSSetProblemType(eps.h, EPS_NHEP), "EPSSetProblemType");
-    check(EPSSetType(eps.h, EPSKRYLOVSCHUR), "EPSSetType");
-    check(EPSSetTarget(eps.h, sigma), "EPSSetTarget");
-    check(EPSSetWhichEigenpairs(eps.h, EPS_TARGET_MAGNITUDE), "EPSSetWhichEigenpairs");
-    // A basis 30 vectors beyond the wanted count (SLEPc's default: 15) took
-    // 5 to 10 % fewer products on the FMR problem and a 64 x 64 film.
-    check(EPSSetDimensions(eps.h, nev, std::min(n, std::max(2 * nev, nev + 30)), PETSC_DEFAULT), "EPSSetDimensions");
-    check(EPSSetConvergenceTest(eps.h, EPS_CONV_REL), "EPSSetConvergenceTest");
-    // The Ritz estimate of the transformed problem is not the residual of
-    // A itself: converge a decade tighter, then check with A.
-    check(EPSSetTolerances(eps.h, tol / 10.0, 1000), "EPSSetTolerances");
-    ST st;
-    check(EPSGetST(eps.h, &st), "EPSGetST");
-    check(STSetType(st, STSINVERT), "STSetType");
-    check(STSetMatMode(st, ST_MATMODE_SHELL), "STSetMatMode");
-    check(STSetPreconditionerMat(st, P), "STSetPreconditionerMat");
-    KSP ksp;
-    check(STGetKSP(st, &ksp), "STGetKSP");
-    check(KSPSetType(ksp, KSPGMRES), "KSPSetType");
-    check(KSPGMRESSetRestart(ksp, 60), "KSPGMRESSetRestart");
-    // Preconditioned on the right, so that GMRES stops on the true residual
-    // of (A - sigma I) y = x.  On the left it stops on the residual seen
-    // through the incomplete LU, which can be far smaller: a 40 x 40
-    // in-plane film then left a mode at 159 Oe with residual 1.5e-10 for a
-    // tol of 1e-10 however the tolerances were set (3e-11 on the right, with
-    // a tenth of tol).  A tenth of the wanted residual suffices here; three
-    // tenths do not (that film: 1.9e-10).
-    check(KSPSetPCSide(ksp, PC_RIGHT), "KSPSetPCSide");
-    check(KSPSetTolerances(ksp, std::max(1e-14, tol * 1e-1), PETSC_DEFAULT, PETSC_DEFAULT, 5000), "KSPSetTolerances");
-    check(KSPSetErrorIfNotConverged(ksp, PETSC_TRUE), "KSPSetErrorIfNotConverged");
-    PC pc;
-    check(KSPGetPC(ksp, &pc), "KSPGetPC");
-    // Incomplete LU of the local part with fill level kFillLevels, natural
-    // (grid) ordering, on 2 x 2 blocks.  The triangular solves of an exact
-    // LU cost several operator products once the grid is large (its fill
-    // grows faster than the cells), while ILU(6) needs hardly more
-    // iterations: see kFillLevels.  A singular pivot block is an error (a
-    // shifted pivot made GMRES report convergence of wrong solutions).
-    check(PCSetType(pc, PCILU), "PCSetType");
-    check(PCFactorSetLevels(pc, kFillLevels), "PCFactorSetLevels");
-    Monitor mon;
-    mon.label = label;
-    mon.nev = nev;
-    check(EPSMonitorSet(eps.h, eps_monitor, &mon, nullptr), "EPSMonitorSet");
-    check(KSPMonitorSet(ksp, ksp_monitor, &mon, nullptr), "KSPMonitorSet");
-    check(EPSSolve(eps.h), "EPSSolve (the operator may be singular at the shift)");
-
-    Pairs out;
-    PetscInt nconv = 0, its = 0;
-    check(EPSGetConverged(eps.h, &nconv), "EPSGetConverged");
-    check(EPSGetIterationNumber(eps.h, &its), "EPSGetIterationNumber");
-    out.iterations = static_cast<int>(its);
-    PetscInt lits = 0;
-    check(KSPGetTotalIterations(ksp, &lits), "KSPGetTotalIterations");
-    out.inner = lits;
-    OwnedVec x;
-    check(MatCreateVecs(A, &x.h, nullptr), "MatCreateVecs");
-    for (PetscInt i = 0; i < nconv; ++i) {
-        PetscScalar k;
-        check(EPSGetEigenpair(eps.h, i, &k, nullptr, x.h, nullptr), "EPSGetEigenpair");
-        PetscReal err = 0.0;
-        check(EPSComputeError(eps.h, i, EPS_ERROR_RELATIVE, &err), "EPSComputeError");
-        const PetscScalar* px = nullptr;
-        check(VecGetArrayRead(x.h, &px), "VecGetArrayRead");
-        out.lambda.push_back(k);
-        out.vec.emplace_back(px, px + n);
-        out.residual.push_back(err);
-        check(VecRestoreArrayRead(x.h, &px), "VecRestoreArrayRead");
+// One Krylov-Schur solve with shift-and-invert, set up in full (the
+// incomplete LU included) by the constructor, so that two of them, on
+// communicators of their own, can then solve at the same time on two
+// threads: everything that touches PETSc's process-wide tables (package
+// registration, first use of a type) happens while one thread runs.
+class KrylovSchur {
+public:
+    KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, const char* label) : n_(n) {
+        MPI_Comm comm = MPI_COMM_NULL;
+        check(PetscObjectGetComm(reinterpret_cast<PetscObject>(A), &comm), "PetscObjectGetComm");
+        check(EPSCreate(comm, &eps_.h), "EPSCreate");
+        check(EPSSetOperators(eps_.h, A, nullptr), "EPSSetOperators");
+        check(EPSSetProblemType(eps_.h, EPS_NHEP), "EPSSetProblemType");
+        check(EPSSetType(eps_.h, EPSKRYLOVSCHUR), "EPSSetType");
+        check(EPSSetTarget(eps_.h, sigma), "EPSSetTarget");
+        check(EPSSetWhichEigenpairs(eps_.h, EPS_TARGET_MAGNITUDE), "EPSSetWhichEigenpairs");
+        // A basis 30 vectors beyond the wanted count (SLEPc's default: 15) took
+        // 5 to 10 % fewer products on the FMR problem and a 64 x 64 film.
+        check(EPSSetDimensions(eps_.h, nev, std::min(n, std::max(2 * nev, nev + 30)), PETSC_DEFAULT),
+              "EPSSetDimensions");
+        check(EPSSetConvergenceTest(eps_.h, EPS_CONV_REL), "EPSSetConvergenceTest");
+        // The Ritz estimate of the transformed problem is not the residual of
+        // A itself: converge a decade tighter, then check with A.
+        check(EPSSetTolerances(eps_.h, tol / 10.0, 1000), "EPSSetTolerances");
+        ST st;
+        check(EPSGetST(eps_.h, &st), "EPSGetST");
+        check(STSetType(st, STSINVERT), "STSetType");
+        check(STSetMatMode(st, ST_MATMODE_SHELL), "STSetMatMode");
+        check(STSetPreconditionerMat(st, P), "STSetPreconditionerMat");
+        check(STGetKSP(st, &ksp_), "STGetKSP");
+        check(KSPSetType(ksp_, KSPGMRES), "KSPSetType");
+        check(KSPGMRESSetRestart(ksp_, 60), "KSPGMRESSetRestart");
+        // Preconditioned on the right, so that GMRES stops on the true residual
+        // of (A - sigma I) y = x.  On the left it stops on the residual seen
+        // through the incomplete LU, which can be far smaller: a 40 x 40
+        // in-plane film then left a mode at 159 Oe with residual 1.5e-10 for a
+        // tol of 1e-10 however the tolerances were set (3e-11 on the right, with
+        // a tenth of tol).  A tenth of the wanted residual suffices here; three
+        // tenths do not (that film: 1.9e-10).
+        check(KSPSetPCSide(ksp_, PC_RIGHT), "KSPSetPCSide");
+        check(KSPSetTolerances(ksp_, std::max(1e-14, tol * 1e-1), PETSC_DEFAULT, PETSC_DEFAULT, 5000),
+              "KSPSetTolerances");
+        check(KSPSetErrorIfNotConverged(ksp_, PETSC_TRUE), "KSPSetErrorIfNotConverged");
+        PC pc;
+        check(KSPGetPC(ksp_, &pc), "KSPGetPC");
+        // Incomplete LU of the local part with fill level kFillLevels, natural
+        // (grid) ordering, on 2 x 2 blocks.  The triangular solves of an exact
+        // LU cost several operator products once the grid is large (its fill
+        // grows faster than the cells), while ILU(6) needs hardly more
+        // iterations: see kFillLevels.  A singular pivot block is an error (a
+        // shifted pivot made GMRES report convergence of wrong solutions).
+        check(PCSetType(pc, PCILU), "PCSetType");
+        check(PCFactorSetLevels(pc, kFillLevels), "PCFactorSetLevels");
+        mon_.label = label;
+        mon_.nev = nev;
+        check(EPSMonitorSet(eps_.h, eps_monitor, &mon_, nullptr), "EPSMonitorSet");
+        check(KSPMonitorSet(ksp_, ksp_monitor, &mon_, nullptr), "KSPMonitorSet");
+        check(EPSSetUp(eps_.h), "EPSSetUp (the local part may be singular at the shift)");
+        check(KSPSetUp(ksp_), "KSPSetUp (the local part may be singular at the shift)");
+        // Objects that the first iterations would otherwise make: GMRES's
+        // shell DM and the basis's random numbers for the start vector.
+        DM dm;
+        check(KSPGetDM(ksp_, &dm), "KSPGetDM");
+        BV bv;
+        check(EPSGetBV(eps_.h, &bv), "EPSGetBV");
+        PetscRandom rnd;
+        check(BVGetRandomContext(bv, &rnd), "BVGetRandomContext");
     }
-    return out;
+    KrylovSchur(const KrylovSchur&) = delete;
+    KrylovSchur& operator=(const KrylovSchur&) = delete;
+
+    void solve() { check(EPSSolve(eps_.h), "EPSSolve (the operator may be singular at the shift)"); }
+
+    [[nodiscard]] Pairs pairs() const {
+        Pairs out;
+        PetscInt nconv = 0, its = 0;
+        check(EPSGetConverged(eps_.h, &nconv), "EPSGetConverged");
+        check(EPSGetIterationNumber(eps_.h, &its), "EPSGetIterationNumber");
+        out.iterations = static_cast<int>(its);
+        PetscInt lits = 0;
+        check(KSPGetTotalIterations(ksp_, &lits), "KSPGetTotalIterations");
+        out.inner = lits;
+        Mat A;
+        check(EPSGetOperators(eps_.h, &A, nullptr), "EPSGetOperators");
+        OwnedVec x;
+        check(MatCreateVecs(A, &x.h, nullptr), "MatCreateVecs");
+        for (PetscInt i = 0; i < nconv; ++i) {
+            PetscScalar k;
+            check(EPSGetEigenpair(eps_.h, i, &k, nullptr, x.h, nullptr), "EPSGetEigenpair");
+            PetscReal err = 0.0;
+            check(EPSComputeError(eps_.h, i, EPS_ERROR_RELATIVE, &err), "EPSComputeError");
+            const PetscScalar* px = nullptr;
+            check(VecGetArrayRead(x.h, &px), "VecGetArrayRead");
+            out.lambda.push_back(k);
+            out.vec.emplace_back(px, px + n_);
+            out.residual.push_back(err);
+            check(VecRestoreArrayRead(x.h, &px), "VecRestoreArrayRead");
+        }
+        return out;
+    }
+
+private:
+    int n_;
+    OwnedEPS eps_;
+    KSP ksp_ = nullptr;  // owned by the EPS
+    Monitor mon_;
+};
+
+// first() and second(), on two threads of `each` threads each when
+// `together`, one after the other otherwise.  Nothing may leave an OpenMP
+// region by an exception: the first one caught is thrown after both ended.
+template <class First, class Second>
+void side_by_side(bool together, int each, const First& first, const Second& second) {
+    std::exception_ptr failed[2];
+    const auto guarded = [&failed](int k, const auto& work) {
+        try {
+            work();
+        } catch (...) {
+            failed[k] = std::current_exception();
+        }
+    };
+    if (!together) {
+        guarded(0, first);
+        if (!failed[0]) guarded(1, second);
+    } else {
+        // Each side's own loops and transforms take a team of `each` threads
+        // (a second active level of parallelism, for this region only).
+        const int levels = omp_get_max_active_levels();
+        if (each > 1) omp_set_max_active_levels(std::max(levels, 2));
+#pragma omp parallel sections num_threads(2)
+        {
+#pragma omp section
+            {
+                omp_set_num_threads(each);
+                guarded(0, first);
+            }
+#pragma omp section
+            {
+                omp_set_num_threads(each);
+                guarded(1, second);
+            }
+        }
+        omp_set_max_active_levels(levels);
+    }
+    for (const std::exception_ptr& e : failed)
+        if (e) std::rethrow_exception(e);
 }
+
+// A duplicate of PETSC_COMM_WORLD (the same processes), freed at the end of
+// its scope: the objects of a solve that runs beside another live on one of
+// their own, so that the two never share a communicator's collectives or
+// PETSc's reference counts on it.
+struct OwnedComm {
+    MPI_Comm c = MPI_COMM_NULL;
+    OwnedComm() {
+        if (MPI_Comm_dup(PETSC_COMM_WORLD, &c) != MPI_SUCCESS) throw FatalError("SOLVE_MODES: MPI_Comm_dup failed");
+    }
+    OwnedComm(const OwnedComm&) = delete;
+    OwnedComm& operator=(const OwnedComm&) = delete;
+    ~OwnedComm() {
+        if (c != MPI_COMM_NULL) MPI_Comm_free(&c);
+    }
+};
 
 // Unit norm, the component of largest modulus real and positive (the form
 // in which the dense solve returns its vectors).
@@ -405,10 +506,10 @@ static void settle_singleton_mpi() {
 #endif
 }
 
-void start_petsc() {
+bool start_petsc() {
     // PETSc and MPI are process-wide; they are started once and finished at
     // exit.
-    static const bool started = [] {
+    static const bool multiple = [] {
         unsetenv("PETSC_OPTIONS");
         unsetenv("PETSC_OPTIONS_YAML");
         settle_singleton_mpi();
@@ -420,36 +521,89 @@ void start_petsc() {
         // and unloads) until the process ends: not leaks of ours, so the
         // leak checker of the sanitizer build looks away while it runs.
         leak_check(false);
+        // MPI is started here, not by PETSc, to ask for calls from several
+        // threads; PETSc then leaves its end to us.
+        int mpi_running = 0, provided = MPI_THREAD_SINGLE;
+        MPI_Initialized(&mpi_running);
+        const bool own_mpi = !mpi_running;
+        if (own_mpi && MPI_Init_thread(&argc, &argv, MPI_THREAD_MULTIPLE, &provided) != MPI_SUCCESS) {
+            leak_check(true);
+            throw FatalError("SOLVE_MODES: MPI could not be started");
+        }
+        if (!own_mpi) MPI_Query_thread(&provided);
         const PetscErrorCode started_ok = SlepcInitialize(&argc, &argv, nullptr, nullptr);
         leak_check(true);
         if (started_ok != 0) throw FatalError("SOLVE_MODES: PETSc/SLEPc could not be started");
         PetscPushErrorHandler(PetscReturnErrorHandler, nullptr);
+        // Packages register their classes and events on first use, in
+        // process-wide tables; solves that run side by side must find them
+        // registered.
+        const PetscErrorCode registered = [] {
+            for (PetscErrorCode (*init)(void) :
+                 {PetscSysInitializePackage, PetscViewerInitializePackage, PetscRandomInitializePackage,
+                  ISInitializePackage, PetscSFInitializePackage, VecInitializePackage, MatInitializePackage,
+                  DMInitializePackage, PCInitializePackage, KSPInitializePackage, FNInitializePackage,
+                  RGInitializePackage, DSInitializePackage, BVInitializePackage, STInitializePackage,
+                  EPSInitializePackage})
+                if (const PetscErrorCode e = init()) return e;
+            return PetscErrorCode{0};
+        }();
+        if (registered != 0) throw FatalError("SOLVE_MODES: PETSc/SLEPc could not register their packages");
+        static bool finish_mpi = own_mpi;
         std::atexit([] {
             leak_check(false);
             SlepcFinalize();
+            if (finish_mpi) MPI_Finalize();
         });
-        return true;
+        return provided >= MPI_THREAD_MULTIPLE;
     }();
-    (void)started;
+    return multiple;
 }
 
 ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol, ModeOutput out) {
     if (tol <= 0.0) tol = 1e-10;
-    start_petsc();
+    const bool multiple = start_petsc();
     const int N = in.N, n = 2 * N;
-    const ModeOperator op(in);
+    // The right and the left solve are independent (the same shift and
+    // count): with two threads or more they run side by side, each on half
+    // of the threads with an operator of its own.  Most of a solve's work
+    // (the triangular solves of the incomplete LU, GMRES's
+    // orthogonalisation, the convolutions of a small grid) does not share
+    // out over threads within one solve.  Either way each side does the
+    // same arithmetic.
+    const int threads = omp_get_max_threads();
+    const bool together = threads >= 2 && multiple;
+    const int each = together ? threads / 2 : threads;
+    const ModeOperator op(in, each);
     if (!op.even_tensor())
         throw FatalError("SOLVE_MODES: the interaction tensor is not symmetric and even under r -> -r, so the "
                          "left vectors cannot be formed from its Fourier form (use SOLVE_MATRIX)");
+    std::optional<ModeOperator> twin;
+    if (together) {
+        // Both operators' transforms are planned here, for `each` threads.
+        const int saved = omp_get_max_threads();
+        omp_set_num_threads(each);
+        try {
+            twin.emplace(op, each);
+        } catch (...) {
+            omp_set_num_threads(saved);
+            throw;
+        }
+        omp_set_num_threads(saved);
+    }
+    const ModeOperator& op_left = twin ? *twin : op;
     const SparseMatrix local = op.local_part(1, true);
 
-    ShellContext right_ctx{&op, false, 0}, left_ctx{&op, true, 0};
+    // The left solve's objects live on a communicator of their own (declared
+    // first: it is freed after them).
+    const OwnedComm left_comm;
+    ShellContext right_ctx{&op, false, 0}, left_ctx{&op_left, true, 0};
     OwnedMat A, At, P, Pt;
     check(MatCreateShell(PETSC_COMM_WORLD, n, n, n, n, &right_ctx, &A.h), "MatCreateShell");
     check(MatShellSetOperation(A.h, MATOP_MULT, reinterpret_cast<void (*)(void)>(mult)), "MatShellSetOperation");
     check(MatShellSetOperation(A.h, MATOP_MULT_TRANSPOSE, reinterpret_cast<void (*)(void)>(mult_transpose)),
           "MatShellSetOperation");
-    check(MatCreateShell(PETSC_COMM_WORLD, n, n, n, n, &left_ctx, &At.h), "MatCreateShell");
+    check(MatCreateShell(left_comm.c, n, n, n, n, &left_ctx, &At.h), "MatCreateShell");
     check(MatShellSetOperation(At.h, MATOP_MULT, reinterpret_cast<void (*)(void)>(mult)), "MatShellSetOperation");
     check(MatShellSetOperation(At.h, MATOP_MULT_TRANSPOSE, reinterpret_cast<void (*)(void)>(mult_transpose)),
           "MatShellSetOperation");
@@ -493,7 +647,7 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
         local_matrix(local, sigma, shifted);
         std::swap(P.h, shifted.h);
     }
-    check(MatTranspose(P.h, MAT_INITIAL_MATRIX, &Pt.h), "MatTranspose");
+    local_matrix(local, sigma, Pt, left_comm.c, true);
 
     // Eigenvalues come in conjugate pairs; at a shift of 0 both members of a
     // pair are equally near, so twice the count is asked for.  Above 0 a few
@@ -502,12 +656,31 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     const auto positive = [tol](cplx l) { return l.imag() > 100.0 * tol * std::abs(l); };
     const cplx target(0.0, f0);
     int nev = std::min(n, aim == 0.0 ? 2 * nmodes : nmodes + 2);
-    Pairs R;
+    Pairs R, L;
     std::vector<int> keep;
+    // Left vectors: A^T w = lambda w gives u = conj(w) with u^H A = lambda u^H.
+    // Side by side the left solve runs with each right one (a right solve
+    // that must be repeated with a larger count costs a left one as well,
+    // on the other thread); one after the other it runs once, after the last.
+    const auto make_left = [&](std::optional<KrylovSchur>& left) {
+        left.emplace(At.h, Pt.h, n, nev, sigma, tol, "left");
+    };
     for (;;) {
-        R = run_eps(A.h, P.h, n, nev, sigma, tol, "right");
+        // Both solves are set up before either runs (see KrylovSchur).
+        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, "right");
+        std::optional<KrylovSchur> left;
+        if (together) make_left(left);
+        side_by_side(together, each, [&] { right.solve(); }, [&] {
+            if (left) left->solve();
+        });
+        R = right.pairs();
         stats.inner_iterations += R.inner;
         stats.outer_iterations += R.iterations;
+        if (left) {
+            L = left->pairs();
+            stats.inner_iterations += L.inner;
+            stats.outer_iterations += L.iterations;
+        }
         keep.clear();
         for (std::size_t i = 0; i < R.lambda.size(); ++i)
             if (positive(R.lambda[i])) keep.push_back(static_cast<int>(i));
@@ -524,11 +697,12 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     // Modes by increasing f, as the dense solve orders them.
     std::stable_sort(keep.begin(), keep.end(), [&](int a, int b) { return R.lambda[a].imag() < R.lambda[b].imag(); });
 
-    // Left vectors: A^T w = lambda w gives u = conj(w) with u^H A = lambda u^H.
     const int kept = static_cast<int>(keep.size());
-    Pairs L;
-    if (kept > 0) {
-        L = run_eps(At.h, Pt.h, n, nev, sigma, tol, "left");
+    if (!together && kept > 0) {
+        std::optional<KrylovSchur> left;
+        make_left(left);
+        left->solve();
+        L = left->pairs();
         stats.inner_iterations += L.inner;
         stats.outer_iterations += L.iterations;
     }

@@ -8,7 +8,8 @@
 // solve by GMRES preconditioned with an incomplete LU of the sparse local part
 // of A - sigma I (cells at most one cell apart, with the far dipolar blocks
 // lumped onto the diagonal).  The left vectors come from
-// a second solve of the same kind on A^T.  The ModeSet has the form, order
+// a second solve of the same kind on A^T, beside the first on a thread of
+// its own when the run has two threads or more.  The ModeSet has the form, order
 // and sign convention of the dense solve (dense_solve.hpp): f > 0, modes by
 // increasing f, A v = (-g + i f) v, u^H A = (-g + i f) u^H, vectors of unit
 // norm with their largest component real and positive.
@@ -39,7 +40,8 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
 
 // Starts PETSc and SLEPc once per process, closed to the environment: no
 // PETSC_OPTIONS, no option files, no signal handlers, errors returned to the
-// caller instead of printed.  Runs without mpirun (MPI singleton).
-void start_petsc();
+// caller instead of printed.  Runs without mpirun (MPI singleton).  True
+// when MPI allows calls from several threads at once (MPI_THREAD_MULTIPLE).
+bool start_petsc();
 
 }  // namespace torix

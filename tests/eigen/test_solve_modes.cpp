@@ -10,6 +10,8 @@
 #include <string>
 #include <random>
 
+#include <omp.h>
+
 #include "dynamics/fft_field.hpp"
 #include "dynamics/relax.hpp"
 #include "eigen/mode_operator.hpp"
@@ -342,6 +344,44 @@ TEST(SolveModes, EveryResidualMeetsTheToleranceOnAnInPlaneFilm) {
         EXPECT_LE(residual(A, vec(it.R, m.N, p), lambda, false), 1e-10);
         EXPECT_LE(residual(A, vec(it.L, m.N, p), lambda, true), 1e-10);
     }
+}
+
+// With two threads or more the right and left solves run side by side,
+// each on half of the threads (four threads: two each, with the real and
+// imaginary convolutions of a product on one apiece).  Each side does the
+// same arithmetic as on one thread, so the modes agree to rounding whatever
+// the threads.
+TEST(SolveModes, ThreadCountDoesNotChangeTheModes) {
+    // A 32 x 24 platelet: its padded grid is large enough for the two
+    // lanes of a product, and no two of its lowest modes are degenerate.
+    Model m = box(31, 23, 0, 5e-7, {0.0, 0.0, 1.0}, 0.01);
+    m.AIJ = make_tensor(31, 23, 0, 1);
+    tensorbuild(m.A, m.MS, m.AIJ, 31, 23, 0, 5e-7, 5e-7, 5e-7, 1);
+    set_field(m, {0.0, 0.0, 12000.0});
+    const int saved = omp_get_max_threads();
+    Modes ref;
+    omp_set_num_threads(1);
+    solve_modes(m.input(), 4, 0.0, 1e-10, ref.out());
+    ASSERT_EQ(ref.nmodes, 4);
+    for (int threads : {2, 4}) {
+        SCOPED_TRACE(threads);
+        omp_set_num_threads(threads);
+        Modes it;
+        solve_modes(m.input(), 4, 0.0, 1e-10, it.out());
+        ASSERT_EQ(it.nmodes, 4);
+        for (int p = 1; p <= 4; ++p) {
+            EXPECT_NEAR(it.W(p, 1), ref.W(p, 1), 1e-9 * ref.W(p, 1));
+            EXPECT_NEAR(it.W(p, 2), ref.W(p, 2), 1e-9 * ref.W(p, 1));
+            // Unit vectors with the same phase convention: equal up to the
+            // accuracy of the solve .
+            for (const auto* side : {&it.R, &it.L}) {
+                const auto& S = side == &it.R ? ref.R : ref.L;
+                const auto a = vec(*side, m.N, p), b = vec(S, m.N, p);
+                EXPECT_LT(std::abs(std::abs(dot(b, a)) - 1.0), 1e-8);
+            }
+        }
+    }
+    omp_set_num_threads(saved);
 }
 
 TEST(SolveModes, SingleCellHasTheFieldAsFrequency) {
