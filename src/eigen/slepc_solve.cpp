@@ -128,12 +128,18 @@ constexpr double kProgressSeconds = 3.0;
 // (its lowest mode lies far below the local part's).
 constexpr double kAimFraction = 0.75;
 constexpr double kNarrowBand = 2.5;
-// Fill levels of the incomplete LU that preconditions the inner solves.
-// Against the exact LU (nested dissection), wall time on films of 100 x 100
-// and 200 x 200 cells: ILU(4) 0.62 and 0.59, ILU(6) 0.57 and 0.53, ILU(8)
-// or (9) 0.59 and 0.61, with 8 % and 15 % more operator products for
-// ILU(6); the FMR problem 0.90 (ILU(2) 0.83); a vortex disk 1.03.
-constexpr int kFillLevels = 6;
+// Fill levels of the incomplete LU that preconditions the inner solves, by
+// the layers of cells of the grid.  Each level adds far more entries to a
+// factor of a three-dimensional stencil than to one of a single layer, so
+// the best level falls with the layers.  Against the exact LU (nested
+// dissection), wall time on films of 100 x 100 and 200 x 200 cells in one
+// layer: ILU(4) 0.62 and 0.59, ILU(6) 0.57 and 0.53, ILU(8) or (9) 0.59 and
+// 0.61, with 8 % and 15 % more operator products for ILU(6).  Inner solves
+// of both sides on one thread, seconds for ILU(0, 1, 2, 3, 6): FMR problem
+// (24 x 24 x 2 cells) 1.78, 1.57, 1.45, 1.49, 1.60; 70 x 70 x 2 cells -,
+// 13.6, 13.4, 14.4, 14.6; 50 x 50 x 4 cells 16.8, 16.3, 19.2, 20.8, 31.3; a
+// 100 x 100 film in one layer 9.7 with ILU(2) against 8.1 with ILU(6).
+int fill_levels(int layers) { return layers <= 1 ? 6 : layers == 2 ? 2 : 1; }
 
 void report(Monitor& m) {
     const auto now = std::chrono::steady_clock::now();
@@ -263,7 +269,8 @@ struct Pairs {
 // registration, first use of a type) happens while one thread runs.
 class KrylovSchur {
 public:
-    KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, const char* label) : n_(n) {
+    KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, int levels, const char* label)
+        : n_(n) {
         MPI_Comm comm = MPI_COMM_NULL;
         check(PetscObjectGetComm(reinterpret_cast<PetscObject>(A), &comm), "PetscObjectGetComm");
         check(EPSCreate(comm, &eps_.h), "EPSCreate");
@@ -301,14 +308,14 @@ public:
         check(KSPSetErrorIfNotConverged(ksp_, PETSC_TRUE), "KSPSetErrorIfNotConverged");
         PC pc;
         check(KSPGetPC(ksp_, &pc), "KSPGetPC");
-        // Incomplete LU of the local part with fill level kFillLevels, natural
+        // Incomplete LU of the local part with `levels` fill levels, natural
         // (grid) ordering, on 2 x 2 blocks.  The triangular solves of an exact
         // LU cost several operator products once the grid is large (its fill
         // grows faster than the cells), while ILU(6) needs hardly more
-        // iterations: see kFillLevels.  A singular pivot block is an error (a
+        // iterations: see fill_levels.  A singular pivot block is an error (a
         // shifted pivot made GMRES report convergence of wrong solutions).
         check(PCSetType(pc, PCILU), "PCSetType");
-        check(PCFactorSetLevels(pc, kFillLevels), "PCFactorSetLevels");
+        check(PCFactorSetLevels(pc, levels), "PCFactorSetLevels");
         mon_.label = label;
         mon_.nev = nev;
         check(EPSMonitorSet(eps_.h, eps_monitor, &mon_, nullptr), "EPSMonitorSet");
@@ -662,12 +669,13 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     // Side by side the left solve runs with each right one (a right solve
     // that must be repeated with a larger count costs a left one as well,
     // on the other thread); one after the other it runs once, after the last.
+    const int levels = fill_levels(in.nz + 1);
     const auto make_left = [&](std::optional<KrylovSchur>& left) {
-        left.emplace(At.h, Pt.h, n, nev, sigma, tol, "left");
+        left.emplace(At.h, Pt.h, n, nev, sigma, tol, levels, "left");
     };
     for (;;) {
         // Both solves are set up before either runs (see KrylovSchur).
-        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, "right");
+        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, "right");
         std::optional<KrylovSchur> left;
         if (together) make_left(left);
         side_by_side(together, each, [&] { right.solve(); }, [&] {
