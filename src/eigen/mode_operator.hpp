@@ -29,16 +29,19 @@ public:
     // Builds the frames, the per-cell factors and a Fourier form of in.AIJ of
     // its own (so anisotropy added to a Fourier form alone, which the
     // assembled matrix does not see, stays out as well).  `in` must outlive
-    // the operator.  Its products use at most `threads` threads (0: as many
-    // as the run has).
+    // the operator.  `threads`: the threads its products will run on (0: as
+    // many as the run has), which decides whether the real and imaginary
+    // convolutions of a product run at once.
     explicit ModeOperator(const MatrixInput& in, int threads = 0);
     // A twin of `other` for products that run at the same time as other's,
     // on another thread: the same factors and spectra, work buffers and
     // plans of its own.  Both operators' transforms are planned here, with
     // the threads this call sees (FFTW's planner must not run on two
-    // threads at once; its plans may).  Products of the twin use at most
-    // `threads` threads.
+    // threads at once; its plans may).  `threads` as above.
     ModeOperator(const ModeOperator& other, int threads);
+    // A plain copy would share the work buffers.
+    ModeOperator(const ModeOperator&) = delete;
+    ModeOperator& operator=(const ModeOperator&) = delete;
 
     [[nodiscard]] int N() const { return in_.N; }
     [[nodiscard]] int order() const { return 2 * in_.N; }
