@@ -37,7 +37,7 @@ constexpr std::size_t kParallelPoints = 16384;
 std::size_t measure_limit = std::size_t{1} << 22;
 // Work buffers of fewer complex points than this are planned by estimate:
 // on such small grids measuring costs more than the measured plans save
-// (the FMR problem's 24 x 24 x 2 cells, 10800 points: a relaxation 0.35 s
+// (the FMR problem's 24 x 24 x 2 cells, 7200 points: a relaxation 0.35 s
 // against 0.25 s, a 12-mode SOLVE_MODES 1.19 s against 1.08 s, with its
 // thousands of convolutions within 2 % of each other).
 constexpr std::size_t kMeasureFloor = std::size_t{1} << 15;

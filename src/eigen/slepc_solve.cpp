@@ -14,20 +14,22 @@
 #endif
 #include "eigen/slepc_solve.hpp"
 
-#include <petscdm.h>
-#include <petscsf.h>
 #include <slepceps.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <complex>
 #include <cstdio>
 #include <exception>
+#include <mutex>
 #include <optional>
 #include <cstdlib>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -69,10 +71,57 @@ using OwnedMat = Owned<Mat, MatDestroy>;
 using OwnedVec = Owned<Vec, VecDestroy>;
 using OwnedEPS = Owned<EPS, EPSDestroy>;
 
+// While two solves run side by side only one thread at a time may be inside
+// PETSc or SLEPc: this build is not thread-safe.  Process-wide state that
+// the solves' own calls change without a lock includes the object count of
+// PETSC_COMM_SELF, on which SLEPc's projected problems make and drop small
+// matrices at every restart (a lost count frees the communicator under live
+// objects), the stack of floating-point trap modes that the dense kernels
+// push and pop, and KSPSolve's count of nested solves.  Each thread holds
+// the turn for the whole of its solve and gives it up only for work that
+// touches none of it: the operator product (this program's own loops and
+// FFTW's plans, one set per side), the triangular solves of the incomplete
+// LU (MatSolve on a factor of its own side) and GMRES's orthogonalisation
+// (vector operations on its own vectors, a reduction on its own
+// communicator).  Those are most of a solve, so the two still run mostly at
+// the same time.  The turn changes hands several times per inner
+// iteration, so a waiting thread spins a little before it yields: with a
+// mutex's sleep and wake-up the FMR problem took 1.25 s instead of 1.0 s.
+class Turn {
+public:
+    void lock() {
+        for (int spins = 0; flag_.test_and_set(std::memory_order_acquire); ++spins)
+            if (spins > kSpins) std::this_thread::yield();
+    }
+    void unlock() { flag_.clear(std::memory_order_release); }
+
+private:
+    static constexpr int kSpins = 4000;
+    std::atomic_flag flag_ = ATOMIC_FLAG_INIT;
+};
+
+// Gives the turn up for the lifetime of the guard (nothing when there is no
+// turn, one solve at a time).
+class TurnGivenUp {
+public:
+    explicit TurnGivenUp(Turn* t) : t_(t) {
+        if (t_) t_->unlock();
+    }
+    ~TurnGivenUp() {
+        if (t_) t_->lock();
+    }
+    TurnGivenUp(const TurnGivenUp&) = delete;
+    TurnGivenUp& operator=(const TurnGivenUp&) = delete;
+
+private:
+    Turn* t_;
+};
+
 struct ShellContext {
     const ModeOperator* op = nullptr;
     bool transposed = false;  // the shell is A^T
     std::int64_t products = 0;
+    Turn* turn = nullptr;     // given up during the product, when set
 };
 
 // Shell products.  Nothing may be thrown through PETSc's C frames: failures
@@ -91,6 +140,7 @@ PetscErrorCode shell_product(Mat A, Vec x, Vec y, bool transpose) {
     }
     PetscErrorCode status = 0;
     try {
+        const TurnGivenUp free_turn(c->turn);
         if (transpose != c->transposed)
             c->op->apply_transpose(px, py);
         else
@@ -176,12 +226,7 @@ PetscErrorCode ksp_monitor(KSP, PetscInt its, PetscReal, void* ctx) {
 // factorisations pivot on whole blocks: without damping a number's diagonal
 // block is [[0, b], [c, 0]] at a shift of 0, a zero pivot for a scalar
 // factorisation though the block is regular.
-//
-// With `transposed` the matrix is (S - sigma I)^T, entered column by column:
-// the local part's pattern is symmetric (cells one cell apart), so the
-// block rows keep their counts.
-void local_matrix(const SparseMatrix& S, PetscScalar sigma, OwnedMat& P, MPI_Comm comm = PETSC_COMM_WORLD,
-                  bool transposed = false) {
+void local_matrix(const SparseMatrix& S, PetscScalar sigma, OwnedMat& P, MPI_Comm comm = PETSC_COMM_WORLD) {
     const PetscInt n = S.n;
     check(MatCreate(comm, &P.h), "MatCreate");
     check(MatSetSizes(P.h, n, n, n, n), "MatSetSizes");
@@ -199,9 +244,7 @@ void local_matrix(const SparseMatrix& S, PetscScalar sigma, OwnedMat& P, MPI_Com
             cols.push_back(S.col[k] - 1);
             vals.push_back(PetscScalar(S.val[k]) - (S.col[k] - 1 == r ? sigma : PetscScalar(0.0)));
         }
-        const auto m = static_cast<PetscInt>(cols.size());
-        check(transposed ? MatSetValues(P.h, m, cols.data(), 1, &r, vals.data(), INSERT_VALUES)
-                         : MatSetValues(P.h, 1, &r, m, cols.data(), vals.data(), INSERT_VALUES),
+        check(MatSetValues(P.h, 1, &r, static_cast<PetscInt>(cols.size()), cols.data(), vals.data(), INSERT_VALUES),
               "MatSetValues");
     }
     check(MatAssemblyBegin(P.h, MAT_FINAL_ASSEMBLY), "MatAssemblyBegin");
@@ -213,16 +256,23 @@ void local_matrix(const SparseMatrix& S, PetscScalar sigma, OwnedMat& P, MPI_Com
 struct RitzValues {
     ST st = nullptr;
     std::vector<cplx> values;
+    std::vector<double> errors;  // SLEPc's error estimates of the values
 };
 
-PetscErrorCode ritz_monitor(EPS, PetscInt, PetscInt, PetscScalar* eigr, PetscScalar* eigi, PetscReal*, PetscInt nest,
-                            void* ctx) {
+PetscErrorCode ritz_monitor(EPS, PetscInt, PetscInt, PetscScalar* eigr, PetscScalar* eigi, PetscReal* errest,
+                            PetscInt nest, void* ctx) {
     auto* r = static_cast<RitzValues*>(ctx);
-    r->values.clear();
-    for (PetscInt i = 0; i < nest; ++i) {
-        PetscScalar re = eigr[i], im = eigi[i];
-        if (const PetscErrorCode e = STBackTransform(r->st, 1, &re, &im)) return e;
-        r->values.push_back(re);
+    try {
+        r->values.clear();
+        r->errors.clear();
+        for (PetscInt i = 0; i < nest; ++i) {
+            PetscScalar re = eigr[i], im = eigi[i];
+            if (const PetscErrorCode e = STBackTransform(r->st, 1, &re, &im)) return e;
+            r->values.push_back(re);
+            r->errors.push_back(errest[i]);
+        }
+    } catch (const std::bad_alloc&) {
+        return PETSC_ERR_MEM;
     }
     return 0;
 }
@@ -241,6 +291,7 @@ PetscErrorCode ritz_monitor(EPS, PetscInt, PetscInt, PetscScalar* eigr, PetscSca
 // against 2122 Oe on the 200 x 200 film, whose band the converged run took
 // 11 passes and 6 s to resolve), which can only keep a narrow band's shift
 // at 0, never misplace it.
+constexpr double kBandSettled = 1e-2;  // largest error estimate of the lowest value the band uses
 std::array<double, 2> local_band(Mat L0, int count) {
     OwnedEPS eps;
     check(EPSCreate(PETSC_COMM_WORLD, &eps.h), "EPSCreate");
@@ -269,12 +320,18 @@ std::array<double, 2> local_band(Mat L0, int count) {
     check(PCSetType(pc, PCLU), "PCSetType");
     check(PCFactorSetMatOrderingType(pc, MATORDERINGND), "PCFactorSetMatOrderingType");
     check(EPSSolve(eps.h), "EPSSolve (the local part may be singular at 0)");
-    std::vector<double> f;
-    for (const cplx& k : ritz.values)
+    std::vector<std::pair<double, double>> f;  // frequency, error estimate
+    for (std::size_t i = 0; i < ritz.values.size(); ++i) {
+        const cplx k = ritz.values[i];
         // Real values (a rounding-level imaginary part) are not frequencies.
-        if (k.imag() > 1e-3 * std::abs(k)) f.push_back(k.imag());
+        if (k.imag() > 1e-3 * std::abs(k)) f.emplace_back(k.imag(), ritz.errors[i]);
+    }
     std::sort(f.begin(), f.end());
-    return {f.empty() ? 0.0 : f.front(), static_cast<int>(f.size()) >= count ? f[count - 1] : 0.0};
+    // The lowest value places the shift: it must have settled (a Ritz value
+    // of a non-normal matrix far from converged can lie outside its
+    // spectrum); otherwise no band is reported and the shift stays at 0.
+    if (f.empty() || !(f.front().second <= kBandSettled)) return {0.0, 0.0};
+    return {f.front().first, static_cast<int>(f.size()) >= count ? f[count - 1].first : 0.0};
 }
 
 // Converged eigenpairs of one solve.
@@ -286,14 +343,47 @@ struct Pairs {
     int iterations = 0;
 };
 
+// The incomplete LU of the local part as the inner solves' preconditioner:
+// its triangular solves, with the turn given up (see Turn).
+struct IluContext {
+    Mat factor = nullptr;
+    Turn* turn = nullptr;
+};
+
+PetscErrorCode ilu_apply(PC pc, Vec x, Vec y) {
+    void* raw = nullptr;
+    if (const PetscErrorCode e = PCShellGetContext(pc, &raw)) return e;
+    const auto* c = static_cast<const IluContext*>(raw);
+    const TurnGivenUp free_turn(c->turn);
+    return MatSolve(c->factor, x, y);
+}
+
+// An inner solve that stops short of its tolerance is an error.  (PETSc's
+// own check, KSPSetErrorIfNotConverged, looks at a process-wide count of
+// nested solves, which two solves side by side raise.)
+PetscErrorCode inner_converged(KSP ksp, Vec, Vec, void*) {
+    KSPConvergedReason reason = KSP_CONVERGED_ITERATING;
+    if (const PetscErrorCode e = KSPGetConvergedReason(ksp, &reason)) return e;
+    return reason < 0 ? PETSC_ERR_NOT_CONVERGED : 0;
+}
+
+// GMRES's orthogonalisation of its new basis vector (PETSc's classical
+// Gram-Schmidt, its default), with the turn given up: vector operations on
+// the side's own vectors and a reduction over the side's own communicator.
+PetscErrorCode orthogonalize(KSP ksp, PetscInt it) {
+    void* raw = nullptr;
+    if (const PetscErrorCode e = KSPGetApplicationContext(ksp, &raw)) return e;
+    const TurnGivenUp free_turn(static_cast<const IluContext*>(raw)->turn);
+    return KSPGMRESClassicalGramSchmidtOrthogonalization(ksp, it);
+}
+
 // One Krylov-Schur solve with shift-and-invert, set up in full (the
-// incomplete LU included) by the constructor, so that two of them, on
-// communicators of their own, can then solve at the same time on two
-// threads: everything that touches PETSc's process-wide tables (package
-// registration, first use of a type) happens while one thread runs.
+// incomplete LU included) by the constructor; solve() then runs it, beside
+// another one when `turn` is set (see Turn).
 class KrylovSchur {
 public:
-    KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, int levels, const char* label)
+    KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, int levels, Turn* turn,
+                const char* label)
         : n_(n) {
         MPI_Comm comm = MPI_COMM_NULL;
         check(PetscObjectGetComm(reinterpret_cast<PetscObject>(A), &comm), "PetscObjectGetComm");
@@ -329,31 +419,49 @@ public:
         check(KSPSetPCSide(ksp_, PC_RIGHT), "KSPSetPCSide");
         check(KSPSetTolerances(ksp_, std::max(1e-14, tol * 1e-1), PETSC_DEFAULT, PETSC_DEFAULT, 5000),
               "KSPSetTolerances");
-        check(KSPSetErrorIfNotConverged(ksp_, PETSC_TRUE), "KSPSetErrorIfNotConverged");
+        check(KSPSetPostSolve(ksp_, inner_converged, nullptr), "KSPSetPostSolve");
+        // Incomplete LU of the local part with `levels` fill levels, natural
+        // (grid) ordering, on 2 x 2 blocks, factored here (as PETSc's ILU
+        // preconditioner would) so that its triangular solves can run with
+        // the turn given up.  The triangular solves of an exact LU cost
+        // several operator products once the grid is large (its fill grows
+        // faster than the cells), while ILU(6) needs hardly more iterations:
+        // see fill_levels.  A singular pivot block is an error (a shifted
+        // pivot made GMRES report convergence of wrong solutions).
+        check(MatGetFactor(P, MATSOLVERPETSC, MAT_FACTOR_ILU, &factor_.h), "MatGetFactor");
+        {
+            IS row = nullptr, col = nullptr;
+            check(MatGetOrdering(P, MATORDERINGNATURAL, &row, &col), "MatGetOrdering");
+            MatFactorInfo info;
+            check(MatFactorInfoInitialize(&info), "MatFactorInfoInitialize");
+            info.levels = levels;
+            info.fill = 1.0;
+            info.zeropivot = 100.0 * PETSC_MACHINE_EPSILON;
+            const PetscErrorCode e = MatILUFactorSymbolic(factor_.h, P, row, col, &info);
+            ISDestroy(&row);
+            ISDestroy(&col);
+            check(e, "MatILUFactorSymbolic");
+            check(MatLUFactorNumeric(factor_.h, P, &info), "MatLUFactorNumeric");
+        }
+        MatFactorError failed = MAT_FACTOR_NOERROR;
+        check(MatFactorGetError(factor_.h, &failed), "MatFactorGetError");
+        if (failed != MAT_FACTOR_NOERROR)
+            throw FatalError("SOLVE_MODES: the incomplete LU of the local part has a singular pivot block at the "
+                             "shift");
+        ilu_.factor = factor_.h;
+        ilu_.turn = turn;
         PC pc;
         check(KSPGetPC(ksp_, &pc), "KSPGetPC");
-        // Incomplete LU of the local part with `levels` fill levels, natural
-        // (grid) ordering, on 2 x 2 blocks.  The triangular solves of an exact
-        // LU cost several operator products once the grid is large (its fill
-        // grows faster than the cells), while ILU(6) needs hardly more
-        // iterations: see fill_levels.  A singular pivot block is an error (a
-        // shifted pivot made GMRES report convergence of wrong solutions).
-        check(PCSetType(pc, PCILU), "PCSetType");
-        check(PCFactorSetLevels(pc, levels), "PCFactorSetLevels");
+        check(PCSetType(pc, PCSHELL), "PCSetType");
+        check(PCShellSetContext(pc, &ilu_), "PCShellSetContext");
+        check(PCShellSetApply(pc, ilu_apply), "PCShellSetApply");
+        check(KSPSetApplicationContext(ksp_, &ilu_), "KSPSetApplicationContext");
+        check(KSPGMRESSetOrthogonalization(ksp_, orthogonalize), "KSPGMRESSetOrthogonalization");
         mon_.label = label;
         mon_.nev = nev;
         check(EPSMonitorSet(eps_.h, eps_monitor, &mon_, nullptr), "EPSMonitorSet");
         check(KSPMonitorSet(ksp_, ksp_monitor, &mon_, nullptr), "KSPMonitorSet");
-        check(EPSSetUp(eps_.h), "EPSSetUp (the local part may be singular at the shift)");
-        check(KSPSetUp(ksp_), "KSPSetUp (the local part may be singular at the shift)");
-        // Objects that the first iterations would otherwise make: GMRES's
-        // shell DM and the basis's random numbers for the start vector.
-        DM dm;
-        check(KSPGetDM(ksp_, &dm), "KSPGetDM");
-        BV bv;
-        check(EPSGetBV(eps_.h, &bv), "EPSGetBV");
-        PetscRandom rnd;
-        check(BVGetRandomContext(bv, &rnd), "BVGetRandomContext");
+        check(EPSSetUp(eps_.h), "EPSSetUp");
     }
     KrylovSchur(const KrylovSchur&) = delete;
     KrylovSchur& operator=(const KrylovSchur&) = delete;
@@ -390,55 +498,18 @@ public:
 
 private:
     int n_;
+    // Declared before the EPS, which refers to them and goes first.
+    OwnedMat factor_;
+    IluContext ilu_;
+    Monitor mon_;
     OwnedEPS eps_;
     KSP ksp_ = nullptr;  // owned by the EPS
-    Monitor mon_;
 };
 
-// first() and second(), on two threads of `each` threads each when
-// `together`, one after the other otherwise.  Nothing may leave an OpenMP
-// region by an exception: the first one caught is thrown after both ended.
-template <class First, class Second>
-void side_by_side(bool together, int each, const First& first, const Second& second) {
-    std::exception_ptr failed[2];
-    const auto guarded = [&failed](int k, const auto& work) {
-        try {
-            work();
-        } catch (...) {
-            failed[k] = std::current_exception();
-        }
-    };
-    if (!together) {
-        guarded(0, first);
-        if (!failed[0]) guarded(1, second);
-    } else {
-        // Each side's own loops and transforms take a team of `each` threads
-        // (a second active level of parallelism, for this region only).
-        const int levels = omp_get_max_active_levels();
-        if (each > 1) omp_set_max_active_levels(std::max(levels, 2));
-#pragma omp parallel sections num_threads(2)
-        {
-#pragma omp section
-            {
-                omp_set_num_threads(each);
-                guarded(0, first);
-            }
-#pragma omp section
-            {
-                omp_set_num_threads(each);
-                guarded(1, second);
-            }
-        }
-        omp_set_max_active_levels(levels);
-    }
-    for (const std::exception_ptr& e : failed)
-        if (e) std::rethrow_exception(e);
-}
-
 // A duplicate of PETSC_COMM_WORLD (the same processes), freed at the end of
-// its scope: the objects of a solve that runs beside another live on one of
-// their own, so that the two never share a communicator's collectives or
-// PETSc's reference counts on it.
+// its scope.  The left solve's objects live there, so that the reductions
+// the two sides run with the turn given up (GMRES's orthogonalisation) are
+// never on one communicator at the same time.
 struct OwnedComm {
     MPI_Comm c = MPI_COMM_NULL;
     OwnedComm() {
@@ -450,6 +521,43 @@ struct OwnedComm {
         if (c != MPI_COMM_NULL) MPI_Comm_free(&c);
     }
 };
+
+// first() and second(), at the same time when `together` (second() on a
+// thread of its own; each with `each` threads for its own OpenMP loops and
+// transforms, whose teams then start from two separate threads), one after
+// the other otherwise.  An exception of either is thrown after both ended.
+template <class First, class Second>
+void side_by_side(bool together, int each, const First& first, const Second& second) {
+    std::exception_ptr failed[2];
+    const auto guarded = [&failed](int k, const auto& work) {
+        try {
+            work();
+        } catch (...) {
+            failed[k] = std::current_exception();
+        }
+    };
+    std::thread other;
+    const int saved = omp_get_max_threads();
+    if (together) {
+        omp_set_num_threads(each);
+        try {
+            other = std::thread([&] {
+                omp_set_num_threads(each);
+                guarded(1, second);
+            });
+        } catch (const std::system_error&) {
+            omp_set_num_threads(saved);  // no second thread: one after the other
+        }
+    }
+    guarded(0, first);
+    if (other.joinable())
+        other.join();
+    else if (!failed[0])
+        guarded(1, second);
+    omp_set_num_threads(saved);
+    for (const std::exception_ptr& e : failed)
+        if (e) std::rethrow_exception(e);
+}
 
 // Unit norm, the component of largest modulus real and positive (the form
 // in which the dense solve returns its vectors).
@@ -540,7 +648,7 @@ static void settle_singleton_mpi() {
 bool start_petsc() {
     // PETSc and MPI are process-wide; they are started once and finished at
     // exit.
-    static const bool multiple = [] {
+    static const bool serialized = [] {
         unsetenv("PETSC_OPTIONS");
         unsetenv("PETSC_OPTIONS_YAML");
         settle_singleton_mpi();
@@ -552,8 +660,9 @@ bool start_petsc() {
         // and unloads) until the process ends: not leaks of ours, so the
         // leak checker of the sanitizer build looks away while it runs.
         leak_check(false);
-        // MPI is started here, not by PETSc, to ask for calls from several
-        // threads; PETSc then leaves its end to us.
+        // MPI is started here, not by PETSc, to ask for calls from more than
+        // one thread (one at a time: see Turn); PETSc then leaves its end to
+        // the program.
         int mpi_running = 0, provided = MPI_THREAD_SINGLE;
         MPI_Initialized(&mpi_running);
         const bool own_mpi = !mpi_running;
@@ -566,34 +675,27 @@ bool start_petsc() {
         leak_check(true);
         if (started_ok != 0) throw FatalError("SOLVE_MODES: PETSc/SLEPc could not be started");
         PetscPushErrorHandler(PetscReturnErrorHandler, nullptr);
-        // Packages register their classes and events on first use, in
-        // process-wide tables; solves that run side by side must find them
-        // registered.
-        const PetscErrorCode registered = [] {
-            for (PetscErrorCode (*init)(void) :
-                 {PetscSysInitializePackage, PetscViewerInitializePackage, PetscRandomInitializePackage,
-                  ISInitializePackage, PetscSFInitializePackage, VecInitializePackage, MatInitializePackage,
-                  DMInitializePackage, PCInitializePackage, KSPInitializePackage, FNInitializePackage,
-                  RGInitializePackage, DSInitializePackage, BVInitializePackage, STInitializePackage,
-                  EPSInitializePackage})
-                if (const PetscErrorCode e = init()) return e;
-            return PetscErrorCode{0};
-        }();
-        if (registered != 0) throw FatalError("SOLVE_MODES: PETSc/SLEPc could not register their packages");
         static bool finish_mpi = own_mpi;
         std::atexit([] {
             leak_check(false);
             SlepcFinalize();
             if (finish_mpi) MPI_Finalize();
         });
+#if defined(PETSC_USE_DEBUG)
+        // A debugging build keeps a process-wide stack of the functions
+        // entered, which two threads would interleave even one at a time in
+        // PETSc (a thread enters MatSolve with the turn given up).
+        return false;
+#else
         return provided >= MPI_THREAD_MULTIPLE;
+#endif
     }();
-    return multiple;
+    return serialized;
 }
 
 ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol, ModeOutput out) {
     if (tol <= 0.0) tol = 1e-10;
-    const bool multiple = start_petsc();
+    const bool serialized = start_petsc();
     const int N = in.N, n = 2 * N;
     // The right and the left solve are independent (the same shift and
     // count): with two threads or more they run side by side, each on half
@@ -603,32 +705,35 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     // out over threads within one solve.  Either way each side does the
     // same arithmetic.
     const int threads = omp_get_max_threads();
-    const bool together = threads >= 2 && multiple;
+    const bool together = threads >= 2 && serialized;
     const int each = together ? threads / 2 : threads;
-    const ModeOperator op(in, each);
+    // Both operators' transforms are planned here, for the threads each
+    // side will have.
+    std::optional<ModeOperator> op_right, twin;
+    {
+        omp_set_num_threads(each);
+        try {
+            op_right.emplace(in, each);
+            if (together) twin.emplace(*op_right, each);
+        } catch (...) {
+            omp_set_num_threads(threads);
+            throw;
+        }
+        omp_set_num_threads(threads);
+    }
+    const ModeOperator& op = *op_right;
     if (!op.even_tensor())
         throw FatalError("SOLVE_MODES: the interaction tensor is not symmetric and even under r -> -r, so the "
                          "left vectors cannot be formed from its Fourier form (use SOLVE_MATRIX)");
-    std::optional<ModeOperator> twin;
-    if (together) {
-        // Both operators' transforms are planned here, for `each` threads.
-        const int saved = omp_get_max_threads();
-        omp_set_num_threads(each);
-        try {
-            twin.emplace(op, each);
-        } catch (...) {
-            omp_set_num_threads(saved);
-            throw;
-        }
-        omp_set_num_threads(saved);
-    }
     const ModeOperator& op_left = twin ? *twin : op;
     const SparseMatrix local = op.local_part(1, true);
 
-    // The left solve's objects live on a communicator of their own (declared
-    // first: it is freed after them).
+    Turn turn;
+    Turn* const shared = together ? &turn : nullptr;
+    // The left solve's communicator, declared first: it is freed after the
+    // objects that live on it.
     const OwnedComm left_comm;
-    ShellContext right_ctx{&op, false, 0}, left_ctx{&op_left, true, 0};
+    ShellContext right_ctx{&op, false, 0, shared}, left_ctx{&op_left, true, 0, shared};
     OwnedMat A, At, P, Pt;
     check(MatCreateShell(PETSC_COMM_WORLD, n, n, n, n, &right_ctx, &A.h), "MatCreateShell");
     check(MatShellSetOperation(A.h, MATOP_MULT, reinterpret_cast<void (*)(void)>(mult)), "MatShellSetOperation");
@@ -673,12 +778,17 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     const PetscScalar sigma(0.0, aim);
     ModesStats stats;
     stats.shift = aim;
+    stats.side_by_side = together;
     if (aim != 0.0) {
         OwnedMat shifted;
         local_matrix(local, sigma, shifted);
         std::swap(P.h, shifted.h);
     }
-    local_matrix(local, sigma, Pt, left_comm.c, true);
+    {
+        OwnedMat P_left;
+        local_matrix(local, sigma, P_left, left_comm.c);
+        check(MatTranspose(P_left.h, MAT_INITIAL_MATRIX, &Pt.h), "MatTranspose");
+    }
 
     // Eigenvalues come in conjugate pairs; at a shift of 0 both members of a
     // pair are equally near, so twice the count is asked for.  Above 0 a few
@@ -695,15 +805,21 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     // on the other thread); one after the other it runs once, after the last.
     const int levels = fill_levels(in.nz + 1);
     const auto make_left = [&](std::optional<KrylovSchur>& left) {
-        left.emplace(At.h, Pt.h, n, nev, sigma, tol, levels, "left");
+        left.emplace(At.h, Pt.h, n, nev, sigma, tol, levels, shared, "left");
     };
     for (;;) {
         // Both solves are set up before either runs (see KrylovSchur).
-        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, "right");
+        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, shared, "right");
         std::optional<KrylovSchur> left;
         if (together) make_left(left);
-        side_by_side(together, each, [&] { right.solve(); }, [&] {
-            if (left) left->solve();
+        // Each side holds the turn for its whole solve (see Turn).
+        const auto run = [shared](KrylovSchur& k) {
+            if (!shared) return k.solve();
+            const std::lock_guard<Turn> hold(*shared);
+            k.solve();
+        };
+        side_by_side(together, each, [&] { run(right); }, [&] {
+            if (left) run(*left);
         });
         R = right.pairs();
         stats.inner_iterations += R.inner;

@@ -28,6 +28,7 @@ struct ModesStats {
     int converged = 0;               // modes kept
     double shift = 0.0;              // s of the shift i s the solves used (Oe): f0, or below the band for f0 = 0
     double worst_residual = 0.0;     // largest |A v - lambda v| / (|lambda| |v|) of the kept pairs, both sides
+    bool side_by_side = false;       // the right and left solves ran at the same time
 };
 
 // Finds the nmodes modes nearest i f0 (f0 >= 0 in Oe; 0: the lowest
@@ -41,7 +42,9 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
 // Starts PETSc and SLEPc once per process, closed to the environment: no
 // PETSC_OPTIONS, no option files, no signal handlers, errors returned to the
 // caller instead of printed.  Runs without mpirun (MPI singleton).  True
-// when MPI allows calls from several threads at once (MPI_THREAD_MULTIPLE).
+// when two solves may run side by side: MPI allows calls from more than one
+// thread, one at a time (MPI_THREAD_SERIALIZED), and PETSc is not a
+// debugging build.
 bool start_petsc();
 
 }  // namespace torix

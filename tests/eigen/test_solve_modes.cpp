@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 #include <random>
+#include <thread>
 
 #include <omp.h>
 
@@ -85,6 +86,16 @@ std::vector<cplx> dense_product(const std::vector<double>& A, const std::vector<
     return y;
 }
 
+// Restores the run's thread count when a test ends, also by a failed
+// assertion.
+struct ThreadCount {
+    int saved = omp_get_max_threads();
+    ThreadCount() = default;
+    ThreadCount(const ThreadCount&) = delete;
+    ThreadCount& operator=(const ThreadCount&) = delete;
+    ~ThreadCount() { omp_set_num_threads(saved); }
+};
+
 double rel_diff(const std::vector<cplx>& a, const std::vector<cplx>& b) {
     std::vector<cplx> d(a.size());
     for (std::size_t k = 0; k < a.size(); ++k) d[k] = a[k] - b[k];
@@ -145,6 +156,31 @@ TEST(ModeOperator, ProductsEqualTheAssembledMatrix) {
                 EXPECT_NEAR(S.val[k], A[r + static_cast<std::size_t>(col) * n], 1e-12 * big);
             }
         }
+    }
+}
+
+// A twin operator has work buffers and plans of its own: its products may
+// run while the original's do, on another thread, and both give what each
+// gives alone.  (A plain copy, which shared the buffers, gave wrong sums.)
+TEST(ModeOperator, TwinProductsRunAtTheSameTime) {
+    const Model m = mixed_model(2, 1, 1, 15, 15);  // padded 32 x 32 x 6: the lanes run at once
+    const ThreadCount restore;
+    omp_set_num_threads(2);
+    const ModeOperator op(m.input(), 2);
+    const ModeOperator twin(op, 2);
+    const int n = op.order();
+    std::mt19937 gen(5);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    std::vector<cplx> x(n), y1(n), y2(n), z1(n), z2(n);
+    for (cplx& z : x) z = cplx(u(gen), u(gen));
+    op.apply(x.data(), y1.data());
+    op.apply_transpose(x.data(), z1.data());
+    for (int round = 0; round < 20; ++round) {
+        std::thread other([&] { twin.apply_transpose(x.data(), z2.data()); });
+        op.apply(x.data(), y2.data());
+        other.join();
+        ASSERT_LT(rel_diff(y2, y1), 1e-14);
+        ASSERT_LT(rel_diff(z2, z1), 1e-14);
     }
 }
 
@@ -352,28 +388,30 @@ TEST(SolveModes, EveryResidualMeetsTheToleranceOnAnInPlaneFilm) {
 // same arithmetic as on one thread, so the modes agree to rounding whatever
 // the threads.
 TEST(SolveModes, ThreadCountDoesNotChangeTheModes) {
-    // A 32 x 24 platelet: its padded grid is large enough for the two
-    // lanes of a product, and no two of its lowest modes are degenerate.
-    Model m = box(31, 23, 0, 5e-7, {0.0, 0.0, 1.0}, 0.01);
-    m.AIJ = make_tensor(31, 23, 0, 1);
-    tensorbuild(m.A, m.MS, m.AIJ, 31, 23, 0, 5e-7, 5e-7, 5e-7, 1);
+    // A 32 x 24 x 2 platelet: its padded grid (64 x 48 x 4) is large enough
+    // for the two lanes of a product, and no two of its lowest modes are
+    // degenerate.
+    Model m = box(31, 23, 1, 5e-7, {0.0, 0.0, 1.0}, 0.01);
+    m.AIJ = make_tensor(31, 23, 1, 1);
+    tensorbuild(m.A, m.MS, m.AIJ, 31, 23, 1, 5e-7, 5e-7, 5e-7, 1);
     set_field(m, {0.0, 0.0, 12000.0});
-    const int saved = omp_get_max_threads();
+    const bool side_by_side = start_petsc();
+    const ThreadCount restore;
     Modes ref;
     omp_set_num_threads(1);
-    solve_modes(m.input(), 4, 0.0, 1e-10, ref.out());
+    EXPECT_FALSE(solve_modes(m.input(), 4, 0.0, 1e-10, ref.out()).side_by_side);
     ASSERT_EQ(ref.nmodes, 4);
     for (int threads : {2, 4}) {
         SCOPED_TRACE(threads);
         omp_set_num_threads(threads);
         Modes it;
-        solve_modes(m.input(), 4, 0.0, 1e-10, it.out());
+        EXPECT_EQ(solve_modes(m.input(), 4, 0.0, 1e-10, it.out()).side_by_side, side_by_side);
         ASSERT_EQ(it.nmodes, 4);
         for (int p = 1; p <= 4; ++p) {
             EXPECT_NEAR(it.W(p, 1), ref.W(p, 1), 1e-9 * ref.W(p, 1));
             EXPECT_NEAR(it.W(p, 2), ref.W(p, 2), 1e-9 * ref.W(p, 1));
             // Unit vectors with the same phase convention: equal up to the
-            // accuracy of the solve .
+            // accuracy of the solve.
             for (const auto* side : {&it.R, &it.L}) {
                 const auto& S = side == &it.R ? ref.R : ref.L;
                 const auto a = vec(*side, m.N, p), b = vec(S, m.N, p);
@@ -381,7 +419,6 @@ TEST(SolveModes, ThreadCountDoesNotChangeTheModes) {
             }
         }
     }
-    omp_set_num_threads(saved);
 }
 
 TEST(SolveModes, SingleCellHasTheFieldAsFrequency) {
