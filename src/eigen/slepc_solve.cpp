@@ -660,9 +660,9 @@ bool start_petsc() {
         // and unloads) until the process ends: not leaks of ours, so the
         // leak checker of the sanitizer build looks away while it runs.
         leak_check(false);
-        // MPI is started here, not by PETSc, to ask for calls from more than
-        // one thread (one at a time: see Turn); PETSc then leaves its end to
-        // the program.
+        // MPI is started here, not by PETSc, to ask for calls from several
+        // threads at once (the two sides' reductions, each on its own
+        // communicator: see Turn); PETSc then leaves its end to the program.
         int mpi_running = 0, provided = MPI_THREAD_SINGLE;
         MPI_Initialized(&mpi_running);
         const bool own_mpi = !mpi_running;

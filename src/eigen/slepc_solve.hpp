@@ -42,9 +42,8 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
 // Starts PETSc and SLEPc once per process, closed to the environment: no
 // PETSC_OPTIONS, no option files, no signal handlers, errors returned to the
 // caller instead of printed.  Runs without mpirun (MPI singleton).  True
-// when two solves may run side by side: MPI allows calls from more than one
-// thread, one at a time (MPI_THREAD_SERIALIZED), and PETSc is not a
-// debugging build.
+// when two solves may run side by side: MPI allows calls from several
+// threads at once (MPI_THREAD_MULTIPLE), and PETSc is not a debugging build.
 bool start_petsc();
 
 }  // namespace torix
