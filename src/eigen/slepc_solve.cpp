@@ -100,16 +100,12 @@ private:
     std::atomic_flag flag_ = ATOMIC_FLAG_INIT;
 };
 
-// Gives the turn up for the lifetime of the guard (nothing when there is no
-// turn, one solve at a time).
+// Gives the turn up for the lifetime of the guard.  (A solve that runs
+// alone holds and gives up a turn nobody else asks for.)
 class TurnGivenUp {
 public:
-    explicit TurnGivenUp(Turn* t) : t_(t) {
-        if (t_) t_->unlock();
-    }
-    ~TurnGivenUp() {
-        if (t_) t_->lock();
-    }
+    explicit TurnGivenUp(Turn* t) : t_(t) { t_->unlock(); }
+    ~TurnGivenUp() { t_->lock(); }
     TurnGivenUp(const TurnGivenUp&) = delete;
     TurnGivenUp& operator=(const TurnGivenUp&) = delete;
 
@@ -121,7 +117,7 @@ struct ShellContext {
     const ModeOperator* op = nullptr;
     bool transposed = false;  // the shell is A^T
     std::int64_t products = 0;
-    Turn* turn = nullptr;     // given up during the product, when set
+    Turn* turn = nullptr;     // given up during the product
 };
 
 // Shell products.  Nothing may be thrown through PETSc's C frames: failures
@@ -279,7 +275,7 @@ PetscErrorCode ritz_monitor(EPS, PetscInt, PetscInt, PetscScalar* eigr, PetscSca
 
 // The band of the sparse local part: its lowest positive frequency and the
 // count-th lowest (0 where there are fewer), from one Krylov-Schur pass
-// (2 count values, a basis of twice that, no restart) with
+// (2 count values, SLEPc's default basis, no restart) with
 // shift-and-invert at 0 whose inner solves are the exact LU of the local
 // part: triangular solves only, no convolution (faster here than GMRES with
 // the incomplete LU: 8.3 s against 10.9 s on a 200 x 200 film).  The band
@@ -343,17 +339,18 @@ struct Pairs {
     int iterations = 0;
 };
 
-// The incomplete LU of the local part as the inner solves' preconditioner:
-// its triangular solves, with the turn given up (see Turn).
-struct IluContext {
+// What the hooks of one side's inner solves need: the incomplete LU of the
+// local part (the preconditioner: its triangular solves) and the turn they
+// give up (see Turn).
+struct InnerContext {
     Mat factor = nullptr;
     Turn* turn = nullptr;
 };
 
-PetscErrorCode ilu_apply(PC pc, Vec x, Vec y) {
+PetscErrorCode inner_apply(PC pc, Vec x, Vec y) {
     void* raw = nullptr;
     if (const PetscErrorCode e = PCShellGetContext(pc, &raw)) return e;
-    const auto* c = static_cast<const IluContext*>(raw);
+    const auto* c = static_cast<const InnerContext*>(raw);
     const TurnGivenUp free_turn(c->turn);
     return MatSolve(c->factor, x, y);
 }
@@ -373,18 +370,21 @@ PetscErrorCode inner_converged(KSP ksp, Vec, Vec, void*) {
 PetscErrorCode orthogonalize(KSP ksp, PetscInt it) {
     void* raw = nullptr;
     if (const PetscErrorCode e = KSPGetApplicationContext(ksp, &raw)) return e;
-    const TurnGivenUp free_turn(static_cast<const IluContext*>(raw)->turn);
+    const TurnGivenUp free_turn(static_cast<const InnerContext*>(raw)->turn);
     return KSPGMRESClassicalGramSchmidtOrthogonalization(ksp, it);
 }
 
 // One Krylov-Schur solve with shift-and-invert, set up in full (the
-// incomplete LU included) by the constructor; solve() then runs it, beside
-// another one when `turn` is set (see Turn).
+// incomplete LU included) by the constructor; solve() then runs it,
+// possibly beside another one.  Every call into PETSc holds `turn` (see
+// Turn): the hooks that give it up (products, triangular solves,
+// orthogonalisation) may be reached from any of them.
 class KrylovSchur {
 public:
-    KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, int levels, Turn* turn,
+    KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, int levels, Turn& turn,
                 const char* label)
-        : n_(n) {
+        : n_(n), turn_(&turn) {
+        const std::lock_guard<Turn> hold(turn);
         MPI_Comm comm = MPI_COMM_NULL;
         check(PetscObjectGetComm(reinterpret_cast<PetscObject>(A), &comm), "PetscObjectGetComm");
         check(EPSCreate(comm, &eps_.h), "EPSCreate");
@@ -448,14 +448,14 @@ public:
         if (failed != MAT_FACTOR_NOERROR)
             throw FatalError("SOLVE_MODES: the incomplete LU of the local part has a singular pivot block at the "
                              "shift");
-        ilu_.factor = factor_.h;
-        ilu_.turn = turn;
+        inner_.factor = factor_.h;
+        inner_.turn = &turn;
         PC pc;
         check(KSPGetPC(ksp_, &pc), "KSPGetPC");
         check(PCSetType(pc, PCSHELL), "PCSetType");
-        check(PCShellSetContext(pc, &ilu_), "PCShellSetContext");
-        check(PCShellSetApply(pc, ilu_apply), "PCShellSetApply");
-        check(KSPSetApplicationContext(ksp_, &ilu_), "KSPSetApplicationContext");
+        check(PCShellSetContext(pc, &inner_), "PCShellSetContext");
+        check(PCShellSetApply(pc, inner_apply), "PCShellSetApply");
+        check(KSPSetApplicationContext(ksp_, &inner_), "KSPSetApplicationContext");
         check(KSPGMRESSetOrthogonalization(ksp_, orthogonalize), "KSPGMRESSetOrthogonalization");
         mon_.label = label;
         mon_.nev = nev;
@@ -466,9 +466,13 @@ public:
     KrylovSchur(const KrylovSchur&) = delete;
     KrylovSchur& operator=(const KrylovSchur&) = delete;
 
-    void solve() { check(EPSSolve(eps_.h), "EPSSolve (the operator may be singular at the shift)"); }
+    void solve() {
+        const std::lock_guard<Turn> hold(*turn_);
+        check(EPSSolve(eps_.h), "EPSSolve (the operator may be singular at the shift)");
+    }
 
     [[nodiscard]] Pairs pairs() const {
+        const std::lock_guard<Turn> hold(*turn_);
         Pairs out;
         PetscInt nconv = 0, its = 0;
         check(EPSGetConverged(eps_.h, &nconv), "EPSGetConverged");
@@ -498,9 +502,10 @@ public:
 
 private:
     int n_;
+    Turn* turn_;
     // Declared before the EPS, which refers to them and goes first.
     OwnedMat factor_;
-    IluContext ilu_;
+    InnerContext inner_;
     Monitor mon_;
     OwnedEPS eps_;
     KSP ksp_ = nullptr;  // owned by the EPS
@@ -648,7 +653,7 @@ static void settle_singleton_mpi() {
 bool start_petsc() {
     // PETSc and MPI are process-wide; they are started once and finished at
     // exit.
-    static const bool serialized = [] {
+    static const bool concurrent = [] {
         unsetenv("PETSC_OPTIONS");
         unsetenv("PETSC_OPTIONS_YAML");
         settle_singleton_mpi();
@@ -690,12 +695,12 @@ bool start_petsc() {
         return provided >= MPI_THREAD_MULTIPLE;
 #endif
     }();
-    return serialized;
+    return concurrent;
 }
 
 ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol, ModeOutput out) {
     if (tol <= 0.0) tol = 1e-10;
-    const bool serialized = start_petsc();
+    const bool concurrent = start_petsc();
     const int N = in.N, n = 2 * N;
     // The right and the left solve are independent (the same shift and
     // count): with two threads or more they run side by side, each on half
@@ -705,7 +710,7 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     // out over threads within one solve.  Either way each side does the
     // same arithmetic.
     const int threads = omp_get_max_threads();
-    const bool together = threads >= 2 && serialized;
+    const bool together = threads >= 2 && concurrent;
     const int each = together ? threads / 2 : threads;
     // Both operators' transforms are planned here, for the threads each
     // side will have.
@@ -729,11 +734,10 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     const SparseMatrix local = op.local_part(1, true);
 
     Turn turn;
-    Turn* const shared = together ? &turn : nullptr;
     // The left solve's communicator, declared first: it is freed after the
     // objects that live on it.
     const OwnedComm left_comm;
-    ShellContext right_ctx{&op, false, 0, shared}, left_ctx{&op_left, true, 0, shared};
+    ShellContext right_ctx{&op, false, 0, &turn}, left_ctx{&op_left, true, 0, &turn};
     OwnedMat A, At, P, Pt;
     check(MatCreateShell(PETSC_COMM_WORLD, n, n, n, n, &right_ctx, &A.h), "MatCreateShell");
     check(MatShellSetOperation(A.h, MATOP_MULT, reinterpret_cast<void (*)(void)>(mult)), "MatShellSetOperation");
@@ -805,21 +809,15 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     // on the other thread); one after the other it runs once, after the last.
     const int levels = fill_levels(in.nz + 1);
     const auto make_left = [&](std::optional<KrylovSchur>& left) {
-        left.emplace(At.h, Pt.h, n, nev, sigma, tol, levels, shared, "left");
+        left.emplace(At.h, Pt.h, n, nev, sigma, tol, levels, turn, "left");
     };
     for (;;) {
         // Both solves are set up before either runs (see KrylovSchur).
-        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, shared, "right");
+        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, turn, "right");
         std::optional<KrylovSchur> left;
         if (together) make_left(left);
-        // Each side holds the turn for its whole solve (see Turn).
-        const auto run = [shared](KrylovSchur& k) {
-            if (!shared) return k.solve();
-            const std::lock_guard<Turn> hold(*shared);
-            k.solve();
-        };
-        side_by_side(together, each, [&] { run(right); }, [&] {
-            if (left) run(*left);
+        side_by_side(together, each, [&] { right.solve(); }, [&] {
+            if (left) left->solve();
         });
         R = right.pairs();
         stats.inner_iterations += R.inner;
