@@ -8,6 +8,7 @@
 #include <string>
 
 #include "core/array.hpp"
+#include "core/periodic.hpp"
 #include "dynamics/fft_field.hpp"
 
 namespace torix {
@@ -17,6 +18,12 @@ struct ModelState {
     double dx = 0.0, dy = 0.0, dz = 0.0;
     double Lx = 0.0, Ly = 0.0, Lz = 0.0;
     int nx = -1, ny = -1, nz = -1;  // largest cell indices
+
+    // Periodic axes (SET_PERIODIC) and the wave vector of the Bloch solves
+    // (SET_WAVEVECTOR, rad/cm); without SET_WAVEVECTOR the solves are those
+    // of k = 0.
+    Periodicity periodic;
+    std::array<double, 3> wavevector{0.0, 0.0, 0.0};
 
     // Materials: A(i) exchange constant, MS(i) saturation magnetization.
     int nmat = 0;
