@@ -8,6 +8,7 @@
 #include "interpreter/session.hpp"
 #include "tensor/anisotropy.hpp"
 #include "tensor/macro.hpp"
+#include "tensor/neighbour_blocks.hpp"
 #include "tensor/tensor_accurate.hpp"
 #include "tensor/tensor_build.hpp"
 #include "tensor/tensor_files.hpp"
@@ -96,6 +97,7 @@ void cmd_tensor_create(Session& s) {
             calctensorc(st.A, st.MS, st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, m, st.nmat, n1, n2, r);
     else
         tensorbuild(st.A, st.MS, st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, st.nmat);
+    st.neighbours = exchange_neighbour_blocks(st.A, st.MS, st.dx, st.dy, st.dz, st.nmat);
     refresh_fourier(st);
     s.ack();
 }
@@ -150,6 +152,9 @@ void cmd_tensor_load(Session& s) {
             loadtensort(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
         else
             loadtensor(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
+        // A loaded slice carries the exchange of the materials it was made
+        // for; the short-range record assumes they are the present ones.
+        st.neighbours = exchange_neighbour_blocks(st.A, st.MS, st.dx, st.dy, st.dz, st.nmat);
         refresh_fourier(st);
     }
     s.ack();

@@ -10,6 +10,7 @@
 #include "core/array.hpp"
 #include "core/periodic.hpp"
 #include "dynamics/fft_field.hpp"
+#include "tensor/neighbour_blocks.hpp"
 
 namespace torix {
 
@@ -40,6 +41,10 @@ struct ModelState {
 
     TensorArray AIJ;
     FourierTensor AIJ_FFT;
+    // The nearest-neighbour blocks that AIJ holds (set with it by
+    // TENSOR_CREATE and TENSOR_LOAD; nearest-neighbour terms added later
+    // add theirs here too).
+    NeighbourBlocks neighbours;
 
     // ModeSet.  W(p, 1) = f_p (angular frequency), W(p, 2) = g_p (decay
     // rate), both in field units (Oe); MODES(n, c, p) and MODESL(n, c, p) are
