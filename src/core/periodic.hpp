@@ -6,6 +6,7 @@
 // macroscopic shape of the whole (the lattice sum converges only
 // conditionally).
 #include <array>
+#include <string>
 
 namespace torix {
 
@@ -19,5 +20,16 @@ struct Periodicity {
     [[nodiscard]] constexpr bool any() const { return count() > 0; }
     friend constexpr bool operator==(const Periodicity&, const Periodicity&) = default;
 };
+
+// "x", "x and z", "none": for messages.
+inline std::string periodic_axes_text(const Periodicity& p) {
+    std::string out;
+    for (int a = 0; a < 3; ++a) {
+        if (!p.along(a)) continue;
+        if (!out.empty()) out += " and ";
+        out += static_cast<char>('x' + a);
+    }
+    return out.empty() ? "none" : out;
+}
 
 }  // namespace torix

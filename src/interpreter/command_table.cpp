@@ -73,6 +73,7 @@ constexpr Command kCommands[] = {
     {"MODE_SAVE", cmd_mode_save},
     {"PLOT_MODES", cmd_plot_modes},
     {"SOLVE_MODES", cmd_solve_modes},
+    {"SET_PERIODIC", cmd_set_periodic},
     {"END", nullptr},
 };
 

@@ -40,6 +40,10 @@ void need_tensor(const ModelState& st) {
     const TensorArray& T = st.AIJ;
     if (!T.allocated() || T.hi(0) != st.nx + 1 || T.hi(1) != st.ny + 1 || T.hi(2) != st.nz + 1)
         throw FatalError(st.LINER + ": no interaction tensor on the present grid (TENSOR_CREATE or TENSOR_LOAD first)");
+    if (!(st.tensor_periodicity == st.periodic))
+        throw FatalError(st.LINER + ": the tensor was summed over the periodic axes " +
+                         periodic_axes_text(st.tensor_periodicity) + ", the model now repeats along " +
+                         periodic_axes_text(st.periodic) + " (TENSOR_CREATE after SET_PERIODIC)");
     std::int32_t qmax = 0;
     for (std::int32_t q : st.MASQUE) qmax = std::max(qmax, q);
     if (qmax > T.hi(4) || !st.MS.allocated() || qmax > st.MS.hi(0))

@@ -7,6 +7,7 @@
 #include "core/memory.hpp"
 #include "interpreter/session.hpp"
 #include "tensor/anisotropy.hpp"
+#include "tensor/lattice_sum.hpp"
 #include "tensor/macro.hpp"
 #include "tensor/neighbour_blocks.hpp"
 #include "tensor/tensor_accurate.hpp"
@@ -91,12 +92,19 @@ void cmd_tensor_create(Session& s) {
     ModelState& st = s.st;
     check_tensor_size(s);
     st.AIJ = make_tensor(st.nx, st.ny, st.nz, st.nmat);
-    if (kind > 0) warn_if_short(st, n1, n2, r);
-    if (kind > 0)
+    if (st.periodic.any()) {
+        // The lattice sum takes every block from the accurate builder, so
+        // both kinds give the same periodic tensor.
+        const Lattice lat{st.periodic, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz};
+        tensor_periodic(st.A, st.MS, st.AIJ, lat, st.nmat);
+    } else if (kind > 0) {
+        warn_if_short(st, n1, n2, r);
         for (int m = 1; m <= st.nmat; ++m)
             calctensorc(st.A, st.MS, st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, m, st.nmat, n1, n2, r);
-    else
+    } else {
         tensorbuild(st.A, st.MS, st.AIJ, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, st.nmat);
+    }
+    st.tensor_periodicity = st.periodic;
     st.neighbours = exchange_neighbour_blocks(st.A, st.MS, st.dx, st.dy, st.dz, st.nmat);
     refresh_fourier(st);
     s.ack();
@@ -127,9 +135,9 @@ void cmd_tensor_save(Session& s) {
         need_tensor(s);
         need_material(s, m);
         if (format == 1)
-            savetensort(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
+            savetensort(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME, st.tensor_periodicity);
         else
-            savetensor(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
+            savetensor(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME, st.tensor_periodicity);
     }
     s.ack();
 }
@@ -148,10 +156,13 @@ void cmd_tensor_load(Session& s) {
             check_tensor_size(s);
             st.AIJ = make_tensor(st.nx, st.ny, st.nz, st.nmat);
         }
-        if (format == 1)
-            loadtensort(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
-        else
-            loadtensor(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
+        const Periodicity file_p = format == 1 ? loadtensort(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME)
+                                               : loadtensor(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME);
+        if (!(file_p == st.periodic))
+            s.in.fail("the tensor file \"" + st.FNAME + "\" was summed over the periodic axes " +
+                      periodic_axes_text(file_p) + ", the model repeats along " + periodic_axes_text(st.periodic) +
+                      " (SET_PERIODIC before TENSOR_LOAD, as for the tensor saved)");
+        st.tensor_periodicity = file_p;
         // A loaded slice carries the exchange of the materials it was made
         // for; the short-range record assumes they are the present ones.
         st.neighbours = exchange_neighbour_blocks(st.A, st.MS, st.dx, st.dy, st.dz, st.nmat);

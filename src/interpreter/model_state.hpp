@@ -24,6 +24,7 @@ struct ModelState {
     // (SET_WAVEVECTOR, rad/cm); without SET_WAVEVECTOR the solves are those
     // of k = 0.
     Periodicity periodic;
+    Periodicity tensor_periodicity;  // the axes the present tensor was summed over
     std::array<double, 3> wavevector{0.0, 0.0, 0.0};
 
     // Materials: A(i) exchange constant, MS(i) saturation magnetization.

@@ -39,6 +39,8 @@ void cmd_set_current(Session&);
 void cmd_set_beta(Session&);
 void cmd_set_vrml(Session&);
 void cmd_set_gyro(Session&);
+// commands_periodic.cpp
+void cmd_set_periodic(Session&);
 // commands_tensor.cpp (and cmd_add_anisotropy_field in commands_fourier.cpp)
 void cmd_tensor_macro(Session&);
 void cmd_tensor_create(Session&);

@@ -1,19 +1,377 @@
 #include "tensor/lattice_sum.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
+#include <map>
+#include <numbers>
+#include <tuple>
 
+#include "core/error.hpp"
+
+#include "tensor/polylog.hpp"
 #include "tensor/tensor_accurate.hpp"
 
 namespace torix {
 
+// How the sum is taken (near images exact, far images by an asymptotic
+// form, after K. M. Lebecki, M. J. Donahue, M. W. Gutowski, J. Phys. D 41,
+// 175005 (2008)):
+//  - the images are summed line by line along one periodic axis b (the only
+//    one, or the inner one of two);
+//  - on a line, the images |n| <= M are explicit: blocks from one accurate
+//    tensor (Newell's formulas near, the moment expansion far;
+//    tensor_accurate.hpp) over a grid that holds the offsets of the
+//    nearest lines, or from the moment expansion beyond it;
+//  - the far images of a line, g(n) = T(p - n L e_b), n > M, are smooth in
+//    1/n: g(n) n^s0 is fitted by a polynomial of degree kFit in
+//    x = (M + 1) / n on Chebyshev nodes of (0, 1], g taken from the moment
+//    expansion at those real n, and the phased sum follows from the tails
+//    of the polylogarithms sum_{n > M} e^{i n theta} n^-(s0 + p)
+//    (polylog.hpp).  M is at least kReach times the distance of the line's
+//    displacement p in periods: g is then analytic in x over a disc of
+//    radius kReach, and the fit is good to about (2 (2 kReach + 1))^-kFit
+//    of the tail;
+//  - a line without phase whose distance from p is at least kFarLine
+//    periods (plus the cell diagonal) is the continuous line integral of T
+//    divided by the period: by Poisson's summation formula the rest falls
+//    as e^{-2 pi distance / L}, below 1e-16 there;
+//  - with two periodic axes the line sums along b at rows n_a, |n_a| <= M_a,
+//    are explicit, and those beyond, which fall as n_a^-2, are fitted along
+//    a in the same way with s0 = 2.  The inner axis b is the one without
+//    phase where there is one: the line sums are then smooth in 1/n_a.  With
+//    phases along both axes the line sums beyond the rows decay
+//    exponentially and their fit is less accurate (see docs/eigen.md).
 namespace {
 
-// Images summed by the first version: a fixed count along each periodic
-// axis (to be replaced by the far-image tail).
-int image_count(const Lattice& lat) { return lat.p.count() == 1 ? 200 : 20; }
+constexpr int kMinImages = 8;
+constexpr double kReach = 4.0;
+constexpr int kFit = 8;
+constexpr double kFarLine = 6.0;
+constexpr int kLineNodes = 64;
+
+using Block = std::array<double, 6>;  // xx yy zz xy xz yz, tensor sign
+using CBlock = std::array<cplx, 6>;
+constexpr int kComp[6] = {1, 5, 9, 4, 7, 8};  // tensor components of the six
 
 std::array<int, 3> periods(const Lattice& lat) { return {lat.nx + 1, lat.ny + 1, lat.nz + 1}; }
+
+// Chebyshev nodes on (0, 1] and the inverse of their Vandermonde matrix;
+// Gauss-Legendre nodes on (-1, 1) for the line integrals.
+struct Nodes {
+    double x[kFit + 1];
+    double inv[kFit + 1][kFit + 1];  // c = inv G
+    double gx[kLineNodes], gw[kLineNodes];
+    Nodes() {
+        constexpr int n = kFit + 1;
+        for (int j = 0; j < n; ++j) x[j] = 0.5 * (1.0 + std::cos(std::numbers::pi * (2 * j + 1) / (2.0 * n)));
+        long double a[n][2 * n];
+        for (int r = 0; r < n; ++r)
+            for (int c = 0; c < 2 * n; ++c)
+                a[r][c] = c < n ? std::pow(static_cast<long double>(x[r]), c) : (c - n == r ? 1.0L : 0.0L);
+        for (int c = 0; c < n; ++c) {
+            int piv = c;
+            for (int r = c + 1; r < n; ++r)
+                if (std::fabs(a[r][c]) > std::fabs(a[piv][c])) piv = r;
+            for (int k = 0; k < 2 * n; ++k) std::swap(a[c][k], a[piv][k]);
+            const long double d = a[c][c];
+            for (int k = 0; k < 2 * n; ++k) a[c][k] /= d;
+            for (int r = 0; r < n; ++r) {
+                if (r == c) continue;
+                const long double f = a[r][c];
+                for (int k = 0; k < 2 * n; ++k) a[r][k] -= f * a[c][k];
+            }
+        }
+        for (int r = 0; r < n; ++r)
+            for (int c = 0; c < n; ++c) inv[r][c] = static_cast<double>(a[r][n + c]);
+        // Gauss-Legendre by Newton's method on P_n.
+        for (int i = 0; i < kLineNodes; ++i) {
+            long double z = std::cos(std::numbers::pi * (i + 0.75) / (kLineNodes + 0.5)), pp = 0;
+            for (int it = 0; it < 100; ++it) {
+                long double p1 = 1, p2 = 0;
+                for (int j = 1; j <= kLineNodes; ++j) {
+                    const long double p3 = p2;
+                    p2 = p1;
+                    p1 = ((2 * j - 1) * z * p2 - (j - 1) * p3) / j;
+                }
+                pp = kLineNodes * (z * p1 - p2) / (z * z - 1);
+                const long double dz = p1 / pp;
+                z -= dz;
+                if (std::fabs(dz) < 1e-19L) break;
+            }
+            gx[i] = static_cast<double>(z);
+            gw[i] = static_cast<double>(2 / ((1 - z * z) * pp * pp));
+        }
+    }
+};
+
+const Nodes& nodes() {
+    static const Nodes f;
+    return f;
+}
+
+// Polynomial coefficients (per component) of the far images of one line.
+using Coeffs = std::array<std::array<double, kFit + 1>, 6>;
+
+// Everything shared by the offsets of one lattice.
+class Summer {
+public:
+    explicit Summer(const Lattice& lat) : lat_(lat), P_(periods(lat)), d_{lat.dx, lat.dy, lat.dz} {
+        for (int a = 0; a < 3; ++a) L_[a] = P_[a] * d_[a];
+        plan_ = plan_accurate(lat.dx, lat.dy, lat.dz, 0, 0, 1e-13);
+        double r2 = 0.0;
+        for (int a = 0; a < 3; ++a) r2 += std::pow(P_[a] * d_[a], 2);  // offsets reach n + 1 cells
+        diag_ = std::sqrt(lat.dx * lat.dx + lat.dy * lat.dy + lat.dz * lat.dz);
+        reach_ = std::sqrt(r2) + 2.0 * diag_;
+        for (int a = 0; a < 3; ++a) {
+            if (!lat.p.along(a)) continue;
+            axes_.push_back(a);
+            M_[a] = std::max(kMinImages, static_cast<int>(std::ceil((kReach * reach_ + plan_.switch_dist) / L_[a])));
+        }
+        inner_ = axes_.back();
+        outer_ = axes_.size() == 2 ? axes_[0] : -1;
+        // Newell's blocks (the offsets nearer than the switch distance of the
+        // moment expansion) come from one table; offsets beyond it take the
+        // expansion directly.
+        const int nn[3] = {lat.nx, lat.ny, lat.nz};
+        int N[3];
+        for (int a = 0; a < 3; ++a) {
+            N[a] = nn[a];
+            if (lat.p.along(a)) N[a] += static_cast<int>(std::ceil(plan_.switch_dist / d_[a])) + P_[a];
+            N_[a] = N[a];
+        }
+        Array<double, 1> A({Range{1, 1}}, 0.0), MS({Range{1, 1}}, 1.0);
+        near_ = make_tensor(N[0], N[1], N[2], 1);
+        calctensorc(A, MS, near_, N[0], N[1], N[2], lat.dx, lat.dy, lat.dz, 1, 1, 0, 0, 1e-13);
+    }
+
+    // With two periodic axes, the inner one is the one without phase in
+    // every wave vector, if there is one.
+    void choose_inner(const std::vector<std::array<double, 3>>& k) {
+        if (axes_.size() != 2) return;
+        const auto phase_free = [&](int a) {
+            for (const auto& q : k)
+                if (q[a] != 0.0) return false;
+            return true;
+        };
+        if (!phase_free(inner_) && phase_free(outer_)) std::swap(inner_, outer_);
+    }
+
+    // Sums at offset (i, j, l) for every wave vector; out[q] in the
+    // tensor's sign.
+    void sum(int i, int j, int l, const std::vector<std::array<double, 3>>& k, std::vector<CBlock>& out) {
+        out.assign(k.size(), CBlock{});
+        const int o[3] = {i, j, l};
+        const double pos[3] = {i * d_[0], j * d_[1], l * d_[2]};
+        if (outer_ < 0) {
+            for (std::size_t q = 0; q < k.size(); ++q) out[q] = line_sum(pos, o, theta(k[q], inner_));
+            return;
+        }
+        const int a = outer_, b = inner_, Ma = M_[a];
+        // Line sums depend on the inner phase only: one set per value.
+        struct Lines {
+            std::vector<CBlock> rows;  // n_a = -Ma..Ma
+            Coeffs fit[2][2];          // side (-, +), real and imaginary parts
+        };
+        std::map<double, Lines> lines;
+        for (const auto& kq : k) {
+            const double tb = theta(kq, b);
+            if (lines.count(tb)) continue;
+            Lines& ls = lines[tb];
+            ls.rows.resize(2 * Ma + 1);
+            for (int n = -Ma; n <= Ma; ++n) {
+                int c[3] = {o[0], o[1], o[2]};
+                c[a] -= n * P_[a];
+                double p[3] = {pos[0], pos[1], pos[2]};
+                p[a] -= n * L_[a];
+                ls.rows[n + Ma] = line_sum(p, c, tb);
+            }
+            for (int side = 0; side < 2; ++side) {
+                CBlock vals[kFit + 1];
+                const Nodes& F = nodes();
+                for (int jn = 0; jn <= kFit; ++jn) {
+                    const double n = (Ma + 1.0) / F.x[jn];
+                    double p[3] = {pos[0], pos[1], pos[2]};
+                    p[a] -= (side == 0 ? -1.0 : 1.0) * n * L_[a];
+                    vals[jn] = line_sum(p, nullptr, tb);
+                }
+                int at = 0;
+                ls.fit[side][0] = fit_line(Ma, 2, [&](double) {
+                    Block r;
+                    for (int c = 0; c < 6; ++c) r[c] = vals[at][c].real();
+                    ++at;
+                    return r;
+                });
+                at = 0;
+                ls.fit[side][1] = fit_line(Ma, 2, [&](double) {
+                    Block r;
+                    for (int c = 0; c < 6; ++c) r[c] = vals[at][c].imag();
+                    ++at;
+                    return r;
+                });
+            }
+        }
+        for (std::size_t q = 0; q < k.size(); ++q) {
+            const double ta = theta(k[q], a);
+            const Lines& ls = lines.at(theta(k[q], b));
+            CBlock s{};
+            for (int n = -Ma; n <= Ma; ++n) {
+                const cplx ph = std::polar(1.0, n * ta);
+                for (int c = 0; c < 6; ++c) s[c] += ls.rows[n + Ma][c] * ph;
+            }
+            for (int side = 0; side < 2; ++side) {
+                const double th = side == 0 ? -ta : ta;
+                const CBlock re = tail(ls.fit[side][0], Ma, 2, th), im = tail(ls.fit[side][1], Ma, 2, th);
+                for (int c = 0; c < 6; ++c) s[c] += re[c] + cplx(0.0, 1.0) * im[c];
+            }
+            out[q] = s;
+        }
+    }
+
+private:
+    double theta(const std::array<double, 3>& k, int a) const { return k[a] * L_[a]; }
+
+    // Block at whole cell offset c: from the explicit table when it holds
+    // it, else from the moment expansion.
+    Block cell_block(const int c[3]) const {
+        if (c[0] >= -N_[0] && c[0] <= N_[0] + 1 && c[1] >= -N_[1] && c[1] <= N_[1] + 1 && c[2] >= -N_[2] &&
+            c[2] <= N_[2] + 1) {
+            Block b;
+            for (int n = 0; n < 6; ++n) b[n] = near_(c[0], c[1], c[2], kComp[n], 1);
+            return b;
+        }
+        return far_block(c[0] * d_[0], c[1] * d_[1], c[2] * d_[2]);
+    }
+    // Block at a displacement in cm, far from the origin.
+    Block far_block(double X, double Y, double Z) const {
+        const double dist = std::sqrt(X * X + Y * Y + Z * Z);
+        double out[6];
+        expansion_block_at(X, Y, Z, lat_.dx, lat_.dy, lat_.dz, expansion_terms(plan_, dist), out);
+        Block b;
+        for (int n = 0; n < 6; ++n) b[n] = out[n];  // already in the tensor's sign
+        return b;
+    }
+
+    // Fit of g(n) n^s0 for n = (M + 1) / x at the nodes (g called in node order).
+    template <class G>
+    Coeffs fit_line(int M, int s0, G&& g) const {
+        const Nodes& F = nodes();
+        Block vals[kFit + 1];
+        for (int jn = 0; jn <= kFit; ++jn) {
+            const double n = (M + 1.0) / F.x[jn];
+            vals[jn] = g(n);
+            const double w = std::pow(n, s0);
+            for (double& v : vals[jn]) v *= w;
+        }
+        Coeffs c{};
+        for (int comp = 0; comp < 6; ++comp)
+            for (int p = 0; p <= kFit; ++p) {
+                double s = 0.0;
+                for (int jn = 0; jn <= kFit; ++jn) s += F.inv[p][jn] * vals[jn][comp];
+                c[comp][p] = s;
+            }
+        return c;
+    }
+    // sum_{n > M} e^{i n theta} g(n) from the fit.
+    CBlock tail(const Coeffs& c, int M, int s0, double th) {
+        CBlock out{};
+        double scale = 1.0;
+        for (int p = 0; p <= kFit; ++p) {
+            const cplx z = tail_cache(s0 + p, th, M) * scale;
+            for (int comp = 0; comp < 6; ++comp) out[comp] += c[comp][p] * z;
+            scale *= (M + 1.0);
+        }
+        return out;
+    }
+    cplx tail_cache(int s, double th, int M) {
+        const auto key = std::make_tuple(s, th, M);
+        auto it = tails_.find(key);
+        if (it != tails_.end()) return it->second;
+        const cplx v = phased_tail(s, th, M);
+        tails_.emplace(key, v);
+        return v;
+    }
+
+    // Phased sum over n of T(p - n L_b e_b) e^{i n theta}, p in cm; `cells`
+    // gives p in whole cells when it is a cell offset.
+    CBlock line_sum(const double p[3], const int* cells, double th) {
+        const int b = inner_;
+        double perp2 = 0.0, full2 = 0.0;
+        for (int a = 0; a < 3; ++a) {
+            full2 += p[a] * p[a];
+            if (a != b) perp2 += p[a] * p[a];
+        }
+        const double perp = std::sqrt(perp2);
+        if (th == 0.0 && perp >= kFarLine * L_[b] + 2.0 * diag_) return line_integral(p, perp);
+        // Explicit images reach kReach times the displacement, in a few sizes
+        // so that the polylogarithm tails are shared.
+        int M = kMinImages;
+        while (M * L_[b] < kReach * (std::sqrt(full2) + 2.0 * diag_) + plan_.switch_dist) M *= 2;
+        CBlock out{};
+        for (int n = -M; n <= M; ++n) {
+            Block t;
+            if (cells) {
+                int c[3] = {cells[0], cells[1], cells[2]};
+                c[b] -= n * P_[b];
+                t = cell_block(c);
+            } else {
+                double q[3] = {p[0], p[1], p[2]};
+                q[b] -= n * L_[b];
+                t = far_block(q[0], q[1], q[2]);
+            }
+            const cplx ph = std::polar(1.0, n * th);
+            for (int comp = 0; comp < 6; ++comp) out[comp] += t[comp] * ph;
+        }
+        for (int side = -1; side <= 1; side += 2) {
+            const Coeffs c = fit_line(M, 3, [&](double n) {
+                double q[3] = {p[0], p[1], p[2]};
+                q[b] -= side * n * L_[b];
+                return far_block(q[0], q[1], q[2]);
+            });
+            const CBlock t = tail(c, M, 3, side * th);
+            for (int comp = 0; comp < 6; ++comp) out[comp] += t[comp];
+        }
+        return out;
+    }
+
+    // (1 / L_b) times the integral of T along the whole line through p
+    // parallel to b: with s = p_b + perp tan(phi), ds = perp sec^2(phi) dphi.
+    CBlock line_integral(const double p[3], double perp) const {
+        const Nodes& F = nodes();
+        const int b = inner_;
+        Block acc{};
+        for (int i = 0; i < kLineNodes; ++i) {
+            const double phi = 0.5 * std::numbers::pi * F.gx[i];
+            const double t = std::tan(phi), sec = 1.0 / std::cos(phi);
+            double q[3] = {p[0], p[1], p[2]};
+            q[b] = -perp * t;
+            const Block v = far_block(q[0], q[1], q[2]);
+            const double w = F.gw[i] * 0.5 * std::numbers::pi * perp * sec * sec;
+            for (int c = 0; c < 6; ++c) acc[c] += w * v[c];
+        }
+        CBlock out{};
+        for (int c = 0; c < 6; ++c) out[c] = acc[c] / L_[b];
+        return out;
+    }
+
+    Lattice lat_;
+    std::array<int, 3> P_;
+    double d_[3];
+    double L_[3] = {0, 0, 0};
+    int M_[3] = {0, 0, 0};
+    int N_[3] = {0, 0, 0};
+    double diag_ = 0.0, reach_ = 0.0;
+    std::vector<int> axes_;
+    int inner_ = -1, outer_ = -1;
+    AccuratePlan plan_;
+    TensorArray near_;
+    std::map<std::tuple<int, double, int>, cplx> tails_;
+};
+
+void check_lattice(const Lattice& lat) {
+    if (lat.p.count() < 1 || lat.p.count() > 2)
+        throw FatalError("lattice sums need one or two periodic axes, not " + std::to_string(lat.p.count()));
+}
 
 }  // namespace
 
@@ -30,62 +388,69 @@ void lattice_block_direct(const Lattice& lat, int i, int j, int l, const std::ar
                 accurate_block(plan, i - a * P[0], j - b * P[1], l - e * P[2], blk);
                 const double phase = k[0] * a * P[0] * lat.dx + k[1] * b * P[1] * lat.dy + k[2] * e * P[2] * lat.dz;
                 const cplx ph = std::polar(1.0, phase);
-                for (int c = 0; c < 6; ++c) out[c] -= blk[c] * ph;
+                for (int c = 0; c < 6; ++c) out[c] += blk[c] * ph;
             }
 }
 
 void tensor_periodic(const Array<double, 1>& A, const Array<double, 1>& MS, TensorArray& AIJ, const Lattice& lat,
                      int nmat) {
-    const int images = image_count(lat);
-    const auto P = periods(lat);
-    constexpr int comp[6][2] = {{1, 1}, {5, 5}, {9, 9}, {4, 2}, {7, 3}, {8, 6}};
+    check_lattice(lat);
+    Summer sum(lat);
+    const std::vector<std::array<double, 3>> k0{{0.0, 0.0, 0.0}};
+    std::vector<CBlock> blk;
+    constexpr int mirror[6] = {1, 5, 9, 2, 3, 6};
     for (int l = -lat.nz; l <= lat.nz + 1; ++l)
         for (int j = -lat.ny; j <= lat.ny + 1; ++j)
             for (int i = -lat.nx; i <= lat.nx + 1; ++i) {
-                cplx blk[6];
-                lattice_block_direct(lat, i, j, l, {0.0, 0.0, 0.0}, images, blk);
+                sum.sum(i, j, l, k0, blk);
                 for (int m = 1; m <= nmat; ++m)
                     for (int c = 0; c < 6; ++c) {
-                        AIJ(i, j, l, comp[c][0], m) += blk[c].real();
-                        AIJ(i, j, l, comp[c][1], m) = AIJ(i, j, l, comp[c][0], m);
+                        AIJ(i, j, l, kComp[c], m) += blk[0][c].real();
+                        AIJ(i, j, l, mirror[c], m) = AIJ(i, j, l, kComp[c], m);
                     }
             }
-    // Exchange on the nearest-neighbour offsets and their images.
+    // Exchange on the nearest-neighbour offsets and on their images inside
+    // the tensor's range.
+    const auto P = periods(lat);
     const double d2[3] = {lat.dx * lat.dx, lat.dy * lat.dy, lat.dz * lat.dz};
     const int n[3] = {lat.nx, lat.ny, lat.nz};
     for (int ax = 0; ax < 3; ++ax)
-        for (int s = -1; s <= 1; s += 2) {
-            std::array<int, 3> o{0, 0, 0};
-            o[ax] = s;
-            // Every image of the offset inside the tensor's range.
+        for (int s = -1; s <= 1; s += 2)
             for (int img = -2; img <= 2; ++img) {
                 if (img != 0 && !lat.p.along(ax)) continue;
-                std::array<int, 3> q = o;
-                q[ax] += img * P[ax];
+                std::array<int, 3> q{0, 0, 0};
+                q[ax] = s + img * P[ax];
                 if (q[ax] < -n[ax] || q[ax] > n[ax] + 1) continue;
                 for (int m = 1; m <= nmat; ++m) {
                     const double e = 2.0 * A(m) / (MS(m) * MS(m) * d2[ax]);
                     for (int c : {1, 5, 9}) AIJ(q[0], q[1], q[2], c, m) += e;
                 }
             }
-        }
 }
 
 void bloch_dipolar(const Lattice& lat, const std::vector<std::array<double, 3>>& k, std::vector<BlochTensor>& out) {
-    const int images = image_count(lat);
+    check_lattice(lat);
+    for (const auto& q : k)
+        for (int a = 0; a < 3; ++a)
+            if (q[a] != 0.0 && !lat.p.along(a))
+                throw FatalError("a wave vector component along the non-periodic axis " +
+                                 std::string(1, static_cast<char>('x' + a)));
+    Summer sum(lat);
+    std::vector<std::array<double, 3>> all(k);
+    all.push_back({0.0, 0.0, 0.0});
+    sum.choose_inner(all);
     out.assign(k.size(), BlochTensor{});
     for (auto& t : out)
         t.allocate({Range{-lat.nx, lat.nx + 1}, Range{-lat.ny, lat.ny + 1}, Range{-lat.nz, lat.nz + 1}, Range{1, 6}},
                    cplx{});
-    for (std::size_t q = 0; q < k.size(); ++q)
-        for (int l = -lat.nz; l <= lat.nz + 1; ++l)
-            for (int j = -lat.ny; j <= lat.ny + 1; ++j)
-                for (int i = -lat.nx; i <= lat.nx + 1; ++i) {
-                    cplx a[6], b[6];
-                    lattice_block_direct(lat, i, j, l, k[q], images, a);
-                    lattice_block_direct(lat, i, j, l, {0.0, 0.0, 0.0}, images, b);
-                    for (int c = 0; c < 6; ++c) out[q](i, j, l, c + 1) = a[c] - b[c];
-                }
+    std::vector<CBlock> blk;
+    for (int l = -lat.nz; l <= lat.nz + 1; ++l)
+        for (int j = -lat.ny; j <= lat.ny + 1; ++j)
+            for (int i = -lat.nx; i <= lat.nx + 1; ++i) {
+                sum.sum(i, j, l, all, blk);
+                for (std::size_t q = 0; q < k.size(); ++q)
+                    for (int c = 0; c < 6; ++c) out[q](i, j, l, c + 1) = blk[q][c] - blk.back()[c];
+            }
 }
 
 }  // namespace torix

@@ -12,5 +12,12 @@ __float128 asinhq(__float128);
 __float128 atanq(__float128);
 __float128 logq(__float128);
 __float128 acosq(__float128);
+__float128 expq(__float128);
+__float128 lgammaq(__float128);
+__float128 sinq(__float128);
+__float128 cosq(__float128);
+__float128 powq(__float128, __float128);
+__float128 fabsq(__float128);
+__float128 remainderq(__float128, __float128);
 }
 #endif

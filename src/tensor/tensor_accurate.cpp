@@ -126,7 +126,10 @@ int expansion_terms(const AccuratePlan& plan, double dist) {
 }
 
 void expansion_block(int i, int j, int k, double dx, double dy, double dz, int terms, double out[6]) {
-    const double X = i * dx, Y = j * dy, Z = k * dz;
+    expansion_block_at(i * dx, j * dy, k * dz, dx, dy, dz, terms, out);
+}
+
+void expansion_block_at(double X, double Y, double Z, double dx, double dy, double dz, int terms, double out[6]) {
     const double dist = std::sqrt(X * X + Y * Y + Z * Z);
     const double u[3] = {X / dist, Y / dist, Z / dist};
     const int K = 2 * (std::clamp(terms, 1, kMaxTerms) - 1);  // highest moment order

@@ -57,6 +57,8 @@ double expansion_error(const AccuratePlan& plan, double dist, int terms);
 // Dipolar block of offset (i, j, k) by the expansion with `terms` terms, as
 // the tensor holds it: xx, yy, zz, xy, xz, yz.  (i, j, k) != (0, 0, 0).
 void expansion_block(int i, int j, int k, double dx, double dy, double dz, int terms, double out[6]);
+// The same at any displacement (X, Y, Z) in cm, not only whole cell offsets.
+void expansion_block_at(double X, double Y, double Z, double dx, double dy, double dz, int terms, double out[6]);
 
 // Dipolar block of offset (i, j, k) by Newell's formulas in quadruple
 // precision (xx, yy, zz, xy, xz, yz).

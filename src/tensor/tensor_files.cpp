@@ -37,9 +37,13 @@ void append_real(std::string& line, double v) {
     line += buf;
 }
 
+int flags_of(const Periodicity& p) { return (p.px ? 1 : 0) + (p.py ? 2 : 0) + (p.pz ? 4 : 0); }
+Periodicity periodicity_of(int flags) { return {flags & 1 ? 1 : 0, flags & 2 ? 1 : 0, flags & 4 ? 1 : 0}; }
+
 }  // namespace
 
-void savetensor(const TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nmat*/, const std::string& name) {
+void savetensor(const TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nmat*/, const std::string& name,
+                const Periodicity& periodic) {
     const std::int32_t count = offset_count(nx, ny, nz, name);
     RecordWriter w(name, kRecord);
     w.i32(count);
@@ -56,10 +60,17 @@ void savetensor(const TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nma
                 for (int c = 1; c <= 9; ++c) w.f64(AIJ(i, j, k, c, m));
                 w.end_record();
             }
+    if (periodic.any()) {
+        w.i32(-1);
+        w.i32(flags_of(periodic));
+        w.i32(0);
+        for (int c = 1; c <= 9; ++c) w.f64(0.0);
+        w.end_record();
+    }
     w.commit();
 }
 
-void loadtensor(TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nmat*/, const std::string& name) {
+Periodicity loadtensor(TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nmat*/, const std::string& name) {
     RecordReader r(name, kRecord);
     r.require(1, "the header record");
     r.seek(1);
@@ -78,9 +89,16 @@ void loadtensor(TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nmat*/, c
         if (!inside(i, j, k, nx, ny, nz)) continue;
         for (int c = 1; c <= 9; ++c) AIJ(i, j, k, c, m) = r.f64();
     }
+    if (r.records() < std::int64_t{count} + 2) return {};
+    r.seek(std::int64_t{count} + 2);
+    if (r.i32() != -1) r.fail("the record after the offsets is not the periodic-axes record (key -1)");
+    const std::int32_t flags = r.i32();
+    if (flags < 0 || flags > 7) r.fail("periodic-axes flags " + std::to_string(flags) + " outside 0..7");
+    return periodicity_of(flags);
 }
 
-void savetensort(const TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nmat*/, const std::string& name) {
+void savetensort(const TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nmat*/, const std::string& name,
+                 const Periodicity& periodic) {
     const std::int32_t count = offset_count(nx, ny, nz, name);
     AtomicFile f(name, false);
     std::string line;
@@ -99,10 +117,11 @@ void savetensort(const TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nm
                 for (int c = 1; c <= 9; ++c) append_real(line, AIJ(i, j, k, c, m));
                 f.stream() << line << '\n';
             }
+    if (periodic.any()) f.stream() << " periodic\n " << periodic.px << ' ' << periodic.py << ' ' << periodic.pz << '\n';
     f.commit();
 }
 
-void loadtensort(TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nmat*/, const std::string& name) {
+Periodicity loadtensort(TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nmat*/, const std::string& name) {
     ListReader in(name);
     in.begin("tensor file header");
     const std::int32_t count = in.i32("the record count");
@@ -120,6 +139,16 @@ void loadtensort(TensorArray& AIJ, int nx, int ny, int nz, int m, int /*nmat*/, 
         if (!inside(i, j, k, nx, ny, nz)) continue;
         for (int c = 1; c <= 9; ++c) AIJ(i, j, k, c, m) = v[c - 1];
     }
+    const auto word = in.keyword();
+    if (!word) return {};
+    if (*word != "periodic") in.fail("expected \"periodic\" or the end after the offset records, found \"" + *word + "\"");
+    in.begin("periodic axes");
+    int p[3];
+    for (int a = 0; a < 3; ++a) {
+        p[a] = in.i32("a periodic-axis flag");
+        if (p[a] != 0 && p[a] != 1) in.fail("expected 0 or 1 for a periodic-axis flag, found " + std::to_string(p[a]));
+    }
+    return Periodicity{p[0], p[1], p[2]};
 }
 
 }  // namespace torix

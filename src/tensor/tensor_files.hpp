@@ -21,15 +21,27 @@
 // grid loads into a smaller one.  A negative count, or a file with fewer
 // records than its count announces, is a FatalError naming the file; in the
 // binary form this is found before anything is stored.
+//
+// A tensor summed over periodic images (a periodic body) says so after the
+// offset records, so that it is not taken for the tensor of an isolated
+// body: the binary form has one more record, int32 -1, int32 flags
+// (1 x, 2 y, 4 z periodic), int32 0 and nine float64 zeros; the text form two more lines, "periodic" and "px py pz".
+// Files of isolated bodies have no trailer (they are as before), and a
+// reader that stops after the count records ignores it.
 #include <string>
 
 #include "core/array.hpp"
+#include "core/periodic.hpp"
 
 namespace torix {
 
-void savetensor(const TensorArray& AIJ, int nx, int ny, int nz, int m, int nmat, const std::string& name);
-void loadtensor(TensorArray& AIJ, int nx, int ny, int nz, int m, int nmat, const std::string& name);
-void savetensort(const TensorArray& AIJ, int nx, int ny, int nz, int m, int nmat, const std::string& name);
-void loadtensort(TensorArray& AIJ, int nx, int ny, int nz, int m, int nmat, const std::string& name);
+// Writers: `periodic` the axes the tensor was summed over (none: no trailer).
+// Readers: return the periodic axes the file says (none without a trailer).
+void savetensor(const TensorArray& AIJ, int nx, int ny, int nz, int m, int nmat, const std::string& name,
+                const Periodicity& periodic = {});
+Periodicity loadtensor(TensorArray& AIJ, int nx, int ny, int nz, int m, int nmat, const std::string& name);
+void savetensort(const TensorArray& AIJ, int nx, int ny, int nz, int m, int nmat, const std::string& name,
+                 const Periodicity& periodic = {});
+Periodicity loadtensort(TensorArray& AIJ, int nx, int ny, int nz, int m, int nmat, const std::string& name);
 
 }  // namespace torix
