@@ -164,7 +164,9 @@ public:
         const int o[3] = {i, j, l};
         const double pos[3] = {i * d_[0], j * d_[1], l * d_[2]};
         if (outer_ < 0) {
-            for (std::size_t q = 0; q < k.size(); ++q) out[q] = line_sum(pos, o, theta(k[q], inner_));
+            std::vector<double> th(k.size());
+            for (std::size_t q = 0; q < k.size(); ++q) th[q] = theta(k[q], inner_);
+            out = line_sum(pos, o, th);
             return;
         }
         const int a = outer_, b = inner_, Ma = M_[a];
@@ -184,7 +186,7 @@ public:
                 c[a] -= n * P_[a];
                 double p[3] = {pos[0], pos[1], pos[2]};
                 p[a] -= n * L_[a];
-                ls.rows[n + Ma] = line_sum(p, c, tb);
+                ls.rows[n + Ma] = line_sum(p, c, {tb})[0];
             }
             for (int side = 0; side < 2; ++side) {
                 CBlock vals[kFit + 1];
@@ -193,7 +195,7 @@ public:
                     const double n = (Ma + 1.0) / F.x[jn];
                     double p[3] = {pos[0], pos[1], pos[2]};
                     p[a] -= (side == 0 ? -1.0 : 1.0) * n * L_[a];
-                    vals[jn] = line_sum(p, nullptr, tb);
+                    vals[jn] = line_sum(p, nullptr, {tb})[0];
                 }
                 int at = 0;
                 ls.fit[side][0] = fit_line(Ma, 2, [&](double) {
@@ -287,14 +289,19 @@ private:
         const auto key = std::make_tuple(s, th, M);
         auto it = tails_.find(key);
         if (it != tails_.end()) return it->second;
-        const cplx v = phased_tail(s, th, M);
+        const auto lk = std::make_pair(s, th);
+        auto li = polylogs_.find(lk);
+        if (li == polylogs_.end()) li = polylogs_.emplace(lk, polylog_exact(s, th)).first;
+        const cplx v = phased_tail(s, th, M, li->second);
         tails_.emplace(key, v);
         return v;
     }
 
-    // Phased sum over n of T(p - n L_b e_b) e^{i n theta}, p in cm; `cells`
-    // gives p in whole cells when it is a cell offset.
-    CBlock line_sum(const double p[3], const int* cells, double th) {
+    // Phased sums over n of T(p - n L_b e_b) e^{i n theta}, p in cm, for
+    // each theta of th; `cells` gives p in whole cells when it is a cell
+    // offset.  The blocks and the fits of the tails do not depend on theta:
+    // they are made once for all.
+    std::vector<CBlock> line_sum(const double p[3], const int* cells, const std::vector<double>& th) {
         const int b = inner_;
         double perp2 = 0.0, full2 = 0.0;
         for (int a = 0; a < 3; ++a) {
@@ -302,12 +309,16 @@ private:
             if (a != b) perp2 += p[a] * p[a];
         }
         const double perp = std::sqrt(perp2);
-        if (th == 0.0 && perp >= kFarLine * L_[b] + 2.0 * diag_) return line_integral(p, perp);
+        const bool phase_free = std::all_of(th.begin(), th.end(), [](double t) { return t == 0.0; });
+        if (phase_free && perp >= kFarLine * L_[b] + 2.0 * diag_)
+            return std::vector<CBlock>(th.size(), line_integral(p, perp));
         // Explicit images reach kReach times the displacement, in a few sizes
         // so that the polylogarithm tails are shared.
         int M = kMinImages;
-        while (M * L_[b] < kReach * (std::sqrt(full2) + 2.0 * diag_) + plan_.switch_dist) M *= 2;
-        CBlock out{};
+        while (M * L_[b] < kReach * (std::sqrt(full2) + 2.0 * diag_) + plan_.switch_dist) M *= 4;
+        std::vector<CBlock> out(th.size(), CBlock{});
+        std::vector<cplx> rot(th.size()), ph(th.size());
+        for (std::size_t q = 0; q < th.size(); ++q) rot[q] = std::polar(1.0, th[q]), ph[q] = std::polar(1.0, -M * th[q]);
         for (int n = -M; n <= M; ++n) {
             Block t;
             if (cells) {
@@ -319,8 +330,12 @@ private:
                 q[b] -= n * L_[b];
                 t = far_block(q[0], q[1], q[2]);
             }
-            const cplx ph = std::polar(1.0, n * th);
-            for (int comp = 0; comp < 6; ++comp) out[comp] += t[comp] * ph;
+            for (std::size_t q = 0; q < th.size(); ++q) {
+                // Fresh phases every 64 images keep the rotation's rounding small.
+                if ((n & 63) == 0) ph[q] = std::polar(1.0, n * th[q]);
+                for (int comp = 0; comp < 6; ++comp) out[q][comp] += t[comp] * ph[q];
+                ph[q] *= rot[q];
+            }
         }
         for (int side = -1; side <= 1; side += 2) {
             const Coeffs c = fit_line(M, 3, [&](double n) {
@@ -328,8 +343,10 @@ private:
                 q[b] -= side * n * L_[b];
                 return far_block(q[0], q[1], q[2]);
             });
-            const CBlock t = tail(c, M, 3, side * th);
-            for (int comp = 0; comp < 6; ++comp) out[comp] += t[comp];
+            for (std::size_t q = 0; q < th.size(); ++q) {
+                const CBlock t = tail(c, M, 3, side * th[q]);
+                for (int comp = 0; comp < 6; ++comp) out[q][comp] += t[comp];
+            }
         }
         return out;
     }
@@ -366,6 +383,7 @@ private:
     AccuratePlan plan_;
     TensorArray near_;
     std::map<std::tuple<int, double, int>, cplx> tails_;
+    std::map<std::pair<int, double>, PolylogValue> polylogs_;
 };
 
 void check_lattice(const Lattice& lat) {
@@ -392,23 +410,63 @@ void lattice_block_direct(const Lattice& lat, int i, int j, int l, const std::ar
             }
 }
 
+namespace {
+
+// Visits the offsets of the tensor's range once per mirror class: along an
+// axis whose wave vectors are all 0 the sum is even or odd under o_a -> -o_a
+// (xy odd in x and y, xz in x and z, yz in y and z), so only o_a >= 0 is
+// summed and fn's result is written to the mirrored offsets too, through
+// put(i, j, l, c, value) with c = 0..5 (xx yy zz xy xz yz).
+template <class Sum, class Put>
+void each_offset(const Lattice& lat, const bool mirror[3], Sum&& sum, Put&& put) {
+    const int lo[3] = {mirror[0] ? 0 : -lat.nx, mirror[1] ? 0 : -lat.ny, mirror[2] ? 0 : -lat.nz};
+    constexpr int odd[6][2] = {{-1, -1}, {-1, -1}, {-1, -1}, {0, 1}, {0, 2}, {1, 2}};
+    for (int l = lo[2]; l <= lat.nz + 1; ++l)
+        for (int j = lo[1]; j <= lat.ny + 1; ++j)
+            for (int i = lo[0]; i <= lat.nx + 1; ++i) {
+                const auto vals = sum(i, j, l);
+                const int n[3] = {lat.nx, lat.ny, lat.nz}, o[3] = {i, j, l};
+                for (int r = 0; r < 8; ++r) {
+                    int t[3];
+                    bool skip = false;
+                    for (int a = 0; a < 3; ++a) {
+                        const bool flip = (r >> a) & 1;
+                        if (flip && (!mirror[a] || o[a] == 0)) skip = true;
+                        t[a] = flip ? -o[a] : o[a];
+                        if (t[a] < -n[a]) skip = true;
+                    }
+                    if (skip) continue;
+                    for (int c = 0; c < 6; ++c) {
+                        double sign = 1.0;
+                        if (c >= 3 && (((r >> odd[c][0]) & 1) != ((r >> odd[c][1]) & 1))) sign = -1.0;
+                        put(t[0], t[1], t[2], c, vals, sign);
+                    }
+                }
+            }
+}
+
+}  // namespace
+
 void tensor_periodic(const Array<double, 1>& A, const Array<double, 1>& MS, TensorArray& AIJ, const Lattice& lat,
                      int nmat) {
     check_lattice(lat);
-    Summer sum(lat);
+    Summer summer(lat);
     const std::vector<std::array<double, 3>> k0{{0.0, 0.0, 0.0}};
+    const bool mirror[3] = {true, true, true};
+    constexpr int mirror_comp[6] = {1, 5, 9, 2, 3, 6};
     std::vector<CBlock> blk;
-    constexpr int mirror[6] = {1, 5, 9, 2, 3, 6};
-    for (int l = -lat.nz; l <= lat.nz + 1; ++l)
-        for (int j = -lat.ny; j <= lat.ny + 1; ++j)
-            for (int i = -lat.nx; i <= lat.nx + 1; ++i) {
-                sum.sum(i, j, l, k0, blk);
-                for (int m = 1; m <= nmat; ++m)
-                    for (int c = 0; c < 6; ++c) {
-                        AIJ(i, j, l, kComp[c], m) += blk[0][c].real();
-                        AIJ(i, j, l, mirror[c], m) = AIJ(i, j, l, kComp[c], m);
-                    }
+    each_offset(
+        lat, mirror,
+        [&](int i, int j, int l) {
+            summer.sum(i, j, l, k0, blk);
+            return blk[0];
+        },
+        [&](int i, int j, int l, int c, const CBlock& v, double sign) {
+            for (int m = 1; m <= nmat; ++m) {
+                AIJ(i, j, l, kComp[c], m) += sign * v[c].real();
+                AIJ(i, j, l, mirror_comp[c], m) = AIJ(i, j, l, kComp[c], m);
             }
+        });
     // Exchange on the nearest-neighbour offsets and on their images inside
     // the tensor's range.
     const auto P = periods(lat);
@@ -443,14 +501,20 @@ void bloch_dipolar(const Lattice& lat, const std::vector<std::array<double, 3>>&
     for (auto& t : out)
         t.allocate({Range{-lat.nx, lat.nx + 1}, Range{-lat.ny, lat.ny + 1}, Range{-lat.nz, lat.nz + 1}, Range{1, 6}},
                    cplx{});
+    bool mirror[3];
+    for (int a = 0; a < 3; ++a) mirror[a] = std::all_of(all.begin(), all.end(), [a](const auto& q) { return q[a] == 0.0; });
     std::vector<CBlock> blk;
-    for (int l = -lat.nz; l <= lat.nz + 1; ++l)
-        for (int j = -lat.ny; j <= lat.ny + 1; ++j)
-            for (int i = -lat.nx; i <= lat.nx + 1; ++i) {
-                sum.sum(i, j, l, all, blk);
-                for (std::size_t q = 0; q < k.size(); ++q)
-                    for (int c = 0; c < 6; ++c) out[q](i, j, l, c + 1) = blk[q][c] - blk.back()[c];
-            }
+    each_offset(
+        lat, mirror,
+        [&](int i, int j, int l) {
+            sum.sum(i, j, l, all, blk);
+            for (std::size_t q = 0; q < k.size(); ++q)
+                for (int c = 0; c < 6; ++c) blk[q][c] -= blk.back()[c];
+            return blk;
+        },
+        [&](int i, int j, int l, int c, const std::vector<CBlock>& v, double sign) {
+            for (std::size_t q = 0; q < k.size(); ++q) out[q](i, j, l, c + 1) = sign * v[q][c];
+        });
 }
 
 }  // namespace torix

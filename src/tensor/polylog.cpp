@@ -1,6 +1,7 @@
 #include "tensor/polylog.hpp"
 
 #include <cmath>
+#include <vector>
 
 #include "tensor/quad.hpp"
 
@@ -18,7 +19,7 @@ Quad pi_q() { return acosq(Quad(-1)); }
 
 // zeta(s), s >= 2, in quadruple precision: the sum to N - 1 and the
 // Euler-Maclaurin tail from N.
-Quad zeta_q(int s) {
+Quad zeta_eval(int s) {
     constexpr int N = 64;
     Quad sum = 0;
     for (int k = N - 1; k >= 1; --k) sum += powq(Quad(k), Quad(-s));
@@ -35,9 +36,18 @@ Quad zeta_q(int s) {
     return sum;
 }
 
-struct QC {
-    Quad re = 0, im = 0;
-};
+// zeta(2) .. zeta(kZetaMax), made once.
+constexpr int kZetaMax = 1024;
+Quad zeta_q(int s) {
+    static const std::vector<Quad> table = [] {
+        std::vector<Quad> t(kZetaMax + 1, Quad(0));
+        for (int n = 2; n <= kZetaMax; ++n) t[n] = n > 120 ? Quad(1) + powq(Quad(2), Quad(-n)) : zeta_eval(n);
+        return t;
+    }();
+    return s <= kZetaMax ? table[s] : Quad(1);
+}
+
+using QC = PolylogValue;
 
 QC polylog_q(int s, Quad theta) {
     const Quad pi = pi_q();
@@ -88,19 +98,21 @@ QC polylog_q(int s, Quad theta) {
 
 double zeta_int(int s) { return static_cast<double>(zeta_q(s)); }
 
+PolylogValue polylog_exact(int s, double theta) { return polylog_q(s, Quad(theta)); }
+
 std::complex<double> polylog_unit(int s, double theta) {
     const QC v = polylog_q(s, Quad(theta));
     return {static_cast<double>(v.re), static_cast<double>(v.im)};
 }
 
-std::complex<double> phased_tail(int s, double theta, int M) {
-    if (M <= 0) return polylog_unit(s, theta);
+std::complex<double> phased_tail(int s, double theta, int M, const PolylogValue& li) {
+    if (M <= 0) return {static_cast<double>(li.re), static_cast<double>(li.im)};
     // The polylogarithm less its first M terms, in quadruple precision,
     // while that keeps about 1e-13 of the tail (which is M^(1-s)/(s-1)
     // at most); else the terms are few enough to be summed.
     if ((s - 1) * std::log10(M + 1.0) <= 20.0) {
         const Quad th = theta;
-        QC v = polylog_q(s, th);
+        QC v = li;
         for (int n = M; n >= 1; --n) {
             const Quad a = powq(Quad(n), Quad(-s)), ph = th * n;
             v.re -= a * cosq(ph);

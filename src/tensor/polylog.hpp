@@ -16,9 +16,19 @@ double zeta_int(int s);
 // functions, North Holland 1981, eq. 7.52).
 std::complex<double> polylog_unit(int s, double theta);
 
+// Li_s(e^{i theta}) in quadruple precision, for phased_tail.
+struct PolylogValue {
+    __float128 re = 0, im = 0;
+};
+PolylogValue polylog_exact(int s, double theta);
+
 // sum_{n > M} e^{i n theta} / n^s for s >= 2, M >= 0, to about 1e-12 of
-// its first term: the polylogarithm less its first M terms where that loses
-// few digits (small s or M), else summed term by term.
-std::complex<double> phased_tail(int s, double theta, int M);
+// its first term: the polylogarithm `li` (= polylog_exact(s, theta)) less
+// its first M terms where that loses few digits (small s or M), else summed
+// term by term.
+std::complex<double> phased_tail(int s, double theta, int M, const PolylogValue& li);
+inline std::complex<double> phased_tail(int s, double theta, int M) {
+    return phased_tail(s, theta, M, polylog_exact(s, theta));
+}
 
 }  // namespace torix
