@@ -10,6 +10,7 @@
 
 #include "core/error.hpp"
 #include "eigen_model.hpp"
+#include "interpreter/command_table.hpp"
 #include "interpreter/session.hpp"
 #include "test_util.hpp"
 
@@ -150,6 +151,39 @@ TEST_F(EigenCommands, MatrixFreeCommandAgreesWithDenseAndRefusesBadInput) {
     const std::string e = fatal_message([&] { run("SOLVE_MODES", cmd_solve_modes, "2 0 0\n"); });
     EXPECT_EQ(e.rfind("SOLVE_MODES: ", 0), 0u) << e;
     EXPECT_EQ(st_.nmodes, 4);
+}
+
+
+// An infinite film (one period of 4 x 4 cells, periodic in x and y) is
+// uniform in its lowest mode, with the film's demagnetizing factors
+// (0, 0, 1): Kittel's f^2 = H (H + 4 pi MS) in-plane and f = H - 4 pi MS
+// out of plane, from the dense and the matrix-free solves.
+TEST(PeriodicFilm, LowestModeIsKittelsInAndOutOfPlane) {
+    TempDir dir;
+    const double ms = 800.0, four_pi_ms = 4.0 * M_PI * ms;
+    struct Case {
+        const char* dir;
+        double h;
+        double f;
+    };
+    for (const Case c : {Case{"1 0 0", 1000.0, std::sqrt(1000.0 * (1000.0 + four_pi_ms))},
+                         Case{"0 0 1", 15000.0, 15000.0 - four_pi_ms}}) {
+        const std::string field = c.dir[0] == '1' ? "1000 0 0" : "0 0 15000";
+        for (const char* solve : {"SOLVE_MATRIX\n2\n", "SOLVE_MODES\n2 0 1e-11\n"}) {
+            const auto script = dir.path() / "input.dat";
+            std::ofstream(script) << "SET_CELL\n5e-7 5e-7 3e-7\nMASQUE_CREATE\n2e-6 2e-6 3e-7\nADD_SHAPE\n3\n"
+                                     "2e-6 2e-6 3e-7 0 0 0 1\nLOAD_MAT\n1\n1.3e-6 800\nSET_PERIODIC\n1 1 0\n"
+                                     "TENSOR_CREATE\n0\nINIT_M\n2\n"
+                                  << c.dir << "\nADD_EXT_FIELD\n1\n" << field << "\nCALC_FIELD\n" << solve << "END\n";
+            ModelState st;
+            const auto old = std::filesystem::current_path();
+            std::filesystem::current_path(dir.path());
+            captured_cout([&] { run_script(st, script.string(), "input.dat"); });
+            std::filesystem::current_path(old);
+            ASSERT_GE(st.nmodes, 1) << solve;
+            EXPECT_NEAR(st.W(1, 1), c.f, 1e-9 * c.f) << solve << " along " << c.dir;
+        }
+    }
 }
 
 }  // namespace
