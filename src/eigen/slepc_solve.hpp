@@ -17,6 +17,7 @@
 
 #include "eigen/dense_solve.hpp"
 #include "eigen/dynamic_matrix.hpp"
+#include "eigen/mode_product.hpp"
 
 namespace torix {
 
@@ -38,6 +39,15 @@ struct ModesStats {
 // after the solve has finished.  Errors of PETSc or SLEPc end in FatalError
 // ("SOLVE_MODES: ...").  Starts PETSc on first use (see start_petsc).
 ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol, ModeOutput out);
+
+// The solve itself, for any operator: op for the right vectors, op_left
+// (op or a twin of it with work buffers of its own, when `together`) for
+// the transposed products of the left ones, `local` the sparse local part
+// of op for the preconditioner (of a grid of `layers` layers of cells).
+// `together`: the two sides run side by side, each on `each` threads (as
+// start_petsc allows).  The rest as for solve_modes.
+ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left, const ComplexSparse& local, int layers,
+                               bool together, int each, int nmodes, double f0, double tol, ModeOutput out);
 
 // Starts PETSc and SLEPc once per process, closed to the environment: no
 // PETSC_OPTIONS, no option files, no signal handlers, errors returned to the

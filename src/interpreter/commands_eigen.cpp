@@ -16,6 +16,7 @@
 #include "core/records.hpp"
 #include "eigen/arnoldi.hpp"
 #include "eigen/bloch_dense.hpp"
+#include "eigen/bloch_modes.hpp"
 #include "eigen/deg.hpp"
 #include "eigen/dense_solve.hpp"
 #include "eigen/eigen_files.hpp"
@@ -268,14 +269,11 @@ void cmd_solve_modes(Session& s) {
     if (!st.numbered) build_numbering(st, st.s1, st.s2, st.s3);
     check_inputs(st);
     check_wavevector(st);
-    if (!is_zero(st.wavevector))
-        throw FatalError(k + ": the matrix-free solve works at k = 0 only so far (SOLVE_MATRIX solves at the wave "
-                             "vector of SET_WAVEVECTOR)");
     if (nsel < 1 || nsel > st.ncells)
         throw FatalError(k + ": expected a number of modes between 1 and " + std::to_string(st.ncells) +
                          " (the numbered cells), found " + std::to_string(nsel));
     const std::clock_t t0 = std::clock();
-    const ModesStats r = solve_modes(matrix_input(st), nsel, f0, tol, mode_output(st));
+    const ModesStats r = solve_modes_bloch(bloch_problem(st), nsel, f0, tol, mode_output(st));
     save_both(st);
     say("modes", r.converged, "operator products", r.products, "inner iterations", r.inner_iterations, "restarts",
         r.outer_iterations, "shift", r.shift, "worst residual", r.worst_residual);
