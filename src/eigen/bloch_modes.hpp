@@ -9,11 +9,17 @@
 
 namespace torix {
 
-// solve_modes at k = 0 (the same modes as without a wave vector), else the
-// Bloch operator's solve.  Arguments and results as for solve_modes.
+// The Bloch operator's solve, also at k = 0 (the same modes as solve_modes
+// to its tolerance), with the Krylov bases started from `start` when given
+// (e.g. the modes of the last k of a dispersion: mode_columns of MODES and
+// MODESL).  Arguments and results as for solve_modes.
+ModesStats solve_modes_bloch(const BlochProblem& p, int nmodes, double f0, double tol, ModeOutput out,
+                             const ModeStart* start);
+// solve_modes itself at k = 0 (exactly the modes without a wave vector),
+// else the above without start vectors.
 ModesStats solve_modes_bloch(const BlochProblem& p, int nmodes, double f0, double tol, ModeOutput out);
-// The same at k != 0 with the kernel K given (bloch_kernel of the problem).
+// The Bloch operator's solve with the kernel K given (bloch_kernel of the problem).
 ModesStats solve_modes_bloch(const BlochProblem& p, const BlochKernel& K, int nmodes, double f0, double tol,
-                             ModeOutput out);
+                             ModeOutput out, const ModeStart* start = nullptr);
 
 }  // namespace torix

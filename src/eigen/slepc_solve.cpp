@@ -103,7 +103,7 @@ struct Pairs {
 class KrylovSchur {
 public:
     KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, int levels, Turn& turn,
-                const char* label)
+                const char* label, const std::vector<std::vector<cplx>>& start = {})
         : n_(n), turn_(&turn) {
         const std::lock_guard<Turn> hold(turn);
         MPI_Comm comm = MPI_COMM_NULL;
@@ -118,6 +118,23 @@ public:
         // 5 to 10 % fewer products on the FMR problem and a 64 x 64 film.
         check(EPSSetDimensions(eps_.h, nev, std::min(n, std::max(2 * nev, nev + 30)), PETSC_DEFAULT),
               "EPSSetDimensions");
+        if (!start.empty()) {
+            // The first basis vectors: eigenvectors of a neighbouring problem.
+            std::vector<Vec> v;
+            for (const auto& s0 : start) {
+                if (static_cast<int>(s0.size()) != n) continue;
+                Vec x = nullptr;
+                check(MatCreateVecs(A, &x, nullptr), "MatCreateVecs");
+                v.push_back(x);
+                PetscScalar* px = nullptr;
+                check(VecGetArrayWrite(x, &px), "VecGetArrayWrite");
+                std::copy(s0.begin(), s0.end(), px);
+                check(VecRestoreArrayWrite(x, &px), "VecRestoreArrayWrite");
+            }
+            const PetscErrorCode e = EPSSetInitialSpace(eps_.h, static_cast<PetscInt>(v.size()), v.data());
+            for (Vec& x : v) VecDestroy(&x);
+            check(e, "EPSSetInitialSpace");
+        }
         check(EPSSetConvergenceTest(eps_.h, EPS_CONV_REL), "EPSSetConvergenceTest");
         // The Ritz estimate of the transformed problem is not the residual of
         // A itself: converge a decade tighter, then check with A.
@@ -344,10 +361,33 @@ void biorthogonalise(const std::vector<cplx>& lambda, std::vector<std::vector<cp
 
 }  // namespace
 
+std::vector<std::vector<cplx>> mode_columns(const Array<cplx, 3>& modes, int nmodes) {
+    std::vector<std::vector<cplx>> v;
+    if (!modes.allocated()) return v;
+    const int N = modes.extent(0);
+    for (int p = 1; p <= std::min(nmodes, modes.extent(2)); ++p) {
+        v.emplace_back(2 * static_cast<std::size_t>(N));
+        for (int c = 1; c <= N; ++c)
+            for (int k = 1; k <= 2; ++k) v.back()[2 * (c - 1) + (k - 1)] = modes(c, k, p);
+    }
+    return v;
+}
+
 ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left, const ComplexSparse& local, int layers,
-                               bool together, int each, int nmodes, double f0, double tol, ModeOutput out) {
+                               bool together, int each, int nmodes, double f0, double tol, ModeOutput out,
+                               const ModeStart* start) {
     if (tol <= 0.0) tol = 1e-10;
     const int n = op.order(), N = n / 2;
+    // Start vectors: right vectors for A; for A^T the conjugates of left
+    // vectors (A^T conj(u) = lambda conj(u)).
+    std::vector<std::vector<cplx>> start_right, start_left;
+    if (start != nullptr) {
+        start_right = start->right;
+        for (const auto& u : start->left) {
+            start_left.emplace_back(u.size());
+            for (std::size_t r = 0; r < u.size(); ++r) start_left.back()[r] = std::conj(u[r]);
+        }
+    }
     Turn turn;
     // The left solve's communicator, declared first: it is freed after the
     // objects that live on it.
@@ -418,11 +458,11 @@ ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left
     // on the other thread); one after the other it runs once, after the last.
     const int levels = fill_levels(layers);
     const auto make_left = [&](std::optional<KrylovSchur>& left) {
-        left.emplace(At.h, Pt.h, n, nev, sigma, tol, levels, turn, "left");
+        left.emplace(At.h, Pt.h, n, nev, sigma, tol, levels, turn, "left", start_left);
     };
     for (;;) {
         // Both solves are set up before either runs (see KrylovSchur).
-        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, turn, "right");
+        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, turn, "right", start_right);
         std::optional<KrylovSchur> left;
         if (together) make_left(left);
         side_by_side(together, each, [&] { right.solve(); }, [&] {

@@ -433,6 +433,22 @@ TEST(BlochMatrixFree, ProductsAndModesMatchTheDenseMatrix) {
         EXPECT_LT(residual(A, vec(free_modes.R, p.m.N, q), lambda, false), 1e-10);
         EXPECT_LT(residual(A, vec(free_modes.L, p.m.N, q), lambda, true), 1e-10);
     }
+
+    // The next k of a dispersion, its bases started from these modes: the
+    // modes of the dense solve there.
+    const double k2 = 1.1 * k;
+    const BlochKernel K2 = bloch_kernel(p.m.AIJ, p.nb, cut_dipolar_k(p, k2), p.lat, {k2, 0.0, 0.0});
+    assemble_dense_bloch(p.m.input(), K2, A.data());
+    Modes dense2, started;
+    solve_dense_bloch(p.m.N, A.data(), 3, dense2.out());
+    const ModeStart start{mode_columns(free_modes.R, 3), mode_columns(free_modes.L, 3)};
+    ASSERT_EQ(start.right.size(), 3u);
+    captured_cout([&] { solve_modes_bloch(p.problem({k2, 0.0, 0.0}), K2, 3, 0.0, 1e-11, started.out(), &start); });
+    ASSERT_EQ(started.nmodes, 3);
+    for (int q = 1; q <= 3; ++q) {
+        EXPECT_NEAR(started.W(q, 1), dense2.W(q, 1), 1e-8 * dense2.W(q, 1));
+        EXPECT_NEAR(started.W(q, 2), dense2.W(q, 2), 1e-8 * dense2.W(q, 1));
+    }
 }
 
 }  // namespace
