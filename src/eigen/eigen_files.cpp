@@ -2,8 +2,12 @@
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "core/console.hpp"
+#include "core/error.hpp"
 #include "core/records.hpp"
 
 namespace torix {
@@ -103,6 +107,39 @@ void loadmodes(const std::string& fname, int& N, int& nmodes, Array<double, 2>& 
             modes(n, 2, p) = cplx(br, bi);
         }
     }
+}
+
+void save_mode_wavevector(const std::string& fname, const std::array<double, 3>& k) {
+    if (k[0] == 0.0 && k[1] == 0.0 && k[2] == 0.0) {
+        std::error_code ignored;
+        std::filesystem::remove(fname, ignored);
+        return;
+    }
+    AtomicFile f(fname, false);
+    char buf[96];
+    std::snprintf(buf, sizeof buf, "%.17g %.17g %.17g\n", k[0], k[1], k[2]);
+    f.stream() << "# wave vector kx ky kz (rad/cm) of the modes in eig.dat and eigl.dat\n" << buf;
+    f.commit();
+}
+
+std::array<double, 3> load_mode_wavevector(const std::string& fname) {
+    std::array<double, 3> k{0.0, 0.0, 0.0};
+    std::ifstream in(fname);
+    if (!in) return k;
+    std::string line;
+    int no = 0;
+    while (std::getline(in, line)) {
+        ++no;
+        if (!line.empty() && line[0] == '#') continue;
+        std::istringstream ls(line);
+        std::string extra;
+        if (!(ls >> k[0] >> k[1] >> k[2]) || (ls >> extra) || !std::isfinite(k[0]) || !std::isfinite(k[1]) ||
+            !std::isfinite(k[2]))
+            throw FatalError(fname + ": line " + std::to_string(no) + ": expected three reals kx ky kz (rad/cm), found \"" +
+                             line + "\"");
+        return k;
+    }
+    throw FatalError(fname + ": expected a line of three reals kx ky kz (rad/cm), found none");
 }
 
 }  // namespace torix

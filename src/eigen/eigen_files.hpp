@@ -11,6 +11,7 @@
 // Text (`savemodest`): per mode a line " (f,g)", then per cell with a nonzero
 // mask "x y z" (I6 each) and the four reals Re/Im of both components of the
 // cell's number (%15.6E each).
+#include <array>
 #include <string>
 
 #include "core/array.hpp"
@@ -29,6 +30,17 @@ void savemodest(int nmodes, const IntGrid& NUM, const IntGrid& MASQUE, int nx, i
 // header, then, after the separator record, W (1:nmodes, 1:2) and the
 // amplitudes (1:N, 1:2, 1:nmodes).  A short or inconsistent file is a
 // FatalError naming the file and the record.
+// The wave vector of the modes in "eig.dat" and "eigl.dat" (rad/cm; the
+// vectors are the periodic parts u of m = u e^{i k.r}), kept beside them in
+// a text file so that their layout stays as it is: a comment line, then
+// "kx ky kz".  Written by every solve at k != 0; a solve at k = 0 removes
+// it, so that it never describes other modes.
+inline constexpr const char* kEigenWavevectorFile = "eigk.txt";
+void save_mode_wavevector(const std::string& fname, const std::array<double, 3>& k);
+// The wave vector of the file; (0, 0, 0) when there is none.  A file that
+// cannot be read as above is a FatalError naming it and the line.
+std::array<double, 3> load_mode_wavevector(const std::string& fname);
+
 void loadmodes(const std::string& fname, int& N, int& nmodes, Array<double, 2>& W, Array<cplx, 3>& modes);
 
 }  // namespace torix

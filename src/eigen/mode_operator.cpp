@@ -315,4 +315,14 @@ SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
     return S;
 }
 
+ComplexSparse complex_sparse(const SparseMatrix& S) {
+    ComplexSparse C;
+    C.n = S.n;
+    C.row_start = S.row_start;
+    C.col.resize(S.col.size());
+    C.val.resize(S.val.size());
+    for (std::size_t k = 0; k < S.col.size(); ++k) C.col[k] = S.col[k] - 1, C.val[k] = S.val[k];
+    return C;
+}
+
 }  // namespace torix

@@ -21,10 +21,11 @@
 #include "core/array.hpp"
 #include "dynamics/fft_field.hpp"
 #include "eigen/dynamic_matrix.hpp"
+#include "eigen/mode_product.hpp"
 
 namespace torix {
 
-class ModeOperator {
+class ModeOperator : public ModeProduct {
 public:
     // Builds the frames, the per-cell factors and a Fourier form of in.AIJ of
     // its own (so anisotropy added to a Fourier form alone, which the
@@ -44,15 +45,15 @@ public:
     ModeOperator& operator=(const ModeOperator&) = delete;
 
     [[nodiscard]] int N() const { return in_.N; }
-    [[nodiscard]] int order() const { return 2 * in_.N; }
+    [[nodiscard]] int order() const override { return 2 * in_.N; }
     // False when some tensor block is not symmetric or not even under
     // r -> -r: apply_transpose is then not the transpose.
     [[nodiscard]] bool even_tensor() const { return even_; }
 
     // y = A x and y = A^T x (x, y of length 2N, not overlapping).  One
     // product at a time: the Fourier form's work buffers are shared.
-    void apply(const cplx* x, cplx* y) const;
-    void apply_transpose(const cplx* x, cplx* y) const;
+    void apply(const cplx* x, cplx* y) const override;
+    void apply_transpose(const cplx* x, cplx* y) const override;
 
     // The entries of A between grid cells at most `radius` apart along
     // every axis (rows averaged as in A): a sparse local part, for a

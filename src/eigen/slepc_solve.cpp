@@ -3,34 +3,21 @@
 // The complex build of PETSc is used so that the shift i f0 is a plain
 // scalar and A - sigma I a plain operator; the real operator then costs two
 // real convolutions per complex product (ModeOperator).
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#include <sanitizer/lsan_interface.h>
-#define TORIX_LEAK_CHECKER 1
-#endif
-#endif
-#ifndef TORIX_LEAK_CHECKER
-#define TORIX_LEAK_CHECKER 0
-#endif
 #include "eigen/slepc_solve.hpp"
 
 #include <slepceps.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <complex>
 #include <cstdio>
 #include <exception>
-#include <mutex>
 #include <optional>
-#include <cstdlib>
 #include <string>
 #include <system_error>
 #include <thread>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -38,121 +25,16 @@
 
 #include "core/error.hpp"
 #include "eigen/mode_operator.hpp"
+#include "eigen/slepc_parts.hpp"
 
 extern "C" void zgesv_(const int* n, const int* nrhs, std::complex<double>* a, const int* lda, int* ipiv,
                        std::complex<double>* b, const int* ldb, int* info);
 
-static_assert(std::is_same_v<PetscScalar, std::complex<double>>, "SOLVE_MODES needs the complex double build of PETSc");
-
 namespace torix {
 
+using namespace slepc;
+
 namespace {
-
-void check(PetscErrorCode e, const char* what) {
-    if (e == 0) return;
-    const char* text = nullptr;
-    PetscErrorMessage(e, &text, nullptr);
-    throw FatalError(std::string("SOLVE_MODES: ") + what + " failed: " +
-                     (text ? text : "PETSc error " + std::to_string(static_cast<int>(e))));
-}
-
-// Owners of PETSc objects.
-template <class T, PetscErrorCode (*Destroy)(T*)>
-struct Owned {
-    T h = nullptr;
-    Owned() = default;
-    Owned(const Owned&) = delete;
-    Owned& operator=(const Owned&) = delete;
-    ~Owned() {
-        if (h) Destroy(&h);
-    }
-};
-using OwnedMat = Owned<Mat, MatDestroy>;
-using OwnedVec = Owned<Vec, VecDestroy>;
-using OwnedEPS = Owned<EPS, EPSDestroy>;
-
-// While two solves run side by side only one thread at a time may be inside
-// PETSc or SLEPc: this build is not thread-safe.  Process-wide state that
-// the solves' own calls change without a lock includes the object count of
-// PETSC_COMM_SELF, on which SLEPc's projected problems make and drop small
-// matrices at every restart (a lost count frees the communicator under live
-// objects), the stack of floating-point trap modes that the dense kernels
-// push and pop, and KSPSolve's count of nested solves.  Each thread holds
-// the turn for the whole of its solve and gives it up only for work that
-// touches none of it: the operator product (this program's own loops and
-// FFTW's plans, one set per side), the triangular solves of the incomplete
-// LU (MatSolve on a factor of its own side) and GMRES's orthogonalisation
-// (vector operations on its own vectors, a reduction on its own
-// communicator).  Those are most of a solve, so the two still run mostly at
-// the same time.  The turn changes hands several times per inner
-// iteration, so a waiting thread spins a little before it yields: with a
-// mutex's sleep and wake-up the FMR problem took 1.25 s instead of 1.0 s.
-class Turn {
-public:
-    void lock() {
-        for (int spins = 0; flag_.test_and_set(std::memory_order_acquire); ++spins)
-            if (spins > kSpins) std::this_thread::yield();
-    }
-    void unlock() { flag_.clear(std::memory_order_release); }
-
-private:
-    static constexpr int kSpins = 4000;
-    std::atomic_flag flag_ = ATOMIC_FLAG_INIT;
-};
-
-// Gives the turn up for the lifetime of the guard.  (A solve that runs
-// alone holds and gives up a turn nobody else asks for.)
-class TurnGivenUp {
-public:
-    explicit TurnGivenUp(Turn* t) : t_(t) { t_->unlock(); }
-    ~TurnGivenUp() { t_->lock(); }
-    TurnGivenUp(const TurnGivenUp&) = delete;
-    TurnGivenUp& operator=(const TurnGivenUp&) = delete;
-
-private:
-    Turn* t_;
-};
-
-struct ShellContext {
-    const ModeOperator* op = nullptr;
-    bool transposed = false;  // the shell is A^T
-    std::int64_t products = 0;
-    Turn* turn = nullptr;     // given up during the product
-};
-
-// Shell products.  Nothing may be thrown through PETSc's C frames: failures
-// become PETSc error codes, which the caller turns into a message.
-PetscErrorCode shell_product(Mat A, Vec x, Vec y, bool transpose) {
-    void* raw = nullptr;
-    PetscErrorCode e = MatShellGetContext(A, &raw);
-    if (e) return e;
-    auto* c = static_cast<ShellContext*>(raw);
-    const PetscScalar* px = nullptr;
-    PetscScalar* py = nullptr;
-    if ((e = VecGetArrayRead(x, &px))) return e;
-    if ((e = VecGetArrayWrite(y, &py))) {
-        VecRestoreArrayRead(x, &px);
-        return e;
-    }
-    PetscErrorCode status = 0;
-    try {
-        const TurnGivenUp free_turn(c->turn);
-        if (transpose != c->transposed)
-            c->op->apply_transpose(px, py);
-        else
-            c->op->apply(px, py);
-        ++c->products;
-    } catch (const std::bad_alloc&) {
-        status = PETSC_ERR_MEM;
-    } catch (...) {
-        status = PETSC_ERR_LIB;
-    }
-    VecRestoreArrayWrite(y, &py);
-    VecRestoreArrayRead(x, &px);
-    return status;
-}
-PetscErrorCode mult(Mat A, Vec x, Vec y) { return shell_product(A, x, y, false); }
-PetscErrorCode mult_transpose(Mat A, Vec x, Vec y) { return shell_product(A, x, y, true); }
 
 // Progress on stderr at most every few seconds: the last Krylov-Schur state
 // and the inner iterations so far (a restart can take minutes on a large
@@ -174,18 +56,6 @@ constexpr double kProgressSeconds = 3.0;
 // (its lowest mode lies far below the local part's).
 constexpr double kAimFraction = 0.75;
 constexpr double kNarrowBand = 2.5;
-// Fill levels of the incomplete LU that preconditions the inner solves, by
-// the layers of cells of the grid.  Each level adds far more entries to a
-// factor of a three-dimensional stencil than to one of a single layer, so
-// the best level falls with the layers.  Against the exact LU (nested
-// dissection), wall time on films of 100 x 100 and 200 x 200 cells in one
-// layer: ILU(4) 0.62 and 0.59, ILU(6) 0.57 and 0.53, ILU(8) or (9) 0.59 and
-// 0.61, with 8 % and 15 % more operator products for ILU(6).  Inner solves
-// of both sides on one thread, seconds for ILU(0, 1, 2, 3, 6): FMR problem
-// (24 x 24 x 2 cells) 1.78, 1.57, 1.45, 1.49, 1.60; 70 x 70 x 2 cells -,
-// 13.6, 13.4, 14.4, 14.6; 50 x 50 x 4 cells 16.8, 16.3, 19.2, 20.8, 31.3; a
-// 100 x 100 film in one layer 9.7 with ILU(2) against 8.1 with ILU(6).
-int fill_levels(int layers) { return layers <= 1 ? 6 : layers == 2 ? 2 : 1; }
 
 void report(Monitor& m) {
     const auto now = std::chrono::steady_clock::now();
@@ -216,120 +86,6 @@ PetscErrorCode ksp_monitor(KSP, PetscInt its, PetscReal, void* ctx) {
     return 0;
 }
 
-// The sparse local part with -sigma on the diagonal, as a PETSc matrix.
-//
-// Stored in 2 x 2 blocks (one per pair of numbers), so that the LU and ILU
-// factorisations pivot on whole blocks: without damping a number's diagonal
-// block is [[0, b], [c, 0]] at a shift of 0, a zero pivot for a scalar
-// factorisation though the block is regular.
-void local_matrix(const SparseMatrix& S, PetscScalar sigma, OwnedMat& P, MPI_Comm comm = PETSC_COMM_WORLD) {
-    const PetscInt n = S.n;
-    check(MatCreate(comm, &P.h), "MatCreate");
-    check(MatSetSizes(P.h, n, n, n, n), "MatSetSizes");
-    check(MatSetType(P.h, MATBAIJ), "MatSetType");
-    // Both rows of a number hold the same source numbers, two columns each.
-    std::vector<PetscInt> nnz(static_cast<std::size_t>(n / 2));
-    for (PetscInt b = 0; b < n / 2; ++b) nnz[b] = static_cast<PetscInt>(S.row_start[2 * b + 1] - S.row_start[2 * b]) / 2;
-    check(MatSeqBAIJSetPreallocation(P.h, 2, 0, nnz.data()), "MatSeqBAIJSetPreallocation");
-    check(MatMPIBAIJSetPreallocation(P.h, 2, 0, nnz.data(), 0, nullptr), "MatMPIBAIJSetPreallocation");
-    std::vector<PetscInt> cols;
-    std::vector<PetscScalar> vals;
-    for (PetscInt r = 0; r < n; ++r) {
-        cols.clear(), vals.clear();
-        for (std::int64_t k = S.row_start[r]; k < S.row_start[r + 1]; ++k) {
-            cols.push_back(S.col[k] - 1);
-            vals.push_back(PetscScalar(S.val[k]) - (S.col[k] - 1 == r ? sigma : PetscScalar(0.0)));
-        }
-        check(MatSetValues(P.h, 1, &r, static_cast<PetscInt>(cols.size()), cols.data(), vals.data(), INSERT_VALUES),
-              "MatSetValues");
-    }
-    check(MatAssemblyBegin(P.h, MAT_FINAL_ASSEMBLY), "MatAssemblyBegin");
-    check(MatAssemblyEnd(P.h, MAT_FINAL_ASSEMBLY), "MatAssemblyEnd");
-}
-
-// The Ritz values of the last Krylov-Schur iteration, converged or not,
-// back-transformed (the monitor sees those of the spectral transformation).
-struct RitzValues {
-    ST st = nullptr;
-    std::vector<cplx> values;
-    std::vector<double> errors;  // SLEPc's error estimates of the values
-};
-
-PetscErrorCode ritz_monitor(EPS, PetscInt, PetscInt, PetscScalar* eigr, PetscScalar* eigi, PetscReal* errest,
-                            PetscInt nest, void* ctx) {
-    auto* r = static_cast<RitzValues*>(ctx);
-    try {
-        r->values.clear();
-        r->errors.clear();
-        for (PetscInt i = 0; i < nest; ++i) {
-            PetscScalar re = eigr[i], im = eigi[i];
-            if (const PetscErrorCode e = STBackTransform(r->st, 1, &re, &im)) return e;
-            r->values.push_back(re);
-            r->errors.push_back(errest[i]);
-        }
-    } catch (const std::bad_alloc&) {
-        return PETSC_ERR_MEM;
-    }
-    return 0;
-}
-
-// The band of the sparse local part: its lowest positive frequency and the
-// count-th lowest (0 where there are fewer), from one Krylov-Schur pass
-// (2 count values, SLEPc's default basis, no restart) with
-// shift-and-invert at 0 whose inner solves are the exact LU of the local
-// part: triangular solves only, no convolution (faster here than GMRES with
-// the incomplete LU: 8.3 s against 10.9 s on a 200 x 200 film).  The band
-// only places the shift of the real solve, and it takes the Ritz values of
-// that one pass, converged or not.  The lowest frequency is the extreme
-// value of the inverse, the first to converge: after one pass it equals the
-// converged value to 0.1 Oe on the FMR problem and films of 100 x 100 and
-// 200 x 200 cells.  The count-th comes out too high if anything (2807 Oe
-// against 2122 Oe on the 200 x 200 film, whose band the converged run took
-// 11 passes and 6 s to resolve), which can only keep a narrow band's shift
-// at 0, never misplace it.
-constexpr double kBandSettled = 1e-2;  // largest error estimate of the lowest value the band uses
-std::array<double, 2> local_band(Mat L0, int count) {
-    OwnedEPS eps;
-    check(EPSCreate(PETSC_COMM_WORLD, &eps.h), "EPSCreate");
-    check(EPSSetOperators(eps.h, L0, nullptr), "EPSSetOperators");
-    check(EPSSetProblemType(eps.h, EPS_NHEP), "EPSSetProblemType");
-    check(EPSSetType(eps.h, EPSKRYLOVSCHUR), "EPSSetType");
-    check(EPSSetTarget(eps.h, PetscScalar(0.0)), "EPSSetTarget");
-    check(EPSSetWhichEigenpairs(eps.h, EPS_TARGET_MAGNITUDE), "EPSSetWhichEigenpairs");
-    PetscInt order = 0;
-    check(MatGetSize(L0, &order, nullptr), "MatGetSize");
-    // Both members of every conjugate pair are equally near 0.
-    check(EPSSetDimensions(eps.h, std::min<PetscInt>(order, 2 * count), PETSC_DEFAULT, PETSC_DEFAULT),
-          "EPSSetDimensions");
-    check(EPSSetTolerances(eps.h, 1e-4, 1), "EPSSetTolerances");
-    ST st;
-    check(EPSGetST(eps.h, &st), "EPSGetST");
-    check(STSetType(st, STSINVERT), "STSetType");
-    RitzValues ritz;
-    ritz.st = st;
-    check(EPSMonitorSet(eps.h, ritz_monitor, &ritz, nullptr), "EPSMonitorSet");
-    KSP ksp;
-    check(STGetKSP(st, &ksp), "STGetKSP");
-    PC pc;
-    check(KSPGetPC(ksp, &pc), "KSPGetPC");
-    check(KSPSetType(ksp, KSPPREONLY), "KSPSetType");
-    check(PCSetType(pc, PCLU), "PCSetType");
-    check(PCFactorSetMatOrderingType(pc, MATORDERINGND), "PCFactorSetMatOrderingType");
-    check(EPSSolve(eps.h), "EPSSolve (the local part may be singular at 0)");
-    std::vector<std::pair<double, double>> f;  // frequency, error estimate
-    for (std::size_t i = 0; i < ritz.values.size(); ++i) {
-        const cplx k = ritz.values[i];
-        // Real values (a rounding-level imaginary part) are not frequencies.
-        if (k.imag() > 1e-3 * std::abs(k)) f.emplace_back(k.imag(), ritz.errors[i]);
-    }
-    std::sort(f.begin(), f.end());
-    // The lowest value places the shift: it must have settled (a Ritz value
-    // of a non-normal matrix far from converged can lie outside its
-    // spectrum); otherwise no band is reported and the shift stays at 0.
-    if (f.empty() || !(f.front().second <= kBandSettled)) return {0.0, 0.0};
-    return {f.front().first, static_cast<int>(f.size()) >= count ? f[count - 1].first : 0.0};
-}
-
 // Converged eigenpairs of one solve.
 struct Pairs {
     std::vector<cplx> lambda;
@@ -339,41 +95,6 @@ struct Pairs {
     int iterations = 0;
 };
 
-// What the hooks of one side's inner solves need: the incomplete LU of the
-// local part (the preconditioner: its triangular solves) and the turn they
-// give up (see Turn).
-struct InnerContext {
-    Mat factor = nullptr;
-    Turn* turn = nullptr;
-};
-
-PetscErrorCode inner_apply(PC pc, Vec x, Vec y) {
-    void* raw = nullptr;
-    if (const PetscErrorCode e = PCShellGetContext(pc, &raw)) return e;
-    const auto* c = static_cast<const InnerContext*>(raw);
-    const TurnGivenUp free_turn(c->turn);
-    return MatSolve(c->factor, x, y);
-}
-
-// An inner solve that stops short of its tolerance is an error.  (PETSc's
-// own check, KSPSetErrorIfNotConverged, looks at a process-wide count of
-// nested solves, which two solves side by side raise.)
-PetscErrorCode inner_converged(KSP ksp, Vec, Vec, void*) {
-    KSPConvergedReason reason = KSP_CONVERGED_ITERATING;
-    if (const PetscErrorCode e = KSPGetConvergedReason(ksp, &reason)) return e;
-    return reason < 0 ? PETSC_ERR_NOT_CONVERGED : 0;
-}
-
-// GMRES's orthogonalisation of its new basis vector (PETSc's classical
-// Gram-Schmidt, its default), with the turn given up: vector operations on
-// the side's own vectors and a reduction over the side's own communicator.
-PetscErrorCode orthogonalize(KSP ksp, PetscInt it) {
-    void* raw = nullptr;
-    if (const PetscErrorCode e = KSPGetApplicationContext(ksp, &raw)) return e;
-    const TurnGivenUp free_turn(static_cast<const InnerContext*>(raw)->turn);
-    return KSPGMRESClassicalGramSchmidtOrthogonalization(ksp, it);
-}
-
 // One Krylov-Schur solve with shift-and-invert, set up in full (the
 // incomplete LU included) by the constructor; solve() then runs it,
 // possibly beside another one.  Every call into PETSc holds `turn` (see
@@ -382,7 +103,7 @@ PetscErrorCode orthogonalize(KSP ksp, PetscInt it) {
 class KrylovSchur {
 public:
     KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, int levels, Turn& turn,
-                const char* label)
+                const char* label, const std::vector<std::vector<cplx>>& start = {})
         : n_(n), turn_(&turn) {
         const std::lock_guard<Turn> hold(turn);
         MPI_Comm comm = MPI_COMM_NULL;
@@ -397,6 +118,23 @@ public:
         // 5 to 10 % fewer products on the FMR problem and a 64 x 64 film.
         check(EPSSetDimensions(eps_.h, nev, std::min(n, std::max(2 * nev, nev + 30)), PETSC_DEFAULT),
               "EPSSetDimensions");
+        if (!start.empty()) {
+            // The first basis vectors: eigenvectors of a neighbouring problem.
+            std::vector<Vec> v;
+            for (const auto& s0 : start) {
+                if (static_cast<int>(s0.size()) != n) continue;
+                Vec x = nullptr;
+                check(MatCreateVecs(A, &x, nullptr), "MatCreateVecs");
+                v.push_back(x);
+                PetscScalar* px = nullptr;
+                check(VecGetArrayWrite(x, &px), "VecGetArrayWrite");
+                std::copy(s0.begin(), s0.end(), px);
+                check(VecRestoreArrayWrite(x, &px), "VecRestoreArrayWrite");
+            }
+            const PetscErrorCode e = EPSSetInitialSpace(eps_.h, static_cast<PetscInt>(v.size()), v.data());
+            for (Vec& x : v) VecDestroy(&x);
+            check(e, "EPSSetInitialSpace");
+        }
         check(EPSSetConvergenceTest(eps_.h, EPS_CONV_REL), "EPSSetConvergenceTest");
         // The Ritz estimate of the transformed problem is not the residual of
         // A itself: converge a decade tighter, then check with A.
@@ -623,130 +361,41 @@ void biorthogonalise(const std::vector<cplx>& lambda, std::vector<std::vector<cp
 
 }  // namespace
 
-// Switches the sanitizer build's leak checker off and on (no-op elsewhere).
-static void leak_check(bool on) {
-#if TORIX_LEAK_CHECKER
-    if (on)
-        __lsan_enable();
-    else
-        __lsan_disable();
-#else
-    (void)on;
-#endif
-}
-
-// A process that no MPI launcher started runs as a singleton of one rank.
-// Open MPI would then start a daemon process beside it and probe every
-// network transport it knows (0.3 s of each solve's start, and a second
-// process on a shared machine); one rank needs neither.  Settings the
-// environment makes are kept, and a launched job is left as the launcher
-// set it up.
-static void settle_singleton_mpi() {
-#if defined(OPEN_MPI)
-    for (const char* launched : {"OMPI_COMM_WORLD_SIZE", "PMIX_RANK", "PMI_RANK", "PMI_SIZE"})
-        if (std::getenv(launched) != nullptr) return;
-    setenv("OMPI_MCA_ess_singleton_isolated", "1", 0);
-    setenv("OMPI_MCA_pml", "ob1", 0);
-#endif
-}
-
-bool start_petsc() {
-    // PETSc and MPI are process-wide; they are started once and finished at
-    // exit.
-    static const bool concurrent = [] {
-        unsetenv("PETSC_OPTIONS");
-        unsetenv("PETSC_OPTIONS_YAML");
-        settle_singleton_mpi();
-        static char a0[] = "torix", a1[] = "-skip_petscrc", a2[] = "-no_signal_handler";
-        static char* args[] = {a0, a1, a2, nullptr};
-        int argc = 3;
-        char** argv = args;
-        // MPI's start keeps process-wide tables (some in plug-ins it loads
-        // and unloads) until the process ends: not leaks of ours, so the
-        // leak checker of the sanitizer build looks away while it runs.
-        leak_check(false);
-        // MPI is started here, not by PETSc, to ask for calls from several
-        // threads at once (the two sides' reductions, each on its own
-        // communicator: see Turn); PETSc then leaves its end to the program.
-        int mpi_running = 0, provided = MPI_THREAD_SINGLE;
-        MPI_Initialized(&mpi_running);
-        const bool own_mpi = !mpi_running;
-        if (own_mpi && MPI_Init_thread(&argc, &argv, MPI_THREAD_MULTIPLE, &provided) != MPI_SUCCESS) {
-            leak_check(true);
-            throw FatalError("SOLVE_MODES: MPI could not be started");
-        }
-        if (!own_mpi) MPI_Query_thread(&provided);
-        const PetscErrorCode started_ok = SlepcInitialize(&argc, &argv, nullptr, nullptr);
-        leak_check(true);
-        if (started_ok != 0) throw FatalError("SOLVE_MODES: PETSc/SLEPc could not be started");
-        PetscPushErrorHandler(PetscReturnErrorHandler, nullptr);
-        static bool finish_mpi = own_mpi;
-        std::atexit([] {
-            leak_check(false);
-            SlepcFinalize();
-            if (finish_mpi) MPI_Finalize();
-        });
-#if defined(PETSC_USE_DEBUG)
-        // A debugging build keeps a process-wide stack of the functions
-        // entered, which two threads would interleave even one at a time in
-        // PETSc (a thread enters MatSolve with the turn given up).
-        return false;
-#else
-        return provided >= MPI_THREAD_MULTIPLE;
-#endif
-    }();
-    return concurrent;
-}
-
-ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol, ModeOutput out) {
-    if (tol <= 0.0) tol = 1e-10;
-    const bool concurrent = start_petsc();
-    const int N = in.N, n = 2 * N;
-    // The right and the left solve are independent (the same shift and
-    // count): with two threads or more they run side by side, each on half
-    // of the threads with an operator of its own.  Most of a solve's work
-    // (the triangular solves of the incomplete LU, GMRES's
-    // orthogonalisation, the convolutions of a small grid) does not share
-    // out over threads within one solve.  Either way each side does the
-    // same arithmetic.
-    const int threads = omp_get_max_threads();
-    const bool together = threads >= 2 && concurrent;
-    const int each = together ? threads / 2 : threads;
-    // Both operators' transforms are planned here, for the threads each
-    // side will have.
-    std::optional<ModeOperator> op_right, twin;
-    {
-        omp_set_num_threads(each);
-        try {
-            op_right.emplace(in, each);
-            if (together) twin.emplace(*op_right, each);
-        } catch (...) {
-            omp_set_num_threads(threads);
-            throw;
-        }
-        omp_set_num_threads(threads);
+std::vector<std::vector<cplx>> mode_columns(const Array<cplx, 3>& modes, int nmodes) {
+    std::vector<std::vector<cplx>> v;
+    if (!modes.allocated()) return v;
+    const int N = modes.extent(0);
+    for (int p = 1; p <= std::min(nmodes, modes.extent(2)); ++p) {
+        v.emplace_back(2 * static_cast<std::size_t>(N));
+        for (int c = 1; c <= N; ++c)
+            for (int k = 1; k <= 2; ++k) v.back()[2 * (c - 1) + (k - 1)] = modes(c, k, p);
     }
-    const ModeOperator& op = *op_right;
-    if (!op.even_tensor())
-        throw FatalError("SOLVE_MODES: the interaction tensor is not symmetric and even under r -> -r, so the "
-                         "left vectors cannot be formed from its Fourier form (use SOLVE_MATRIX)");
-    const ModeOperator& op_left = twin ? *twin : op;
-    const SparseMatrix local = op.local_part(1, true);
+    return v;
+}
 
+ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left, const ComplexSparse& local, int layers,
+                               bool together, int each, int nmodes, double f0, double tol, ModeOutput out,
+                               const ModeStart* start) {
+    if (tol <= 0.0) tol = 1e-10;
+    const int n = op.order(), N = n / 2;
+    // Start vectors: right vectors for A; for A^T the conjugates of left
+    // vectors (A^T conj(u) = lambda conj(u)).
+    std::vector<std::vector<cplx>> start_right, start_left;
+    if (start != nullptr) {
+        start_right = start->right;
+        for (const auto& u : start->left) {
+            start_left.emplace_back(u.size());
+            for (std::size_t r = 0; r < u.size(); ++r) start_left.back()[r] = std::conj(u[r]);
+        }
+    }
     Turn turn;
     // The left solve's communicator, declared first: it is freed after the
     // objects that live on it.
     const OwnedComm left_comm;
     ShellContext right_ctx{&op, false, 0, &turn}, left_ctx{&op_left, true, 0, &turn};
     OwnedMat A, At, P, Pt;
-    check(MatCreateShell(PETSC_COMM_WORLD, n, n, n, n, &right_ctx, &A.h), "MatCreateShell");
-    check(MatShellSetOperation(A.h, MATOP_MULT, reinterpret_cast<void (*)(void)>(mult)), "MatShellSetOperation");
-    check(MatShellSetOperation(A.h, MATOP_MULT_TRANSPOSE, reinterpret_cast<void (*)(void)>(mult_transpose)),
-          "MatShellSetOperation");
-    check(MatCreateShell(left_comm.c, n, n, n, n, &left_ctx, &At.h), "MatCreateShell");
-    check(MatShellSetOperation(At.h, MATOP_MULT, reinterpret_cast<void (*)(void)>(mult)), "MatShellSetOperation");
-    check(MatShellSetOperation(At.h, MATOP_MULT_TRANSPOSE, reinterpret_cast<void (*)(void)>(mult_transpose)),
-          "MatShellSetOperation");
+    make_shell(PETSC_COMM_WORLD, n, &right_ctx, A);
+    make_shell(left_comm.c, n, &left_ctx, At);
     // Where the solve aims.  For the lowest modes (f0 = 0) a shift at 0 is
     // a poor one when the wanted modes form a narrow band well above 0 (the
     // ten lowest of a saturated film lie within 5 to 20 % of each other,
@@ -807,13 +456,13 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     // Side by side the left solve runs with each right one (a right solve
     // that must be repeated with a larger count costs a left one as well,
     // on the other thread); one after the other it runs once, after the last.
-    const int levels = fill_levels(in.nz + 1);
+    const int levels = fill_levels(layers);
     const auto make_left = [&](std::optional<KrylovSchur>& left) {
-        left.emplace(At.h, Pt.h, n, nev, sigma, tol, levels, turn, "left");
+        left.emplace(At.h, Pt.h, n, nev, sigma, tol, levels, turn, "left", start_left);
     };
     for (;;) {
         // Both solves are set up before either runs (see KrylovSchur).
-        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, turn, "right");
+        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, turn, "right", start_right);
         std::optional<KrylovSchur> left;
         if (together) make_left(left);
         side_by_side(together, each, [&] { right.solve(); }, [&] {
@@ -909,6 +558,41 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
     stats.products = right_ctx.products + left_ctx.products;
     stats.converged = kept;
     return stats;
+}
+
+ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol, ModeOutput out) {
+    const bool concurrent = start_petsc();
+    // The right and the left solve are independent (the same shift and
+    // count): with two threads or more they run side by side, each on half
+    // of the threads with an operator of its own.  Most of a solve's work
+    // (the triangular solves of the incomplete LU, GMRES's
+    // orthogonalisation, the convolutions of a small grid) does not share
+    // out over threads within one solve.  Either way each side does the
+    // same arithmetic.
+    const int threads = omp_get_max_threads();
+    const bool together = threads >= 2 && concurrent;
+    const int each = together ? threads / 2 : threads;
+    // Both operators' transforms are planned here, for the threads each
+    // side will have.
+    std::optional<ModeOperator> op_right, twin;
+    {
+        omp_set_num_threads(each);
+        try {
+            op_right.emplace(in, each);
+            if (together) twin.emplace(*op_right, each);
+        } catch (...) {
+            omp_set_num_threads(threads);
+            throw;
+        }
+        omp_set_num_threads(threads);
+    }
+    const ModeOperator& op = *op_right;
+    if (!op.even_tensor())
+        throw FatalError("SOLVE_MODES: the interaction tensor is not symmetric and even under r -> -r, so the "
+                         "left vectors cannot be formed from its Fourier form (use SOLVE_MATRIX)");
+    const ModeOperator& op_left = twin ? *twin : op;
+    return solve_mode_products(op, op_left, complex_sparse(op.local_part(1, true)), in.nz + 1, together, each, nmodes,
+                               f0, tol, out);
 }
 
 }  // namespace torix

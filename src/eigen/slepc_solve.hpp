@@ -14,9 +14,11 @@
 // increasing f, A v = (-g + i f) v, u^H A = (-g + i f) u^H, vectors of unit
 // norm with their largest component real and positive.
 #include <cstdint>
+#include <vector>
 
 #include "eigen/dense_solve.hpp"
 #include "eigen/dynamic_matrix.hpp"
+#include "eigen/mode_product.hpp"
 
 namespace torix {
 
@@ -38,6 +40,26 @@ struct ModesStats {
 // after the solve has finished.  Errors of PETSc or SLEPc end in FatalError
 // ("SOLVE_MODES: ...").  Starts PETSc on first use (see start_petsc).
 ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol, ModeOutput out);
+
+// The solve itself, for any operator: op for the right vectors, op_left
+// (op or a twin of it with work buffers of its own, when `together`) for
+// the transposed products of the left ones, `local` the sparse local part
+// of op for the preconditioner (of a grid of `layers` layers of cells).
+// `together`: the two sides run side by side, each on `each` threads (as
+// start_petsc allows).  The rest as for solve_modes.
+// Vectors to start the Krylov bases from (the modes of a neighbouring
+// problem, e.g. the last wave vector of a dispersion): right vectors and
+// left vectors u (u^H A = lambda u^H), each of length 2N (row 2(n-1)+c-1
+// for cell n, component c); vectors of another length are ignored.
+struct ModeStart {
+    std::vector<std::vector<cplx>> right, left;
+};
+// The vectors of a ModeSet (1:N, 1:2, 1:nmodes) in that form.
+std::vector<std::vector<cplx>> mode_columns(const Array<cplx, 3>& modes, int nmodes);
+
+ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left, const ComplexSparse& local, int layers,
+                               bool together, int each, int nmodes, double f0, double tol, ModeOutput out,
+                               const ModeStart* start = nullptr);
 
 // Starts PETSc and SLEPc once per process, closed to the environment: no
 // PETSC_OPTIONS, no option files, no signal handlers, errors returned to the

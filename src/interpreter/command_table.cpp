@@ -74,6 +74,7 @@ constexpr Command kCommands[] = {
     {"PLOT_MODES", cmd_plot_modes},
     {"SOLVE_MODES", cmd_solve_modes},
     {"SET_PERIODIC", cmd_set_periodic},
+    {"SET_WAVEVECTOR", cmd_set_wavevector},
     {"END", nullptr},
 };
 

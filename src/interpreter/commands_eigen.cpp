@@ -15,6 +15,8 @@
 #include "core/memory.hpp"
 #include "core/records.hpp"
 #include "eigen/arnoldi.hpp"
+#include "eigen/bloch_dense.hpp"
+#include "eigen/bloch_modes.hpp"
 #include "eigen/deg.hpp"
 #include "eigen/dense_solve.hpp"
 #include "eigen/eigen_files.hpp"
@@ -78,9 +80,31 @@ MatrixInput matrix_input(const ModelState& st) {
 
 ModeOutput mode_output(ModelState& st) { return ModeOutput{st.nmodes, st.W, st.PHASES, st.ZOUT, st.MODES, st.MODESL}; }
 
-void save_both(const ModelState& st) {
+// The wave vector of the following solves must still lie along periodic
+// axes (SET_PERIODIC may have come after SET_WAVEVECTOR), and a Bloch solve
+// needs the nearest-neighbour blocks of the tensor.
+void check_wavevector(const ModelState& st) {
+    if (is_zero(st.wavevector)) return;
+    if (!wavevector_allowed(st.periodic, st.wavevector))
+        throw FatalError(st.LINER + ": the wave vector of SET_WAVEVECTOR has a component along an axis that is not "
+                                    "periodic (SET_PERIODIC)");
+    if (!st.neighbours.allocated())
+        throw FatalError(st.LINER + ": the tensor's nearest-neighbour blocks are not known (TENSOR_CREATE or "
+                                    "TENSOR_LOAD after SET_PERIODIC)");
+}
+
+BlochProblem bloch_problem(const ModelState& st) {
+    return BlochProblem{matrix_input(st), st.neighbours,
+                        Lattice{st.periodic, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz}, st.wavevector};
+}
+
+// The eigen files, and beside them the wave vector of the modes (see
+// eigen_files.hpp); a solve at k = 0 removes an older record.
+void save_both(ModelState& st) {
     savemodes(st.nmodes, st.ncells, st.NUM, st.MASQUE, st.nx, st.ny, st.nz, "eig.dat", st.W, st.MODES);
     savemodes(st.nmodes, st.ncells, st.NUM, st.MASQUE, st.nx, st.ny, st.nz, "eigl.dat", st.W, st.MODESL);
+    save_mode_wavevector(kEigenWavevectorFile, st.wavevector);
+    st.mode_wavevector = st.wavevector;
 }
 
 }  // namespace
@@ -101,8 +125,9 @@ void cmd_solve_matrix(Session& s) {
     ModelState& st = s.st;
     if (!st.numbered) build_numbering(st, st.s1, st.s2, st.s3);
     check_inputs(st);
-    check_dense_size(st, 4);
-    calcmatrix(matrix_input(st), nsel, mode_output(st));
+    check_wavevector(st);
+    check_dense_size(st, is_zero(st.wavevector) ? 4 : 8);
+    calcmatrix_bloch(bloch_problem(st), nsel, mode_output(st));
     save_both(st);
     s.ack();
 }
@@ -127,6 +152,9 @@ void cmd_solve_matrix_ar(Session& s) {
         threshold = s.in.f64("the drop threshold");
     }
     ModelState& st = s.st;
+    if ((kind == 1 || kind == 2) && !is_zero(st.wavevector))
+        throw FatalError(st.LINER + ": the Arnoldi solves work at k = 0 only (SOLVE_MATRIX or SOLVE_MODES solve at "
+                                    "the wave vector of SET_WAVEVECTOR)");
     if (kind == 1 || kind == 2) {
         if (!st.numbered) build_numbering(st, st.s1, st.s2, st.s3);
         check_inputs(st);
@@ -204,6 +232,25 @@ void cmd_eigen_load(Session& s) {
     st.MODESL = std::move(L);
     st.PHASES.allocate({Range{1, m1}}, 0.0);
     st.ZOUT.allocate({Range{1, m1}}, 0.0);
+    st.mode_wavevector = load_mode_wavevector(kEigenWavevectorFile);
+    s.ack();
+}
+
+// Line: kx, ky, kz (rad/cm), along periodic axes only.
+void cmd_set_wavevector(Session& s) {
+    s.line();
+    ModelState& st = s.st;
+    std::array<double, 3> k{};
+    const char* what[3] = {"kx (rad/cm)", "ky (rad/cm)", "kz (rad/cm)"};
+    for (int a = 0; a < 3; ++a) {
+        k[a] = s.in.f64(what[a]);
+        if (!std::isfinite(k[a])) s.in.fail(std::string("expected a finite ") + what[a]);
+    }
+    for (int a = 0; a < 3; ++a)
+        if (k[a] != 0.0 && !st.periodic.along(a))
+            s.in.fail(std::string("expected a wave vector along periodic axes only, found ") + what[a] +
+                      " nonzero while axis " + "xyz"[a] + " is not periodic (SET_PERIODIC)");
+    st.wavevector = k;
     s.ack();
 }
 
@@ -221,11 +268,12 @@ void cmd_solve_modes(Session& s) {
     if (!std::isfinite(tol)) throw FatalError(k + ": expected a finite tolerance");
     if (!st.numbered) build_numbering(st, st.s1, st.s2, st.s3);
     check_inputs(st);
+    check_wavevector(st);
     if (nsel < 1 || nsel > st.ncells)
         throw FatalError(k + ": expected a number of modes between 1 and " + std::to_string(st.ncells) +
                          " (the numbered cells), found " + std::to_string(nsel));
     const std::clock_t t0 = std::clock();
-    const ModesStats r = solve_modes(matrix_input(st), nsel, f0, tol, mode_output(st));
+    const ModesStats r = solve_modes_bloch(bloch_problem(st), nsel, f0, tol, mode_output(st));
     save_both(st);
     say("modes", r.converged, "operator products", r.products, "inner iterations", r.inner_iterations, "restarts",
         r.outer_iterations, "shift", r.shift, "worst residual", r.worst_residual);

@@ -53,6 +53,7 @@ struct ModelState {
     // (1 polar, 2 azimuthal), mode p.
     int nmodes = 0;
     Array<double, 2> W;
+    std::array<double, 3> mode_wavevector{0.0, 0.0, 0.0};  // k of the ModeSet (rad/cm)
     Array<double, 1> PHASES, ZOUT;
     Array<cplx, 3> MODES, MODESL;
     Array<double, 2> D, V;

@@ -68,6 +68,7 @@ void cmd_eigen_save_text(Session&);
 void cmd_omega_print(Session&);
 void cmd_eigen_load(Session&);
 void cmd_solve_modes(Session&);
+void cmd_set_wavevector(Session&);
 // commands_output.cpp
 void cmd_set_hrf(Session&);
 void cmd_calc_c(Session&);

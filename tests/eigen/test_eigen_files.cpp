@@ -115,6 +115,22 @@ TEST(EigenFiles, ReadBackAndNumbering) {
     EXPECT_EQ(num(1, 0, 0), 0);
 }
 
+TEST(EigenFiles, WavevectorBesideTheModes) {
+    // Written at k != 0 and read back to the bit; a solve at k = 0 removes
+    // it (no file reads as k = 0); a damaged file names itself and its line.
+    TempDir dir;
+    const std::string f = (dir / "eigk.txt").string();
+    const std::array<double, 3> k{0.1 + 0.2, -3.0e5 / 7.0, 0.0};
+    save_mode_wavevector(f, k);
+    EXPECT_EQ(load_mode_wavevector(f), k);
+    save_mode_wavevector(f, {0.0, 0.0, 0.0});
+    EXPECT_FALSE(std::filesystem::exists(f));
+    EXPECT_EQ(load_mode_wavevector(f), (std::array<double, 3>{0.0, 0.0, 0.0}));
+    std::ofstream(f) << "# comment\n1.0 x 2.0\n";
+    EXPECT_EQ(fatal_message([&] { load_mode_wavevector(f); }),
+              f + ": line 2: expected three reals kx ky kz (rad/cm), found \"1.0 x 2.0\"");
+}
+
 TEST(EigenFiles, CorruptFilesNameFileAndRecord) {
     TempDir dir;
     Small s;

@@ -1,0 +1,39 @@
+#pragma once
+// What the matrix-free solve needs of an operator of order 2N: its
+// products with a complex vector and with the transposed operator, and a
+// sparse local part of it for the preconditioner.
+#include <cstdint>
+#include <vector>
+
+#include "core/array.hpp"
+#include "eigen/dynamic_matrix.hpp"
+
+namespace torix {
+
+class ModeProduct {
+public:
+    virtual ~ModeProduct() = default;
+    [[nodiscard]] virtual int order() const = 0;
+    // y = A x and y = A^T x (x, y of length order(), not overlapping).
+    virtual void apply(const cplx* x, cplx* y) const = 0;
+    virtual void apply_transpose(const cplx* x, cplx* y) const = 0;
+
+protected:
+    ModeProduct() = default;
+    ModeProduct(const ModeProduct&) = default;
+    ModeProduct& operator=(const ModeProduct&) = default;
+};
+
+// A sparse complex matrix of order n sorted by row, then column: row r
+// holds the entries row_start[r] .. row_start[r+1]-1, columns 0-based.
+struct ComplexSparse {
+    int n = 0;
+    std::vector<std::int64_t> row_start;
+    std::vector<std::int32_t> col;
+    std::vector<cplx> val;
+};
+
+// The same matrix with complex entries.
+ComplexSparse complex_sparse(const SparseMatrix& S);
+
+}  // namespace torix

@@ -1,0 +1,170 @@
+// The preconditioner of the inner solves: the sparse local part as a PETSc
+// matrix, the band of its lowest frequencies, the hooks of GMRES.
+#include <algorithm>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "eigen/slepc_parts.hpp"
+
+namespace torix::slepc {
+
+// Fill levels of the incomplete LU that preconditions the inner solves, by
+// the layers of cells of the grid.  Each level adds far more entries to a
+// factor of a three-dimensional stencil than to one of a single layer, so
+// the best level falls with the layers.  Against the exact LU (nested
+// dissection), wall time on films of 100 x 100 and 200 x 200 cells in one
+// layer: ILU(4) 0.62 and 0.59, ILU(6) 0.57 and 0.53, ILU(8) or (9) 0.59 and
+// 0.61, with 8 % and 15 % more operator products for ILU(6).  Inner solves
+// of both sides on one thread, seconds for ILU(0, 1, 2, 3, 6): FMR problem
+// (24 x 24 x 2 cells) 1.78, 1.57, 1.45, 1.49, 1.60; 70 x 70 x 2 cells -,
+// 13.6, 13.4, 14.4, 14.6; 50 x 50 x 4 cells 16.8, 16.3, 19.2, 20.8, 31.3; a
+// 100 x 100 film in one layer 9.7 with ILU(2) against 8.1 with ILU(6).
+int fill_levels(int layers) { return layers <= 1 ? 6 : layers == 2 ? 2 : 1; }
+
+// The sparse local part with -sigma on the diagonal, as a PETSc matrix.
+//
+// Stored in 2 x 2 blocks (one per pair of numbers), so that the LU and ILU
+// factorisations pivot on whole blocks: without damping a number's diagonal
+// block is [[0, b], [c, 0]] at a shift of 0, a zero pivot for a scalar
+// factorisation though the block is regular.
+void local_matrix(const ComplexSparse& S, PetscScalar sigma, OwnedMat& P, MPI_Comm comm) {
+    const PetscInt n = S.n;
+    check(MatCreate(comm, &P.h), "MatCreate");
+    check(MatSetSizes(P.h, n, n, n, n), "MatSetSizes");
+    check(MatSetType(P.h, MATBAIJ), "MatSetType");
+    // Both rows of a number hold the same source numbers, two columns each.
+    std::vector<PetscInt> nnz(static_cast<std::size_t>(n / 2));
+    for (PetscInt b = 0; b < n / 2; ++b) nnz[b] = static_cast<PetscInt>(S.row_start[2 * b + 1] - S.row_start[2 * b]) / 2;
+    check(MatSeqBAIJSetPreallocation(P.h, 2, 0, nnz.data()), "MatSeqBAIJSetPreallocation");
+    check(MatMPIBAIJSetPreallocation(P.h, 2, 0, nnz.data(), 0, nullptr), "MatMPIBAIJSetPreallocation");
+    std::vector<PetscInt> cols;
+    std::vector<PetscScalar> vals;
+    for (PetscInt r = 0; r < n; ++r) {
+        cols.clear(), vals.clear();
+        for (std::int64_t k = S.row_start[r]; k < S.row_start[r + 1]; ++k) {
+            cols.push_back(S.col[k]);
+            vals.push_back(S.val[k] - (S.col[k] == r ? sigma : PetscScalar(0.0)));
+        }
+        check(MatSetValues(P.h, 1, &r, static_cast<PetscInt>(cols.size()), cols.data(), vals.data(), INSERT_VALUES),
+              "MatSetValues");
+    }
+    check(MatAssemblyBegin(P.h, MAT_FINAL_ASSEMBLY), "MatAssemblyBegin");
+    check(MatAssemblyEnd(P.h, MAT_FINAL_ASSEMBLY), "MatAssemblyEnd");
+}
+
+namespace {
+
+// The Ritz values of the last Krylov-Schur iteration, converged or not,
+// back-transformed (the monitor sees those of the spectral transformation).
+struct RitzValues {
+    ST st = nullptr;
+    std::vector<cplx> values;
+    std::vector<double> errors;  // SLEPc's error estimates of the values
+};
+
+PetscErrorCode ritz_monitor(EPS, PetscInt, PetscInt, PetscScalar* eigr, PetscScalar* eigi, PetscReal* errest,
+                            PetscInt nest, void* ctx) {
+    auto* r = static_cast<RitzValues*>(ctx);
+    try {
+        r->values.clear();
+        r->errors.clear();
+        for (PetscInt i = 0; i < nest; ++i) {
+            PetscScalar re = eigr[i], im = eigi[i];
+            if (const PetscErrorCode e = STBackTransform(r->st, 1, &re, &im)) return e;
+            r->values.push_back(re);
+            r->errors.push_back(errest[i]);
+        }
+    } catch (const std::bad_alloc&) {
+        return PETSC_ERR_MEM;
+    }
+    return 0;
+}
+
+}  // namespace
+
+// The band of the sparse local part: its lowest positive frequency and the
+// count-th lowest (0 where there are fewer), from one Krylov-Schur pass
+// (2 count values, SLEPc's default basis, no restart) with
+// shift-and-invert at 0 whose inner solves are the exact LU of the local
+// part: triangular solves only, no convolution (faster here than GMRES with
+// the incomplete LU: 8.3 s against 10.9 s on a 200 x 200 film).  The band
+// only places the shift of the real solve, and it takes the Ritz values of
+// that one pass, converged or not.  The lowest frequency is the extreme
+// value of the inverse, the first to converge: after one pass it equals the
+// converged value to 0.1 Oe on the FMR problem and films of 100 x 100 and
+// 200 x 200 cells.  The count-th comes out too high if anything (2807 Oe
+// against 2122 Oe on the 200 x 200 film, whose band the converged run took
+// 11 passes and 6 s to resolve), which can only keep a narrow band's shift
+// at 0, never misplace it.
+constexpr double kBandSettled = 1e-2;  // largest error estimate of the lowest value the band uses
+std::array<double, 2> local_band(Mat L0, int count) {
+    OwnedEPS eps;
+    check(EPSCreate(PETSC_COMM_WORLD, &eps.h), "EPSCreate");
+    check(EPSSetOperators(eps.h, L0, nullptr), "EPSSetOperators");
+    check(EPSSetProblemType(eps.h, EPS_NHEP), "EPSSetProblemType");
+    check(EPSSetType(eps.h, EPSKRYLOVSCHUR), "EPSSetType");
+    check(EPSSetTarget(eps.h, PetscScalar(0.0)), "EPSSetTarget");
+    check(EPSSetWhichEigenpairs(eps.h, EPS_TARGET_MAGNITUDE), "EPSSetWhichEigenpairs");
+    PetscInt order = 0;
+    check(MatGetSize(L0, &order, nullptr), "MatGetSize");
+    // Both members of every conjugate pair are equally near 0.
+    check(EPSSetDimensions(eps.h, std::min<PetscInt>(order, 2 * count), PETSC_DEFAULT, PETSC_DEFAULT),
+          "EPSSetDimensions");
+    check(EPSSetTolerances(eps.h, 1e-4, 1), "EPSSetTolerances");
+    ST st;
+    check(EPSGetST(eps.h, &st), "EPSGetST");
+    check(STSetType(st, STSINVERT), "STSetType");
+    RitzValues ritz;
+    ritz.st = st;
+    check(EPSMonitorSet(eps.h, ritz_monitor, &ritz, nullptr), "EPSMonitorSet");
+    KSP ksp;
+    check(STGetKSP(st, &ksp), "STGetKSP");
+    PC pc;
+    check(KSPGetPC(ksp, &pc), "KSPGetPC");
+    check(KSPSetType(ksp, KSPPREONLY), "KSPSetType");
+    check(PCSetType(pc, PCLU), "PCSetType");
+    check(PCFactorSetMatOrderingType(pc, MATORDERINGND), "PCFactorSetMatOrderingType");
+    check(EPSSolve(eps.h), "EPSSolve (the local part may be singular at 0)");
+    std::vector<std::pair<double, double>> f;  // frequency, error estimate
+    for (std::size_t i = 0; i < ritz.values.size(); ++i) {
+        const cplx k = ritz.values[i];
+        // Real values (a rounding-level imaginary part) are not frequencies.
+        if (k.imag() > 1e-3 * std::abs(k)) f.emplace_back(k.imag(), ritz.errors[i]);
+    }
+    std::sort(f.begin(), f.end());
+    // The lowest value places the shift: it must have settled (a Ritz value
+    // of a non-normal matrix far from converged can lie outside its
+    // spectrum); otherwise no band is reported and the shift stays at 0.
+    if (f.empty() || !(f.front().second <= kBandSettled)) return {0.0, 0.0};
+    return {f.front().first, static_cast<int>(f.size()) >= count ? f[count - 1].first : 0.0};
+}
+
+PetscErrorCode inner_apply(PC pc, Vec x, Vec y) {
+    void* raw = nullptr;
+    if (const PetscErrorCode e = PCShellGetContext(pc, &raw)) return e;
+    const auto* c = static_cast<const InnerContext*>(raw);
+    const TurnGivenUp free_turn(c->turn);
+    return MatSolve(c->factor, x, y);
+}
+
+// An inner solve that stops short of its tolerance is an error.  (PETSc's
+// own check, KSPSetErrorIfNotConverged, looks at a process-wide count of
+// nested solves, which two solves side by side raise.)
+PetscErrorCode inner_converged(KSP ksp, Vec, Vec, void*) {
+    KSPConvergedReason reason = KSP_CONVERGED_ITERATING;
+    if (const PetscErrorCode e = KSPGetConvergedReason(ksp, &reason)) return e;
+    return reason < 0 ? PETSC_ERR_NOT_CONVERGED : 0;
+}
+
+// GMRES's orthogonalisation of its new basis vector (PETSc's classical
+// Gram-Schmidt, its default), with the turn given up: vector operations on
+// the side's own vectors and a reduction over the side's own communicator.
+PetscErrorCode orthogonalize(KSP ksp, PetscInt it) {
+    void* raw = nullptr;
+    if (const PetscErrorCode e = KSPGetApplicationContext(ksp, &raw)) return e;
+    const TurnGivenUp free_turn(static_cast<const InnerContext*>(raw)->turn);
+    return KSPGMRESClassicalGramSchmidtOrthogonalization(ksp, it);
+}
+
+}  // namespace torix::slepc
