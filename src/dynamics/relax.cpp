@@ -36,16 +36,23 @@ void ensure(VecGrid& v, int nx, int ny, int nz) {
 
 void field_by_method(int method, const VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP,
                      double s, const IntGrid& mask, const TensorArray& AIJ, const FourierTensor& AIJ_FFT, VecGrid& H,
-                     int nx, int ny, int nz, int n) {
+                     int nx, int ny, int nz, int n, const LocalTerms& terms) {
+    const bool local = !terms.empty();
+    const std::array<double, 3> mp = local ? std::array<double, 3>{0.0, 0.0, 0.0} : MP;
+    const double sv = local ? 0.0 : s;
     if (method == kMethodDirect)
-        calcfields(M, MS, MP, s, mask, AIJ, H, nx, ny, nz, n);
+        calcfields(M, MS, mp, sv, mask, AIJ, H, nx, ny, nz, n);
     else
-        calcfieldsfft(M, MS, MP, s, mask, AIJ_FFT, H, nx, ny, nz, n);
+        calcfieldsfft(M, MS, mp, sv, mask, AIJ_FFT, H, nx, ny, nz, n);
+    if (!local) return;
+    add_local_fields(terms, M, MS, mask, H);
+    add_vector_product_term(M, MS, MP, s, mask, H);
 }
 
 double relax(VecGrid& M, VecGrid& H, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s,
              const TensorArray& AIJ, const IntGrid& MASQUE, int nx, int ny, int nz, int n, double alpha,
-             double threshold, int method, const FourierTensor& AIJ_FFT, VecGrid& Mprev, long max_passes) {
+             double threshold, int method, const FourierTensor& AIJ_FFT, VecGrid& Mprev, long max_passes,
+             const LocalTerms& terms) {
     const std::ptrdiff_t np = points(nx, ny, nz);
     const VecGrid happ = H;  // the applied field, put back before every evaluation
     VecGrid hcopy = H;
@@ -65,7 +72,7 @@ double relax(VecGrid& M, VecGrid& H, const Array<double, 1>& MS, const std::arra
         return -e / static_cast<double>(ncell);
     };
 
-    field_by_method(method, M, MS, MP, s, MASQUE, AIJ, AIJ_FFT, H, nx, ny, nz, n);
+    field_by_method(method, M, MS, MP, s, MASQUE, AIJ, AIJ_FFT, H, nx, ny, nz, n, terms);
     double energy = energy_with(H);
     if (!(threshold < 1.0e10)) return energy;
 
@@ -79,7 +86,7 @@ double relax(VecGrid& M, VecGrid& H, const Array<double, 1>& MS, const std::arra
         Mprev = M;
         hcopy = H;
         H = happ;
-        field_by_method(method, M, MS, MP, s, MASQUE, AIJ, AIJ_FFT, H, nx, ny, nz, n);
+        field_by_method(method, M, MS, MP, s, MASQUE, AIJ, AIJ_FFT, H, nx, ny, nz, n, terms);
         alignfields(M, H, Mprev, MS, MASQUE, alpha, nx, ny, nz);
         const double* m = M.data();
         const double* mp = Mprev.data();
@@ -147,6 +154,11 @@ void calctorque(const VecGrid& M, const VecGrid& H, VecGrid& T, const IntGrid& m
 }
 
 double energy_measure(const VecGrid& M, const VecGrid& H, const VecGrid& Happ, const IntGrid& mask) {
+    return energy_measure(M, H, Happ, mask, Array<double, 1>{}, LocalTerms::none());
+}
+
+double energy_measure(const VecGrid& M, const VecGrid& H, const VecGrid& Happ, const IntGrid& mask,
+                      const Array<double, 1>& MS, const LocalTerms& terms) {
     const std::ptrdiff_t np = static_cast<std::ptrdiff_t>(mask.size());
     const double* m = M.data();
     const double* h = H.data();
@@ -160,12 +172,13 @@ double energy_measure(const VecGrid& M, const VecGrid& H, const VecGrid& Happ, c
         ++ncell;
         for (int c = 0; c < 3; ++c) e += m[p + c * np] * (h[p + c * np] + a[p + c * np]);
     }
+    if (!terms.empty()) e -= 2.0 * local_energy_correction(terms, M, MS, mask);
     return -0.5 * e / static_cast<double>(ncell);
 }
 
 void iterate(VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s, const IntGrid& mask,
              const TensorArray& AIJ, const FourierTensor& AIJ_FFT, const Drive& drive, VecGrid& H, int nx, int ny,
-             int nz, int n, int method, double t, double dt, double& E, RkWork& w) {
+             int nz, int n, int method, double t, double dt, double& E, RkWork& w, const LocalTerms& terms) {
     const std::ptrdiff_t np = points(nx, ny, nz);
     for (VecGrid* v : {&w.M0, &w.Mt, &w.acc, &w.k, &w.happ}) ensure(*v, nx, ny, nz);
     w.M0 = M;
@@ -181,7 +194,7 @@ void iterate(VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>
     for (int st = 0; st < 4; ++st) {
         const VecGrid& state = st == 0 ? w.M0 : w.Mt;
         inith(drive.HINIT, drive.HRF, drive.rf_set, drive.omega, stage_t[st], H, nx, ny, nz);
-        field_by_method(method, state, MS, MP, s, mask, AIJ, AIJ_FFT, H, nx, ny, nz, n);
+        field_by_method(method, state, MS, MP, s, mask, AIJ, AIJ_FFT, H, nx, ny, nz, n, terms);
         calctorque(state, H, w.k, mask, nx, ny, nz);
         const double wt = weight[st];
         const double h = st < 3 ? next[st] : 0.0;
@@ -204,14 +217,14 @@ void iterate(VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>
     rescale_to_ms(M, MS, mask);
     inith(drive.HINIT, drive.HRF, drive.rf_set, drive.omega, t + dt, w.happ, nx, ny, nz);
     H = w.happ;
-    field_by_method(method, M, MS, MP, s, mask, AIJ, AIJ_FFT, H, nx, ny, nz, n);
-    E = energy_measure(M, H, w.happ, mask);
+    field_by_method(method, M, MS, MP, s, mask, AIJ, AIJ_FFT, H, nx, ny, nz, n, terms);
+    E = energy_measure(M, H, w.happ, mask, MS, terms);
 }
 
 double relaxrk4(VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP, const IntGrid& MASQUE,
                 int nx, int ny, int nz, int n, double s, double timescale, double dt, const TensorArray& AIJ,
                 const FourierTensor& AIJ_FFT, VecGrid& H, int method, double threshold, const VecGrid& HINIT,
-                const CVecGrid& HRF, VecGrid& Mbest) {
+                const CVecGrid& HRF, VecGrid& Mbest, const LocalTerms& terms) {
     ensure(Mbest, nx, ny, nz);
     Mbest.fill(0.0);
     double best = 1.0e200, previous = 0.0, t = 0.0, E = 0.0;
@@ -222,7 +235,7 @@ double relaxrk4(VecGrid& M, const Array<double, 1>& MS, const std::array<double,
     Progress progress("Runge-Kutta relaxation");
     long steps = 0;
     for (;;) {
-        iterate(M, MS, MP, s, MASQUE, AIJ, AIJ_FFT, drive, H, nx, ny, nz, n, method, t, dt, E, work);
+        iterate(M, MS, MP, s, MASQUE, AIJ, AIJ_FFT, drive, H, nx, ny, nz, n, method, t, dt, E, work, terms);
         say(t / timescale, E);
         ++steps;
         if (progress.due())

@@ -13,6 +13,7 @@
 
 #include "core/array.hpp"
 #include "dynamics/fft_field.hpp"
+#include "dynamics/local_terms.hpp"
 
 namespace torix {
 
@@ -20,10 +21,14 @@ namespace torix {
 inline constexpr int kMethodDirect = 1;
 inline constexpr int kMethodFft = 2;
 
-// Adds the field of M to H by the method flag (calcfields or calcfieldsfft).
+// Adds the field of M to H by the method flag (calcfields or calcfieldsfft),
+// and the field of the local terms after the tensor field; the
+// vector-product term then sees the whole field.  Every route that evaluates
+// the field (relaxations, EXEC, the automatic time step, CALC_FIELD) comes
+// through here.
 void field_by_method(int method, const VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP,
                      double s, const IntGrid& mask, const TensorArray& AIJ, const FourierTensor& AIJ_FFT, VecGrid& H,
-                     int nx, int ny, int nz, int n);
+                     int nx, int ny, int nz, int n, const LocalTerms& terms = LocalTerms::none());
 
 // Damped alignment.  H holds the applied field on entry; it is kept and put
 // back into H before every field evaluation.  Each pass: M turns part of the
@@ -39,7 +44,8 @@ void field_by_method(int method, const VecGrid& M, const Array<double, 1>& MS, c
 // command passes 0, no limit).
 double relax(VecGrid& M, VecGrid& H, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s,
              const TensorArray& AIJ, const IntGrid& MASQUE, int nx, int ny, int nz, int n, double alpha,
-             double threshold, int method, const FourierTensor& AIJ_FFT, VecGrid& Mprev, long max_passes = 0);
+             double threshold, int method, const FourierTensor& AIJ_FFT, VecGrid& Mprev, long max_passes = 0,
+             const LocalTerms& terms = LocalTerms::none());
 
 // Watch over the change measure of the damped alignment.  With too large an
 // alpha the alignment overshoots: the magnetization locks into a two-cycle
@@ -88,8 +94,12 @@ struct RkWork {
 // Mean over magnetic cells of the energy density -(1/2) M . (H + Happ),
 // H the full field of M and Happ the applied field: the dipolar, exchange
 // and anisotropy energy plus the Zeeman energy (erg/cm^3).  The
-// vector-product term of H is perpendicular to M and does not enter.
+// vector-product term of H is perpendicular to M and does not enter.  The
+// local terms in H, whose energy is not quadratic in M, are counted with
+// their own energy instead (local_energy_correction).
 double energy_measure(const VecGrid& M, const VecGrid& H, const VecGrid& Happ, const IntGrid& mask);
+double energy_measure(const VecGrid& M, const VecGrid& H, const VecGrid& Happ, const IntGrid& mask,
+                      const Array<double, 1>& MS, const LocalTerms& terms);
 
 // One classic fourth-order Runge-Kutta step of length dt from time t: stage
 // fields at t, t + dt/2, t + dt/2, t + dt (applied field from inith, then the
@@ -99,7 +109,8 @@ double energy_measure(const VecGrid& M, const VecGrid& H, const VecGrid& Happ, c
 // energy measure (energy_measure).
 void iterate(VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s, const IntGrid& mask,
              const TensorArray& AIJ, const FourierTensor& AIJ_FFT, const Drive& drive, VecGrid& H, int nx, int ny,
-             int nz, int n, int method, double t, double dt, double& E, RkWork& work);
+             int nz, int n, int method, double t, double dt, double& E, RkWork& work,
+             const LocalTerms& terms = LocalTerms::none());
 
 // Runge-Kutta relaxation (no driving field): steps of dt until the relative
 // fall of the energy measure, (Eprev - E) / |Eprev|, lies in (0, threshold)
@@ -109,6 +120,6 @@ void iterate(VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>
 double relaxrk4(VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP, const IntGrid& MASQUE,
                 int nx, int ny, int nz, int n, double s, double timescale, double dt, const TensorArray& AIJ,
                 const FourierTensor& AIJ_FFT, VecGrid& H, int method, double threshold, const VecGrid& HINIT,
-                const CVecGrid& HRF, VecGrid& Mbest);
+                const CVecGrid& HRF, VecGrid& Mbest, const LocalTerms& terms = LocalTerms::none());
 
 }  // namespace torix

@@ -15,7 +15,8 @@ namespace torix {
 
 void set_timestep(const VecGrid& HINIT, const CVecGrid& HRF, const Array<double, 1>& MS,
                   const std::array<double, 3>& MP, double s, const TensorArray& AIJ, const FourierTensor& AIJ_FFT,
-                  const IntGrid& MASQUE, int nx, int ny, int nz, int n, double& dt, double timescale) {
+                  const IntGrid& MASQUE, int nx, int ny, int nz, int n, double& dt, double timescale,
+                  const LocalTerms& terms) {
     VecGrid start = make_vec_grid(nx, ny, nz);
     initrandom(start, MS, MASQUE, nx, ny, nz);
     const Drive drive{HINIT, HRF, false, 0.0};
@@ -29,7 +30,7 @@ void set_timestep(const VecGrid& HINIT, const CVecGrid& HRF, const Array<double,
         if (q[p] != 0) ++ncell;
     if (ncell == 0) throw FatalError("SET_TIMESTEP: no magnetic cell to choose a time step for");
     const int method = ncell > 300 ? kMethodFft : kMethodDirect;
-    field_by_method(method, start, MS, MP, s, MASQUE, AIJ, AIJ_FFT, H, nx, ny, nz, n);
+    field_by_method(method, start, MS, MP, s, MASQUE, AIJ, AIJ_FFT, H, nx, ny, nz, n, terms);
 
     double hmax = 0.0;
     const double* h = H.data();
@@ -47,12 +48,12 @@ void set_timestep(const VecGrid& HINIT, const CVecGrid& HRF, const Array<double,
 
     const double T = 128.0 * dt;
     VecGrid ref = start;
-    fm(ref, MS, MP, s, MASQUE, AIJ, AIJ_FFT, drive, H, nx, ny, nz, n, method, T, dt, timescale, "test.dat");
+    fm(ref, MS, MP, s, MASQUE, AIJ, AIJ_FFT, drive, H, nx, ny, nz, n, method, T, dt, timescale, "test.dat", terms);
     VecGrid trial;
     while (2.0 * dt <= T * (1.0 + 1e-12)) {
         dt *= 2.0;
         trial = start;
-        fm(trial, MS, MP, s, MASQUE, AIJ, AIJ_FFT, drive, H, nx, ny, nz, n, method, T, dt, timescale, "");
+        fm(trial, MS, MP, s, MASQUE, AIJ, AIJ_FFT, drive, H, nx, ny, nz, n, method, T, dt, timescale, "", terms);
         const double* a = trial.data();
         const double* b = ref.data();
         double sum = 0.0;

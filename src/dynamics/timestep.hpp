@@ -4,6 +4,7 @@
 
 #include "core/array.hpp"
 #include "dynamics/fft_field.hpp"
+#include "dynamics/local_terms.hpp"
 
 namespace torix {
 
@@ -21,6 +22,7 @@ namespace torix {
 // returned through `dt`.  No magnetic cell or a zero field is a FatalError.
 void set_timestep(const VecGrid& HINIT, const CVecGrid& HRF, const Array<double, 1>& MS,
                   const std::array<double, 3>& MP, double s, const TensorArray& AIJ, const FourierTensor& AIJ_FFT,
-                  const IntGrid& MASQUE, int nx, int ny, int nz, int n, double& dt, double timescale);
+                  const IntGrid& MASQUE, int nx, int ny, int nz, int n, double& dt, double timescale,
+                  const LocalTerms& terms = LocalTerms::none());
 
 }  // namespace torix

@@ -31,7 +31,8 @@ std::array<double, 3> mean_reduced(const VecGrid& M, const Array<double, 1>& MS,
 
 int fm(VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s, const IntGrid& mask,
        const TensorArray& AIJ, const FourierTensor& AIJ_FFT, const Drive& drive, VecGrid& H, int nx, int ny, int nz,
-       int n, int method, double t_end, double dt, double timescale, const std::string& filename) {
+       int n, int method, double t_end, double dt, double timescale, const std::string& filename,
+       const LocalTerms& terms) {
     const int steps = t_end > 0.0 ? static_cast<int>(std::ceil(t_end / dt * (1.0 - 1e-9))) : 0;
     const bool write = !filename.empty();
     AtomicFile* file = nullptr;
@@ -47,13 +48,13 @@ int fm(VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP, 
         VecGrid happ = make_vec_grid(nx, ny, nz);
         inith(drive.HINIT, drive.HRF, drive.rf_set, drive.omega, 0.0, happ, nx, ny, nz);
         H = happ;
-        field_by_method(method, M, MS, MP, s, mask, AIJ, AIJ_FFT, H, nx, ny, nz, n);
-        line(0.0, energy_measure(M, H, happ, mask));
+        field_by_method(method, M, MS, MP, s, mask, AIJ, AIJ_FFT, H, nx, ny, nz, n, terms);
+        line(0.0, energy_measure(M, H, happ, mask, MS, terms));
     }
     for (int step = 0; step < steps; ++step) {
         const double t = step * dt;
         double E = 0.0;
-        iterate(M, MS, MP, s, mask, AIJ, AIJ_FFT, drive, H, nx, ny, nz, n, method, t, dt, E, work);
+        iterate(M, MS, MP, s, mask, AIJ, AIJ_FFT, drive, H, nx, ny, nz, n, method, t, dt, E, work, terms);
         if (write) line(t + dt, E);
     }
     if (write) owner->commit();

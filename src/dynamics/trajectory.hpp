@@ -22,7 +22,8 @@ namespace torix {
 // and H its field.  Returns the number of steps taken.
 int fm(VecGrid& M, const Array<double, 1>& MS, const std::array<double, 3>& MP, double s, const IntGrid& mask,
        const TensorArray& AIJ, const FourierTensor& AIJ_FFT, const Drive& drive, VecGrid& H, int nx, int ny, int nz,
-       int n, int method, double t_end, double dt, double timescale, const std::string& filename);
+       int n, int method, double t_end, double dt, double timescale, const std::string& filename,
+       const LocalTerms& terms = LocalTerms::none());
 
 // Mean of M / MS over the magnetic cells (zero without magnetic cells).
 std::array<double, 3> mean_reduced(const VecGrid& M, const Array<double, 1>& MS, const IntGrid& mask);

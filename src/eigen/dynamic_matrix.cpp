@@ -109,7 +109,31 @@ MagneticCells magnetic_cells(const MatrixInput& in) {
                 c.blk.push_back(cell_blocks(m, h, in.MS(mat), in.alpha, in.happ));
             }
     std::sort(c.materials.begin(), c.materials.end());
+    c.local.assign(c.size(), {});
+    if (in.terms != nullptr && !in.terms->empty()) {
+        // Grid point -> cell index.
+        const std::int64_t sx = in.nx + 1, sy = in.ny + 1;
+        std::vector<int> index(static_cast<std::size_t>(sx * sy * (in.nz + 1)), -1);
+        for (std::size_t k = 0; k < c.size(); ++k) index[c.x[k] + sx * (c.y[k] + sy * c.z[k])] = static_cast<int>(k);
+        for (const FieldJacobianBlock& b : local_jacobian(*in.terms, in.M, in.MS, in.MASQUE)) {
+            const int t = index[b.target], s = index[b.source];
+            c.local[t].push_back(LocalBlock{s, b.J});
+        }
+    }
     return c;
+}
+
+std::array<double, 4> local_block(const CellBlocks& target, const LocalBlock& b, const CellBlocks& source) {
+    const auto& G = target.G;
+    const auto& J = b.J;
+    const auto& Q = source.Q;
+    double E[6];  // G J (2x3)
+    for (int c = 0; c < 3; ++c) {
+        E[2 * c] = G[0] * J[3 * c] + G[2] * J[3 * c + 1] + G[4] * J[3 * c + 2];
+        E[2 * c + 1] = G[1] * J[3 * c] + G[3] * J[3 * c + 1] + G[5] * J[3 * c + 2];
+    }
+    return {E[0] * Q[0] + E[2] * Q[1] + E[4] * Q[2], E[1] * Q[0] + E[3] * Q[1] + E[5] * Q[2],
+            E[0] * Q[3] + E[2] * Q[4] + E[4] * Q[5], E[1] * Q[3] + E[3] * Q[4] + E[5] * Q[5]};
 }
 
 MatrixRows::MatrixRows(const MatrixInput& in) : N_(in.N), AIJ_(in.AIJ), c_(magnetic_cells(in)) {
@@ -153,6 +177,14 @@ void MatrixRows::rows(int n, double* buf) const {
             r2[col] += b21;
             r1[col + 1] += b12;
             r2[col + 1] += b22;
+        }
+        for (const LocalBlock& b : c_.local[i]) {
+            const auto B = local_block(c_.blk[i], b, c_.blk[b.source]);
+            const std::size_t col = 2 * static_cast<std::size_t>(c_.num[b.source] - 1);
+            r1[col] += B[0];
+            r2[col] += B[1];
+            r1[col + 1] += B[2];
+            r2[col + 1] += B[3];
         }
     }
     const double w = w_[n];

@@ -12,12 +12,15 @@
 // material, h_i the equilibrium effective field, c_i = m_i . happ / Ms_i.
 // Rows of a number carried by w grid cells are divided by w afterwards
 // (rows averaged, columns summed).  No gyromagnetic factor enters: the
-// eigenvalues are in Oe.
+// eigenvalues are in Oe.  The local field terms (local_terms.hpp) enter
+// through their Jacobian blocks J (dH/dM), each added exactly as a tensor
+// block D, as G_i J Q_j below.
 #include <array>
 #include <cstdint>
 #include <vector>
 
 #include "core/array.hpp"
+#include "dynamics/local_terms.hpp"
 
 namespace torix {
 
@@ -34,6 +37,7 @@ struct MatrixInput {
     const TensorArray& AIJ;
     const Array<std::int32_t, 1>& w;  // multiplicities 1..N
     int nx, ny, nz, N;
+    const LocalTerms* terms = nullptr;  // the field terms beside the tensor (none when null)
 };
 
 // Local frame of a magnetization vector: R (column-major, R[k + 3c] is row
@@ -53,17 +57,29 @@ struct CellBlocks {
 CellBlocks cell_blocks(const double m[3], const double h[3], double ms, double alpha,
                        const std::array<double, 3>& happ);
 
+// A Jacobian block of the local terms seen from its target cell: the
+// source cell (an index into MagneticCells) and dH(target)/dM(source).
+struct LocalBlock {
+    int source = 0;
+    std::array<double, 9> J{};  // column-major
+};
+
 // The magnetic cells of a model in grid order (x outermost, z innermost)
 // with their per-cell factors and the cells that carry each number: what
 // the assembled matrix and the matrix-free operator both start from.
+// `local` holds, per target cell, the Jacobian blocks of the local terms
+// (empty without terms); the pair (i, j) adds G_i J Q_j for each.
 struct MagneticCells {
     std::vector<int> x, y, z, num, mat;
     std::vector<CellBlocks> blk;
+    std::vector<std::vector<LocalBlock>> local;
     std::vector<std::vector<int>> of_number;  // 1..N: indices (into the lists above) of the number's cells
     std::vector<int> materials;               // the materials present, increasing
     [[nodiscard]] std::size_t size() const { return x.size(); }
 };
 MagneticCells magnetic_cells(const MatrixInput& in);
+// The 2x2 block G_i J Q_j of one local Jacobian block (column-major).
+std::array<double, 4> local_block(const CellBlocks& target, const LocalBlock& b, const CellBlocks& source);
 
 // Rows of the dynamic matrix, number by number.  The frames and the per-cell
 // products are built once; rows(n, buf) is then safe to call from several

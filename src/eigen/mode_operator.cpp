@@ -48,6 +48,9 @@ ModeOperator::ModeOperator(const MatrixInput& in, int threads) : in_(in), c_(mag
     else
         aijfft(in.AIJ, F_[0], nx, ny, nz, nmat);
     prepare_work(threads);
+    local_in_.assign(c_.size(), {});
+    for (std::size_t t = 0; t < c_.size(); ++t)
+        for (const LocalBlock& b : c_.local[t]) local_in_[b.source].push_back(LocalBlock{static_cast<int>(t), b.J});
     // Symmetric, even blocks: D(r)_ab = D(r)_ba = D(-r)_ab over the offsets
     // a grid pair can take, to rounding of the largest entry.
     double big = 0.0;
@@ -74,7 +77,7 @@ ModeOperator::ModeOperator(const MatrixInput& in, int threads) : in_(in), c_(mag
 }
 
 ModeOperator::ModeOperator(const ModeOperator& other, int threads)
-    : in_(other.in_), even_(other.even_), c_(other.c_) {
+    : in_(other.in_), even_(other.even_), c_(other.c_), local_in_(other.local_in_) {
     F_[0] = concurrent_copy(other.F_[0]);
     prepare_work(threads);
 }
@@ -155,7 +158,17 @@ void ModeOperator::apply(const cplx* x, cplx* y) const {
         for (int c : c_.of_number[n]) {
             const auto& G = c_.blk[c].G;
             const auto& S = c_.blk[c].S;
-            const cplx h0 = pair_sum(c, 0), h1 = pair_sum(c, 1), h2 = pair_sum(c, 2);
+            cplx h0 = pair_sum(c, 0), h1 = pair_sum(c, 1), h2 = pair_sum(c, 2);
+            for (const LocalBlock& b : c_.local[c]) {
+                const auto& Q = c_.blk[b.source].Q;
+                const std::size_t rs = 2 * static_cast<std::size_t>(c_.num[b.source] - 1);
+                const cplx v0 = Q[0] * x[rs] + Q[3] * x[rs + 1], v1 = Q[1] * x[rs] + Q[4] * x[rs + 1],
+                           v2 = Q[2] * x[rs] + Q[5] * x[rs + 1];
+                const auto& J = b.J;
+                h0 += J[0] * v0 + J[3] * v1 + J[6] * v2;
+                h1 += J[1] * v0 + J[4] * v1 + J[7] * v2;
+                h2 += J[2] * v0 + J[5] * v1 + J[8] * v2;
+            }
             y0 += G[0] * h0 + G[2] * h1 + G[4] * h2 + S[0] * x[r] + S[2] * x[r + 1];
             y1 += G[1] * h0 + G[3] * h1 + G[5] * h2 + S[1] * x[r] + S[3] * x[r + 1];
         }
@@ -202,7 +215,15 @@ void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
         for (int c : c_.of_number[n]) {
             const auto& Q = c_.blk[c].Q;
             const auto& S = c_.blk[c].S;
-            const cplx t0 = pair_sum(c, 0), t1 = pair_sum(c, 1), t2 = pair_sum(c, 2);
+            cplx t0 = pair_sum(c, 0), t1 = pair_sum(c, 1), t2 = pair_sum(c, 2);
+            // J^T u of the blocks whose source is c.
+            for (const LocalBlock& b : local_in_[c]) {
+                const cplx* u = &u_[3 * static_cast<std::size_t>(b.source)];
+                const auto& J = b.J;
+                t0 += J[0] * u[0] + J[1] * u[1] + J[2] * u[2];
+                t1 += J[3] * u[0] + J[4] * u[1] + J[5] * u[2];
+                t2 += J[6] * u[0] + J[7] * u[1] + J[8] * u[2];
+            }
             y0 += Q[0] * t0 + Q[1] * t1 + Q[2] * t2 + S[0] * z0 + S[1] * z1;
             y1 += Q[3] * t0 + Q[4] * t1 + Q[5] * t2 + S[2] * z0 + S[3] * z1;
         }
@@ -269,6 +290,10 @@ SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
                         if (lump_far)
                             for (int c = 0; c < 9; ++c) far[9 * i + c] -= d[c * cstride];
                     }
+            // The local terms' blocks, whatever their distance: they are
+            // exact entries of A.
+            for (const LocalBlock& b : c_.local[i])
+                acc.emplace_back(c_.num[b.source] - 1, local_block(c_.blk[i], b, c_.blk[b.source]));
             if (lump_far) {
                 // G_i F Q_i with F the far sum.
                 const double* F = &far[9 * i];

@@ -10,7 +10,8 @@
 // so the pair sum is the demagnetizing/exchange field of the Cartesian
 // deviation Q_j x_j, evaluated with the Fourier convolution of the tensor
 // (fft_field.hpp) once for the real and once for the imaginary part; the
-// rest is cell by cell.  The transposed product uses that every tensor block
+// rest is cell by cell.  The Jacobian blocks of the local terms add
+// J Q_j x_j to h_i directly.  The transposed product uses that every tensor block
 // is symmetric and even under r -> -r (Newell blocks, exchange, anisotropy):
 // the pair sum of A^T is the same convolution read with the TARGET cell's
 // material, one convolution per material present.
@@ -97,6 +98,9 @@ private:
     mutable IntGrid fake_;                         // every magnetic cell as one material
     mutable std::vector<double> hre_, him_;        // pair sums per cell, 3 each
     mutable std::vector<cplx> u_;                  // per-cell 3-vectors of the transposed product
+    // The local terms' blocks seen from their source cell (target index and
+    // J), for the transposed product.
+    std::vector<std::vector<LocalBlock>> local_in_;
 };
 
 }  // namespace torix

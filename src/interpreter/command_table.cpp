@@ -75,6 +75,8 @@ constexpr Command kCommands[] = {
     {"SOLVE_MODES", cmd_solve_modes},
     {"SET_PERIODIC", cmd_set_periodic},
     {"SET_WAVEVECTOR", cmd_set_wavevector},
+    {"ADD_CUBIC_ANISOTROPY", cmd_add_cubic_anisotropy},
+    {"ADD_INTERLAYER_EXCHANGE", cmd_add_interlayer_exchange},
     {"END", nullptr},
 };
 

@@ -74,8 +74,8 @@ void check_dense_size(const ModelState& st, int copies) {
 }
 
 MatrixInput matrix_input(const ModelState& st) {
-    return MatrixInput{st.MASQUE, st.NUM, st.M, st.H, st.MP, -st.beta, st.MS, st.AIJ, st.DEGR,
-                       st.nx,     st.ny,  st.nz, st.ncells};
+    return MatrixInput{st.MASQUE, st.NUM, st.M,  st.H,      st.MP,           -st.beta, st.MS, st.AIJ,
+                       st.DEGR,   st.nx,  st.ny, st.nz, st.ncells, &st.local_terms};
 }
 
 ModeOutput mode_output(ModelState& st) { return ModeOutput{st.nmodes, st.W, st.PHASES, st.ZOUT, st.MODES, st.MODESL}; }

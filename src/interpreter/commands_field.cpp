@@ -8,6 +8,7 @@
 #include "dynamics/direct_field.hpp"
 #include "dynamics/field_files.hpp"
 #include "dynamics/init_state.hpp"
+#include "dynamics/relax.hpp"
 #include "interpreter/session.hpp"
 #include "output/vrml.hpp"
 
@@ -100,11 +101,8 @@ bool use_fft(const ModelState& st) { return count_magnetic(st.MASQUE) > 300; }
 
 void compute_field(ModelState& st) {
     st.H = st.HINIT;
-    if (use_fft(st)) {
-        calcfieldsfft(st.M, st.MS, st.MP, st.beta, st.MASQUE, st.AIJ_FFT, st.H, st.nx, st.ny, st.nz, st.nmat);
-    } else {
-        calcfields(st.M, st.MS, st.MP, st.beta, st.MASQUE, st.AIJ, st.H, st.nx, st.ny, st.nz, st.nmat);
-    }
+    field_by_method(use_fft(st) ? kMethodFft : kMethodDirect, st.M, st.MS, st.MP, st.beta, st.MASQUE, st.AIJ,
+                    st.AIJ_FFT, st.H, st.nx, st.ny, st.nz, st.nmat, st.local_terms);
 }
 
 void cmd_add_ext_field(Session& s) {

@@ -56,10 +56,10 @@ void cmd_relax(Session& s) {
         if (alpha > 0.0) {
             st.H = st.HINIT;
             E = relax(st.M, st.H, st.MS, st.MP, st.beta, st.AIJ, st.MASQUE, st.nx, st.ny, st.nz, st.nmat, alpha,
-                      threshold, method, st.AIJ_FFT, st.M2);
+                      threshold, method, st.AIJ_FFT, st.M2, 0, st.local_terms);
         } else {
             E = relaxrk4(st.M, st.MS, st.MP, st.MASQUE, st.nx, st.ny, st.nz, st.nmat, st.beta, st.gyro, st.timestep,
-                         st.AIJ, st.AIJ_FFT, st.H, method, threshold, st.HINIT, st.HRF, st.M2);
+                         st.AIJ, st.AIJ_FFT, st.H, method, threshold, st.HINIT, st.HRF, st.M2, st.local_terms);
         }
         say(r, E);
         const std::string pre = run_prefix(r);
@@ -83,7 +83,7 @@ void cmd_set_timestep(Session& s) {
         need_field_inputs(st);
         double dt = 0.0;
         set_timestep(st.HINIT, st.HRF, st.MS, st.MP, st.beta, st.AIJ, st.AIJ_FFT, st.MASQUE, st.nx, st.ny, st.nz,
-                     st.nmat, dt, st.gyro);
+                     st.nmat, dt, st.gyro, st.local_terms);
         st.timestep = dt;
     }
     say("timestep=", st.timestep / st.gyro);
@@ -111,7 +111,7 @@ void cmd_exec(Session& s) {
     const Drive drive{st.HINIT, st.HRF, rf, omega / st.gyro};
     const int method = use_fft(st) ? kMethodFft : kMethodDirect;
     fm(st.M, st.MS, st.MP, st.beta, st.MASQUE, st.AIJ, st.AIJ_FFT, drive, st.H, st.nx, st.ny, st.nz, st.nmat, method,
-       t_end * st.gyro, st.timestep, st.gyro, st.FNAME);
+       t_end * st.gyro, st.timestep, st.gyro, st.FNAME, st.local_terms);
     s.ack();
 }
 

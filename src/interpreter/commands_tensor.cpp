@@ -106,6 +106,9 @@ void cmd_tensor_create(Session& s) {
     }
     st.tensor_periodicity = st.periodic;
     st.neighbours = exchange_neighbour_blocks(st.A, st.MS, st.dx, st.dy, st.dz, st.nmat);
+    // A new tensor starts the model's terms afresh: those kept beside it go
+    // with the anisotropy added into the old one.
+    st.local_terms = LocalTerms{};
     refresh_fourier(st);
     s.ack();
 }

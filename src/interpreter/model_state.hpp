@@ -10,6 +10,7 @@
 #include "core/array.hpp"
 #include "core/periodic.hpp"
 #include "dynamics/fft_field.hpp"
+#include "dynamics/local_terms.hpp"
 #include "tensor/neighbour_blocks.hpp"
 
 namespace torix {
@@ -46,6 +47,9 @@ struct ModelState {
     // TENSOR_CREATE and TENSOR_LOAD; nearest-neighbour terms added later
     // add theirs here too).
     NeighbourBlocks neighbours;
+    // Field terms kept beside the tensor (ADD_CUBIC_ANISOTROPY,
+    // ADD_INTERLAYER_EXCHANGE); emptied by TENSOR_CREATE.
+    LocalTerms local_terms;
 
     // ModeSet.  W(p, 1) = f_p (angular frequency), W(p, 2) = g_p (decay
     // rate), both in field units (Oe); MODES(n, c, p) and MODESL(n, c, p) are

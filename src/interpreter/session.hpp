@@ -48,6 +48,9 @@ void cmd_add_anisotropy(Session&);
 void cmd_add_anisotropy_field(Session&);
 void cmd_tensor_save(Session&);
 void cmd_tensor_load(Session&);
+// commands_terms.cpp
+void cmd_add_cubic_anisotropy(Session&);
+void cmd_add_interlayer_exchange(Session&);
 // commands_field.cpp
 void cmd_add_ext_field(Session&);
 void cmd_init_m(Session&);

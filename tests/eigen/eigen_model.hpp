@@ -10,6 +10,7 @@
 
 #include "core/array.hpp"
 #include "dynamics/direct_field.hpp"
+#include "dynamics/local_terms.hpp"
 #include "eigen/deg.hpp"
 #include "eigen/dense_solve.hpp"
 #include "eigen/dynamic_matrix.hpp"
@@ -30,9 +31,10 @@ struct Model {
     int N = 0;
     std::array<double, 3> happ{0.0, 0.0, 0.0};
     double alpha = 0.0;
+    LocalTerms terms;  // field terms beside the tensor
 
     [[nodiscard]] MatrixInput input() const {
-        return MatrixInput{MASQUE, NUM, M, H, happ, alpha, MS, AIJ, DEGR, nx, ny, nz, N};
+        return MatrixInput{MASQUE, NUM, M, H, happ, alpha, MS, AIJ, DEGR, nx, ny, nz, N, &terms};
     }
 };
 
@@ -67,12 +69,14 @@ inline void set_m(Model& m, const std::function<std::array<double, 3>(int, int, 
 }
 
 // H = applied + sum over magnetic sources of AIJ(target - source, source
-// material) M: the direct sum (checked against a literal sum of its own).
+// material) M: the direct sum (checked against a literal sum of its own),
+// plus the field of the model's local terms.
 inline void set_field(Model& m, const std::array<double, 3>& applied) {
     for_cells(m.nx, m.ny, m.nz, [&](int x, int y, int z) {
         for (int c = 1; c <= 3; ++c) m.H(x, y, z, c) = applied[c - 1];
     });
     calcfields(m.M, m.MS, {0.0, 0.0, 0.0}, 0.0, m.MASQUE, m.AIJ, m.H, m.nx, m.ny, m.nz, m.MS.extent(0));
+    add_local_fields(m.terms, m.M, m.MS, m.MASQUE, m.H);
 }
 
 inline void set_numbering(Model& m, int bx = 1, int by = 1, int bz = 1) {

@@ -3,6 +3,7 @@
 
 #include "core/error.hpp"
 #include "interpreter/command_table.hpp"
+#include "interpreter/model_state.hpp"
 #include "test_util.hpp"
 
 using namespace torix;
@@ -228,4 +229,60 @@ TEST(Script, AutomaticTimeStepInAnInfiniteFieldIsRefused) {
                       "SET_TIMESTEP\n-1\nEND\n");
     });
     EXPECT_EQ(e, "input.dat:20: SET_TIMESTEP: the field reaches inf Oe on a magnetic cell, too large to choose a time step for");
+}
+
+// The terms kept beside the tensor refuse what they cannot use, naming the
+// script line and what was expected, and TENSOR_CREATE removes them.
+TEST(LocalTermCommands, BadInputAndLifetime) {
+    const std::string head =
+        "SET_CELL\n5e-7 5e-7 5e-7\nMASQUE_CREATE\n5e-7 5e-7 15e-7\nLOAD_MAT\n2\n1.3e-6 800\n1.3e-6 800\n";
+    const std::string tensor = "TENSOR_CREATE\n0\n";
+    struct Case {
+        std::string body, message;
+    };
+    const Case cases[] = {
+        {"ADD_CUBIC_ANISOTROPY\n1 4e5 0\n1 0 0 0 1 0\n",
+         "input.dat:10: ADD_CUBIC_ANISOTROPY: no interaction tensor for the current grid and materials"},
+        {tensor + "ADD_CUBIC_ANISOTROPY\n3 4e5 0\n1 0 0 0 1 0\n",
+         "input.dat:12: ADD_CUBIC_ANISOTROPY: the material 3 is outside the materials 1..2"},
+        {tensor + "ADD_CUBIC_ANISOTROPY\n1 4e5 0\n0 0 0 0 1 0\n",
+         "input.dat:13: ADD_CUBIC_ANISOTROPY: expected two orthogonal crystal axes of nonzero length, found a first "
+         "axis of zero length"},
+        {tensor + "ADD_CUBIC_ANISOTROPY\n1 4e5 0\n1 0 0 x 1 0\n",
+         "input.dat:13: ADD_CUBIC_ANISOTROPY: expected a real number for a2x, found"},
+        {"ADD_INTERLAYER_EXCHANGE\n1 2 0.1 0\n",
+         "input.dat:10: ADD_INTERLAYER_EXCHANGE: no interaction tensor for the current grid and materials"},
+        {tensor + "ADD_INTERLAYER_EXCHANGE\n1 0 0.1 0\n",
+         "input.dat:12: ADD_INTERLAYER_EXCHANGE: the second material 0 is outside the materials 1..2"},
+        {tensor + "ADD_INTERLAYER_EXCHANGE\n2 2 0.1 0\n",
+         "input.dat:12: ADD_INTERLAYER_EXCHANGE: expected two different materials, found 2 twice"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.body);
+        TempDir d;
+        std::string msg = "no error";
+        try {
+            run(d, head + c.body + "END\n");
+        } catch (const FatalError& e) {
+            msg = e.what();
+        }
+        EXPECT_EQ(msg.rfind(c.message, 0), 0u) << msg;
+    }
+    // Kept by TENSOR_LOAD, removed by TENSOR_CREATE.
+    TempDir d;
+    d.write("input.dat", head + tensor +
+                             "TENSOR_SAVE\n2 1 t1.bin\nADD_CUBIC_ANISOTROPY\n1 4e5 0\n1 0 0 0 1 0\n"
+                             "ADD_INTERLAYER_EXCHANGE\n1 2 0.1 0\nTENSOR_LOAD\n2 1 t1.bin\nEND\n");
+    d.write("again.dat", tensor + "END\n");
+    const auto old = std::filesystem::current_path();
+    std::filesystem::current_path(d.path());
+    ModelState st;
+    testing::internal::CaptureStdout();
+    run_script(st, "input.dat", "input.dat");
+    const bool kept = st.local_terms.cubic.size() == 1 && st.local_terms.interlayer.size() == 1;
+    run_script(st, "again.dat", "again.dat");
+    testing::internal::GetCapturedStdout();
+    std::filesystem::current_path(old);
+    EXPECT_TRUE(kept);
+    EXPECT_TRUE(st.local_terms.empty());
 }
