@@ -11,6 +11,7 @@
 
 #include "dynamics/relax.hpp"
 #include "eigen/mode_operator.hpp"
+#include "tensor/lattice_sum.hpp"
 #include "fd_jacobian.hpp"
 
 namespace torix::test {
@@ -412,37 +413,52 @@ TEST(CubicAnisotropy, RelaxationFindsTheEasyAxes) {
     }
 }
 
-// A 1 x 1 x 3 column: one cell of each material and an empty cell between,
-// saturated along x.  With the static field Hx = H + (Dxx_self + Dxx_mut) Ms
-// (+ H_J from the coupling, H_J = (J1 + 2 J2) / (Ms t)), the in-phase mode
-// sees the self plus the mutual tensor block and no coupling, the antiphase
-// mode the self minus the mutual block and -H_J, so that
-// f^2 = (Hx + Hj - Dyy Ms)(Hx + Hj - Dzz Ms) with Hj = 0 or 2 H_J in all
-// (Hx here without H_J), D read from the tensor.  For an infinite film
-// (D = diag(0, 0, -4 pi) in all) this is Kittel's and the optical formula.
-TEST(InterlayerExchange, ColumnAcousticAndOpticalModes) {
-    const double ms = 800.0, H = 1000.0, t = 5e-7, J1 = 0.1, J2 = 0.03;
-    Model m = make_model(0, 0, 2, 5e-7, 5e-7, t, {{1.3e-6, ms}, {1.3e-6, ms}},
-                         [](int, int, int z) { return z == 0 ? 1 : z == 2 ? 2 : 0; });
-    m.terms.interlayer.push_back(InterlayerExchange{1, 2, J1, J2, t});
-    set_m(m, [](int, int, int) { return std::array<double, 3>{1.0, 0.0, 0.0}; });
-    set_numbering(m);
-    set_field(m, {H, 0.0, 0.0});
-    Modes r;
-    captured_cout([&] { calcmatrix(m.input(), 2, r.out()); });
-    ASSERT_EQ(r.nmodes, 2);
-    auto kittel = [&](double sign, double hj) {
-        // The static field sees both cells parallel, the deviation the
-        // mutual block with the mode's sign.
-        const double hx = H + (m.AIJ(0, 0, 0, 1, 1) + m.AIJ(0, 0, 2, 1, 1)) * ms + hj;
-        auto D = [&](int c) { return m.AIJ(0, 0, 0, c, 1) + sign * m.AIJ(0, 0, 2, c, 1); };
-        return std::sqrt((hx - D(5) * ms) * (hx - D(9) * ms));
-    };
-    const double HJ = (J1 + 2.0 * J2) / (ms * t);
-    const double acoustic = kittel(1.0, 0.0), optical = kittel(-1.0, 2.0 * HJ);
-    ASSERT_LT(acoustic, optical);
-    EXPECT_NEAR(r.W(1, 1), acoustic, 1e-6 * acoustic);
-    EXPECT_NEAR(r.W(2, 1), optical, 1e-6 * optical);
+// Two layers of one cell each with an empty cell between, saturated along
+// x.  With the static field Hx = H + (Dxx_self + Dxx_mut) Ms (+ H_J from the
+// coupling, H_J = (J1 + 2 J2) / (Ms t)), the in-phase mode sees the self
+// plus the mutual tensor block and no coupling, the antiphase mode the self
+// minus the mutual block and -H_J, so that
+//     f^2 = (Hx + Hj - Dyy Ms)(Hx + Hj - Dzz Ms),  Hj = 0 or 2 H_J
+// (Hx here without H_J), D read from the tensor.  As a 1 x 1 x 3 column the
+// blocks are Newell's; as a film (periodic along x and y) the self block is
+// diag(0, 0, -4 pi) and the mutual one vanishes, and the frequencies are
+// Kittel's sqrt(H (H + 4 pi Ms)) and sqrt((H + 2 H_J)(H + 2 H_J + 4 pi Ms)).
+TEST(InterlayerExchange, AcousticAndOpticalModesOfTwoLayers) {
+    const double ms = 800.0, H = 1000.0, t = 5e-7;
+    for (const bool film : {false, true}) {
+        SCOPED_TRACE(film ? "film" : "column");
+        const double J1 = 0.1, J2 = film ? 0.0 : 0.03;
+        Model m = make_model(0, 0, 2, 5e-7, 5e-7, t, {{1.3e-6, ms}, {1.3e-6, ms}},
+                             [](int, int, int z) { return z == 0 ? 1 : z == 2 ? 2 : 0; });
+        if (film) {
+            m.AIJ = make_tensor(0, 0, 2, 2);
+            tensor_periodic(m.A, m.MS, m.AIJ, Lattice{Periodicity{1, 1, 0}, 0, 0, 2, 5e-7, 5e-7, t}, 2);
+        }
+        m.terms.interlayer.push_back(InterlayerExchange{1, 2, J1, J2, t});
+        set_m(m, [](int, int, int) { return std::array<double, 3>{1.0, 0.0, 0.0}; });
+        set_numbering(m);
+        set_field(m, {H, 0.0, 0.0});
+        Modes r;
+        captured_cout([&] { calcmatrix(m.input(), 2, r.out()); });
+        ASSERT_EQ(r.nmodes, 2);
+        auto kittel = [&](double sign, double hj) {
+            const double hx = H + (m.AIJ(0, 0, 0, 1, 1) + m.AIJ(0, 0, 2, 1, 1)) * ms + hj;
+            auto D = [&](int c) { return m.AIJ(0, 0, 0, c, 1) + sign * m.AIJ(0, 0, 2, c, 1); };
+            return std::sqrt((hx - D(5) * ms) * (hx - D(9) * ms));
+        };
+        const double HJ = (J1 + 2.0 * J2) / (ms * t);
+        const double acoustic = kittel(1.0, 0.0), optical = kittel(-1.0, 2.0 * HJ);
+        ASSERT_LT(acoustic, optical);
+        EXPECT_NEAR(r.W(1, 1), acoustic, 1e-6 * acoustic);
+        EXPECT_NEAR(r.W(2, 1), optical, 1e-6 * optical);
+        if (film) {
+            const double fpm = 4.0 * kPi * ms;
+            EXPECT_NEAR(r.W(1, 1), std::sqrt(H * (H + fpm)), 1e-6 * acoustic);
+            EXPECT_NEAR(r.W(2, 1), std::sqrt((H + 2 * HJ) * (H + 2 * HJ + fpm)), 1e-6 * optical);
+            EXPECT_NEAR(r.W(1, 1) * 2.8e-3, 9.3089, 5e-5);  // GHz at 2.8 MHz/Oe
+            EXPECT_NEAR(r.W(2, 1) * 2.8e-3, 11.6561, 5e-5);
+        }
+    }
 }
 
 // Two cells coupled across an empty cell, started 60 degrees apart in the
