@@ -50,6 +50,13 @@ void assemble_dense_bloch(const MatrixInput& in, const BlochKernel& K, cplx* A) 
                     const std::size_t col = 2 * static_cast<std::size_t>(c.num[j] - 1);
                     r1[col] += b11, r2[col] += b21, r1[col + 1] += b12, r2[col + 1] += b22;
                 }
+                // The local terms: real, k-independent blocks between cells of
+                // one period.
+                for (const LocalBlock& b : c.local[i]) {
+                    const auto B = local_block(c.blk[i], b, c.blk[b.source]);
+                    const std::size_t col = 2 * static_cast<std::size_t>(c.num[b.source] - 1);
+                    r1[col] += B[0], r2[col] += B[1], r1[col + 1] += B[2], r2[col + 1] += B[3];
+                }
             }
             const double w = in.w(n);
             const std::size_t r = 2 * static_cast<std::size_t>(n - 1);

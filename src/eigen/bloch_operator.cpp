@@ -160,6 +160,12 @@ void BlochOperator::apply(const cplx* x, cplx* y) const {
         for (int a = 0; a < 3; ++a) src_[3 * c + a] = Q[a] * x[r] + Q[a + 3] * x[r + 1];
     }
     convolve(src_, false, h_);
+    // The local terms' blocks J act on the Cartesian deviations directly.
+    for (std::size_t c = 0; c < ncell; ++c)
+        for (const LocalBlock& b : c_.local[c]) {
+            const cplx* v = &src_[3 * static_cast<std::size_t>(b.source)];
+            for (int a = 0; a < 3; ++a) h_[3 * c + a] += b.J[a] * v[0] + b.J[a + 3] * v[1] + b.J[a + 6] * v[2];
+        }
     std::fill(y, y + order(), cplx{});
     for (std::size_t c = 0; c < ncell; ++c) {
         const auto& G = c_.blk[c].G;
@@ -192,6 +198,13 @@ void BlochOperator::apply_transpose(const cplx* x, cplx* y) const {
         y[r + 1] += S[2] * g0 + S[3] * g1;
     }
     convolve(src_, true, h_);
+    // J^T of the local terms' blocks, from their target to their source.
+    for (std::size_t c = 0; c < ncell; ++c)
+        for (const LocalBlock& b : c_.local[c]) {
+            const cplx* u = &src_[3 * c];
+            cplx* t = &h_[3 * static_cast<std::size_t>(b.source)];
+            for (int k = 0; k < 3; ++k) t[k] += b.J[3 * k] * u[0] + b.J[3 * k + 1] * u[1] + b.J[3 * k + 2] * u[2];
+        }
     for (std::size_t c = 0; c < ncell; ++c) {
         const auto& Q = c_.blk[c].Q;
         const std::size_t r = 2 * static_cast<std::size_t>(c_.num[c] - 1);
@@ -265,6 +278,11 @@ ComplexSparse BlochOperator::local_part() const {
                         }
                         add(c_.num[j], b);
                     }
+            // The local terms' blocks, whatever their distance.
+            for (const LocalBlock& lb : c_.local[i]) {
+                const auto B = local_block(c_.blk[i], lb, c_.blk[lb.source]);
+                add(c_.num[lb.source], std::array<cplx, 4>{B[0], B[2], B[1], B[3]});
+            }
             // The far cells' field as if their deviation were this cell's.
             const auto& Q = c_.blk[i].Q;
             std::array<cplx, 4> b{};

@@ -10,8 +10,12 @@
 #include <random>
 
 #include "dynamics/relax.hpp"
+#include "eigen/bloch_dense.hpp"
+#include "eigen/bloch_kernel.hpp"
+#include "eigen/bloch_operator.hpp"
 #include "eigen/mode_operator.hpp"
 #include "tensor/lattice_sum.hpp"
+#include "tensor/neighbour_blocks.hpp"
 #include "fd_jacobian.hpp"
 
 namespace torix::test {
@@ -483,6 +487,64 @@ TEST(InterlayerExchange, PairRelaxesAntiparallelOrParallel) {
         for (int k = 1; k <= 3; ++k) c += m.M(0, 0, 0, k) * m.M(0, 0, 2, k) / (1400.0 * 1400.0);
         EXPECT_NEAR(c, J1 < 0 ? -1.0 : 1.0, 1e-8);
     }
+}
+
+}  // namespace
+}  // namespace torix::test
+
+namespace torix::test {
+namespace {
+
+// The Bloch routes take the same blocks: the complex matrix at k = 0 is the
+// real one with the terms, the Bloch operator's products and transposed
+// products equal it, and its local part holds the interlayer entries two
+// cells apart.
+TEST(LocalTerms, BlochRoutesAddTheSameBlocks) {
+    const Model m = layered(0.02);
+    const std::vector<double> Ar = dense_matrix(m);
+    const NeighbourBlocks nb = exchange_neighbour_blocks(m.A, m.MS, m.dx, m.dy, m.dz, 2);
+    const Lattice lat{Periodicity{}, m.nx, m.ny, m.nz, m.dx, m.dy, m.dz};
+    const BlochKernel K = bloch_kernel(m.AIJ, nb, BlochTensor{}, lat, {0.0, 0.0, 0.0});
+    const int n = 2 * m.N;
+    std::vector<cplx> Ac(Ar.size());
+    assemble_dense_bloch(m.input(), K, Ac.data());
+    const double big = max_abs(Ar);
+    for (std::size_t q = 0; q < Ar.size(); ++q) EXPECT_NEAR(std::abs(Ac[q] - Ar[q]), 0.0, 1e-12 * big);
+    const BlochOperator op(m.input(), K, lat.p);
+    std::vector<cplx> x(n), y(n), yt(n), want(n), wantt(n);
+    for (int r = 0; r < n; ++r) x[r] = cplx(std::sin(1.3 * r + 0.2), std::cos(0.7 * r * r));
+    for (int r = 0; r < n; ++r)
+        for (int c = 0; c < n; ++c) {
+            want[r] += Ar[r + c * static_cast<std::size_t>(n)] * x[c];
+            wantt[r] += Ar[c + r * static_cast<std::size_t>(n)] * x[c];
+        }
+    op.apply(x.data(), y.data());
+    op.apply_transpose(x.data(), yt.data());
+    std::vector<cplx> d(n), dt(n);
+    for (int r = 0; r < n; ++r) d[r] = y[r] - want[r], dt[r] = yt[r] - wantt[r];
+    EXPECT_LT(norm(d), 1e-12 * norm(want));
+    EXPECT_LT(norm(dt), 1e-12 * norm(wantt));
+    // Cells (x, 0, 1) and (x, 0, 3) are linked: beyond the local part's
+    // reach of one cell, their entries hold the interlayer blocks alone (the
+    // matrix's entries less those of the model without terms; the dipolar
+    // pair goes to the far field there).
+    const ComplexSparse L = op.local_part();
+    Model bare = m;
+    bare.terms = LocalTerms{};
+    const std::vector<double> Ab = dense_matrix(bare);
+    int found = 0;
+    for (int x0 = 0; x0 <= 1; ++x0) {
+        const int a = m.NUM(x0, 0, 1), b = m.NUM(x0, 0, 3);
+        for (int r = 2 * (a - 1); r < 2 * a; ++r)
+            for (std::int64_t q = L.row_start[r]; q < L.row_start[r + 1]; ++q)
+                if (L.col[q] / 2 == b - 1) {
+                    ++found;
+                    const std::size_t e = r + L.col[q] * static_cast<std::size_t>(n);
+                    EXPECT_GT(std::abs(Ar[e] - Ab[e]), 1e-6 * big);
+                    EXPECT_NEAR(std::abs(L.val[q] - (Ar[e] - Ab[e])), 0.0, 1e-12 * big);
+                }
+    }
+    EXPECT_EQ(found, 8);
 }
 
 }  // namespace
