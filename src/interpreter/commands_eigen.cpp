@@ -282,3 +282,10 @@ void cmd_solve_modes(Session& s) {
 }
 
 }  // namespace torix
+
+namespace torix {
+
+void need_solve_inputs(const ModelState& st) { check_inputs(st); }
+MatrixInput solve_input(const ModelState& st) { return matrix_input(st); }
+
+}  // namespace torix

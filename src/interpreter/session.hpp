@@ -72,6 +72,8 @@ void cmd_omega_print(Session&);
 void cmd_eigen_load(Session&);
 void cmd_solve_modes(Session&);
 void cmd_set_wavevector(Session&);
+// commands_dispersion.cpp
+void cmd_dispersion(Session&);
 // commands_output.cpp
 void cmd_set_hrf(Session&);
 void cmd_calc_c(Session&);
@@ -116,6 +118,12 @@ void need_field_inputs(const ModelState& st, bool applied_field = true);
 // numbering: NUM over the grid, a number for every magnetic cell, mode
 // amplitudes for every number.
 void need_modes_on_grid(const ModelState& st);
+// Throws unless an eigen solve has what it needs: the field inputs, a
+// numbering on the present grid with a number for every magnetic cell.
+void need_solve_inputs(const ModelState& st);
+// The model state's view that the eigen solves read.
+struct MatrixInput;
+MatrixInput solve_input(const ModelState& st);
 // H := HINIT, then adds the interaction field of M by the method use_fft chooses.
 void compute_field(ModelState& st);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 
 #include "core/records.hpp"
 
@@ -291,6 +292,74 @@ void plot_modes_svg(const std::string& name, const std::vector<double>& f, const
     s += "<text class=\"label\" x=\"" + num(bx - 8) + "\" y=\"" + num(0.5 * (kTop + kBottom)) +
          "\" text-anchor=\"middle\" font-size=\"14\" transform=\"rotate(-90 " + num(bx - 8) + " " +
          num(0.5 * (kTop + kBottom)) + ")\">" + esc(colour_label) + "</text>\n</g>\n";
+    write(name, s);
+}
+
+void plot_branches_svg(const std::string& name, const std::vector<double>& x,
+                       const std::vector<std::vector<double>>& y, const std::string& xlabel,
+                       const std::string& ylabel, const std::string& title) {
+    constexpr double right = 840.0;
+    // Ten distinct colours (the usual qualitative set of plotting tools).
+    static const char* const kColours[10] = {"#1f77b4", "#ff7f0e", "#2ca02c", "#d62728", "#9467bd",
+                                             "#8c564b", "#e377c2", "#7f7f7f", "#bcbd22", "#17becf"};
+    double xlo = std::numeric_limits<double>::infinity(), xhi = -xlo;
+    for (double v : x)
+        if (std::isfinite(v)) xlo = std::min(xlo, v), xhi = std::max(xhi, v);
+    widen(xlo, xhi);
+    double ylo = 0.0, yhi = 0.0;
+    for (const auto& b : y)
+        for (double v : b)
+            if (std::isfinite(v)) ylo = std::min(ylo, v), yhi = std::max(yhi, v);
+    pad_range(ylo, yhi, 0.06);
+    const Scale sx{xlo, xhi, kLeft, right};
+    const Scale sy{ylo, yhi, kBottom, kTop};
+
+    std::string s = framed(title, right);
+    s += "<g id=\"branches\">\n";
+    for (std::size_t b = 0; b < y.size(); ++b) {
+        const std::string colour = kColours[b % 10];
+        const std::string n = std::to_string(b + 1);
+        s += "<g class=\"branch\" id=\"branch-" + n + "\" stroke=\"" + colour + "\" fill=\"" + colour +
+             "\"><title>branch " + n + "</title>\n";
+        // One polyline per run of finite points.
+        std::string run;
+        int count = 0;
+        double last_x = 0.0, last_y = 0.0;
+        const auto flush = [&] {
+            if (count > 1)
+                s += "<polyline fill=\"none\" stroke-width=\"1.8\" stroke-linejoin=\"round\" points=\"" + run + "\"/>\n";
+            run.clear();
+            count = 0;
+        };
+        for (std::size_t q = 0; q < x.size() && q < y[b].size(); ++q) {
+            if (!std::isfinite(y[b][q]) || !std::isfinite(x[q])) {
+                flush();
+                continue;
+            }
+            last_x = sx(x[q]);
+            last_y = sy(y[b][q]);
+            if (count > 0) run += ' ';
+            run += num(last_x);
+            run += ',';
+            run += num(last_y);
+            ++count;
+        }
+        flush();
+        for (std::size_t q = 0; q < x.size() && q < y[b].size(); ++q)
+            if (std::isfinite(y[b][q]) && std::isfinite(x[q]))
+                s += "<circle class=\"marker\" cx=\"" + num(sx(x[q])) + "\" cy=\"" + num(sy(y[b][q])) +
+                     "\" r=\"2.2\" stroke=\"none\"><title>branch " + n + ": " + short_num(x[q]) + ", " +
+                     short_num(y[b][q]) + "</title></circle>";
+        bool any = false;
+        for (std::size_t q = 0; q < x.size() && q < y[b].size(); ++q) any = any || std::isfinite(y[b][q]);
+        if (any)
+            s += "\n<text class=\"branch-number\" x=\"" + num(last_x + 6) + "\" y=\"" + num(last_y + 4) +
+                 "\" stroke=\"none\" font-size=\"11\">" + n + "</text>";
+        s += "\n</g>\n";
+    }
+    s += "</g>\n";
+    axis(s, true, sx, xlabel, kBottom, false);
+    axis(s, false, sy, ylabel, kLeft, false);
     write(name, s);
 }
 

@@ -6,7 +6,8 @@
 // find them: the plot title "title", the axes "x-axis" and "y-axis", each
 // with one <g class="tick"> (a <line> and a <text>) per tick and a
 // <text class="label">; the spectrum "curve" (a polyline); the modes
-// "modes" with one <g class="mode"> each; the colour scale "colorbar".
+// "modes" with one <g class="mode"> each; the colour scale "colorbar"; the
+// branches "branches" with one <g class="branch"> each.
 #include <string>
 #include <vector>
 
@@ -31,5 +32,13 @@ void plot_absorption_svg(const std::string& name, const std::vector<double>& x, 
 void plot_modes_svg(const std::string& name, const std::vector<double>& f, const std::vector<double>& g,
                     const std::vector<double>& colour, const std::string& ylabel, const std::string& colour_label,
                     const std::string& title);
+
+// Branches: y[b][q] against x[q] for each branch b, as lines (a NaN breaks
+// a line) with a marker at every point, one colour per branch (repeating
+// after ten), numbered at their right end.  x need not be sorted.  Written
+// under a temporary name and renamed.
+void plot_branches_svg(const std::string& name, const std::vector<double>& x,
+                       const std::vector<std::vector<double>>& y, const std::string& xlabel,
+                       const std::string& ylabel, const std::string& title);
 
 }  // namespace torix

@@ -1,0 +1,245 @@
+// Dispersion along a path: branches followed by overlap through crossings,
+// through fast changes of the mode profiles (halved steps), and across the
+// edge of the window of the lowest modes; the table and the plot.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <numbers>
+#include <sstream>
+
+#include "eigen/dispersion.hpp"
+#include "output/dispersion_files.hpp"
+#include "test_util.hpp"
+
+namespace torix {
+namespace {
+
+using C4 = std::array<std::array<cplx, 4>, 4>;  // [row][column]
+
+C4 mul(const C4& a, const C4& b) {
+    C4 c{};
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j)
+            for (int k = 0; k < 4; ++k) c[i][j] += a[i][k] * b[k][j];
+    return c;
+}
+
+// Gauss-Jordan with partial pivoting.
+C4 inverse(C4 a) {
+    C4 x{};
+    for (int i = 0; i < 4; ++i) x[i][i] = 1.0;
+    for (int c = 0; c < 4; ++c) {
+        int p = c;
+        for (int r = c + 1; r < 4; ++r)
+            if (std::abs(a[r][c]) > std::abs(a[p][c])) p = r;
+        std::swap(a[c], a[p]);
+        std::swap(x[c], x[p]);
+        const cplx d = a[c][c];
+        for (int j = 0; j < 4; ++j) a[c][j] /= d, x[c][j] /= d;
+        for (int r = 0; r < 4; ++r) {
+            if (r == c) continue;
+            const cplx m = a[r][c];
+            for (int j = 0; j < 4; ++j) a[r][j] -= m * a[c][j], x[r][j] -= m * x[c][j];
+        }
+    }
+    return x;
+}
+
+// A stand-in for the Bloch solve: two cells, two components (order 4), four
+// modes with given frequencies f_p(s) (s = kx / 1e5, in 0..1) and right
+// vectors E Rot(s) T, where E holds an even and an odd profile of each
+// handedness, Rot turns modes 1 and 2 into each other by phi(s) and T (not
+// unitary) makes the operator non-normal, so that the left vectors, the
+// rows of (E Rot T)^-1, differ from the right ones.  Each vector gets an
+// arbitrary phase, as a solver's would.  Returns the nmodes lowest.
+struct StandIn {
+    std::function<double(int, double)> f;
+    std::function<double(double)> phi = [](double) { return 0.0; };
+    int nmodes = 3;
+    int calls = 0;
+
+    void operator()(const WaveVector& k, const KModes* /*start*/, KModes& out) {
+        ++calls;
+        const double s = k[0] / 1e5;
+        const cplx i1{0.0, 1.0};
+        // Rows: (cell 1, c 1), (cell 2, c 1), (cell 1, c 2), (cell 2, c 2).
+        const C4 E{{{0.5, 0.5, 0.5, 0.5}, {0.5, -0.5, 0.5, -0.5}, {0.5 * i1, -0.5 * i1, -0.5 * i1, 0.5 * i1},
+                    {0.5 * i1, 0.5 * i1, -0.5 * i1, -0.5 * i1}}};
+        const double c = std::cos(phi(s)), sn = std::sin(phi(s));
+        const C4 rot{{{c, -sn, 0, 0}, {sn, c, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}}};
+        const C4 T{{{1, 0.2, 0.1 * i1, 0}, {0, 1, 0, 0.15}, {0, 0, 1, 0.2}, {0.1, 0, 0, 1}}};
+        const C4 R = mul(mul(E, rot), T);
+        const C4 Li = inverse(R);  // row p: l_p^H
+        std::vector<int> order{1, 2, 3, 4};
+        std::sort(order.begin(), order.end(), [&](int a, int b) { return f(a, s) < f(b, s); });
+        out.nmodes = nmodes;
+        out.W.allocate({Range{1, nmodes}, Range{1, 2}}, 0.0);
+        out.R.allocate({Range{1, 2}, Range{1, 2}, Range{1, nmodes}}, cplx{});
+        out.L.allocate({Range{1, 2}, Range{1, 2}, Range{1, nmodes}}, cplx{});
+        for (int p = 1; p <= nmodes; ++p) {
+            const int m = order[p - 1] - 1;
+            out.W(p, 1) = f(m + 1, s);
+            out.W(p, 2) = 0.01 * f(m + 1, s);
+            const cplx phase = std::polar(1.0 + p, 0.7 * calls + 1.3 * p);
+            for (int row = 0; row < 4; ++row) {
+                const int n = 1 + row % 2, comp = 1 + row / 2;
+                out.R(n, comp, p) = phase * R[row][m];
+                out.L(n, comp, p) = std::conj(Li[m][row]) / std::conj(phase) * 3.0;
+            }
+        }
+    }
+};
+
+std::vector<WaveVector> path_x(int nk) { return wavevector_path({0, 0, 0}, {1e5, 0, 0}, nk); }
+
+double at(const Dispersion& d, const std::vector<double>& v, int q, int b) { return v[q * d.branches + b]; }
+
+TEST(Dispersion, PathIsEvenAndEndsExactly) {
+    const auto p = wavevector_path({-3e5, 1e5, 0}, {3e5, 2e5, 0}, 4);
+    ASSERT_EQ(p.size(), 4u);
+    EXPECT_EQ(p[0], (WaveVector{-3e5, 1e5, 0}));
+    EXPECT_EQ(p[3], (WaveVector{3e5, 2e5, 0}));
+    EXPECT_NEAR(p[1][0], -1e5, 1e-9);
+    EXPECT_NEAR(p[2][1], 1e5 + 2e5 / 3, 1e-9);
+    const auto one = wavevector_path({1, 2, 3}, {4, 5, 6}, 1);
+    ASSERT_EQ(one.size(), 1u);
+    EXPECT_EQ(one[0], (WaveVector{1, 2, 3}));
+}
+
+// Three branches cross each other (f1 = f2 at s = 1/3, f1 = f3 at s = 0.43,
+// f2 = f3 at s = 0.2) while the profiles turn slowly: each branch must keep
+// its own analytic f(s), never the frequency order.
+TEST(Dispersion, CrossingBranchesKeepTheirFrequencyLaws) {
+    StandIn model;
+    model.f = [](int m, double s) { return m == 1 ? 10 + 40 * s : m == 2 ? 30 - 20 * s : m == 3 ? 25 + 5 * s : 60.0; };
+    model.phi = [](double s) { return 0.3 * s; };
+    const auto path = path_x(11);
+    const Dispersion d = follow_dispersion(path, std::ref(model));
+    ASSERT_EQ(d.branches, 3);
+    EXPECT_EQ(d.extra_solves, 0);
+    EXPECT_GT(d.weakest, kAccept);
+    // At s = 0 the order is mode 1 (10), mode 3 (25), mode 2 (30).
+    for (int q = 0; q < 11; ++q) {
+        const double s = 0.1 * q;
+        EXPECT_NEAR(d.s[q], 1e5 * s, 1e-6);
+        EXPECT_NEAR(at(d, d.f, q, 0), 10 + 40 * s, 1e-12) << q;
+        EXPECT_NEAR(at(d, d.f, q, 1), 25 + 5 * s, 1e-12) << q;
+        EXPECT_NEAR(at(d, d.f, q, 2), 30 - 20 * s, 1e-12) << q;
+        EXPECT_NEAR(at(d, d.g, q, 2), 0.01 * (30 - 20 * s), 1e-12) << q;
+    }
+}
+
+// Modes 1 and 2 turn into each other by 60 degrees within one step (from
+// s = 0.5 to 0.75): compared directly, the new mode 1 looks more like the
+// old mode 2 (sin 60 > cos 60).  The halved steps follow the turn, so the
+// branches keep their frequency laws; their own frequencies cross as well.
+TEST(Dispersion, FastTurnIsFollowedByHalvedSteps) {
+    StandIn model;
+    model.f = [](int m, double s) { return m == 1 ? 10 + 20 * s : m == 2 ? 14 + 4 * s : m == 3 ? 40.0 : 50.0; };
+    model.phi = [](double s) { return std::numbers::pi / 3 * std::clamp((s - 0.5) / 0.25, 0.0, 1.0); };
+    model.nmodes = 2;
+    const auto path = path_x(5);
+    const Dispersion d = follow_dispersion(path, std::ref(model));
+    EXPECT_GE(d.extra_solves, 1);
+    EXPECT_EQ(model.calls, 5 + d.extra_solves);
+    ASSERT_EQ(d.branches, 2);
+    for (int q = 0; q < 5; ++q) {
+        const double s = 0.25 * q;
+        EXPECT_NEAR(at(d, d.f, q, 0), 10 + 20 * s, 1e-12) << q;
+        EXPECT_NEAR(at(d, d.f, q, 1), 14 + 4 * s, 1e-12) << q;
+    }
+}
+
+// Only the two lowest modes are solved: a mode that rises out of the window
+// ends its branch, a mode that enters starts a new one (also when it was a
+// branch before: it is not matched across the gap).
+TEST(Dispersion, ModesLeavingAndEnteringTheWindow) {
+    StandIn model;
+    model.f = [](int m, double s) { return m == 1 ? 10 + 40 * s : m == 2 ? 30 - 20 * s : m == 3 ? 25.5 + 5 * s : 60.0; };
+    model.nmodes = 2;
+    int reported = 0;
+    const Dispersion d = follow_dispersion(path_x(11), std::ref(model), [&](int q) { EXPECT_EQ(q, reported++); });
+    EXPECT_EQ(reported, 11);
+    ASSERT_EQ(d.branches, 4);
+    for (int q = 0; q < 11; ++q) {
+        const double s = 0.1 * q;
+        // mode 1 up to s = 0.4, mode 3 up to 0.1, mode 2 from 0.2, mode 3 again from 0.5.
+        if (q <= 4) EXPECT_NEAR(at(d, d.f, q, 0), 10 + 40 * s, 1e-12) << q;
+        else EXPECT_TRUE(std::isnan(at(d, d.f, q, 0))) << q;
+        if (q <= 1) EXPECT_NEAR(at(d, d.f, q, 1), 25.5 + 5 * s, 1e-12) << q;
+        else EXPECT_TRUE(std::isnan(at(d, d.f, q, 1))) << q;
+        if (q >= 2) EXPECT_NEAR(at(d, d.f, q, 2), 30 - 20 * s, 1e-12) << q;
+        else EXPECT_TRUE(std::isnan(at(d, d.f, q, 2))) << q;
+        if (q >= 5) EXPECT_NEAR(at(d, d.f, q, 3), 25.5 + 5 * s, 1e-12) << q;
+        else EXPECT_TRUE(std::isnan(at(d, d.g, q, 3))) << q;
+    }
+}
+
+// The table read back: columns as the header names them, GHz from Oe with
+// the given ratio, "nan" where a branch is absent; the plot holds one line
+// group per branch, broken where the branch is absent.
+TEST(Dispersion, TableAndPlot) {
+    Dispersion d;
+    d.k = wavevector_path({-2e5, 0, 0}, {2e5, 0, 0}, 3);
+    d.s = {0, 2e5, 4e5};
+    d.branches = 2;
+    const double nan = std::nan("");
+    d.f = {1000, 3000, 2000, nan, 1000, 3500};
+    d.g = {1, 3, 2, nan, 1, 3.5};
+    TempDir dir;
+    const std::string table = (dir.path() / "disp.txt").string();
+    write_dispersion_table(table, d, 2.8e6, "the default");
+    std::ifstream in(table);
+    std::string h1, h2;
+    std::getline(in, h1);
+    std::getline(in, h2);
+    EXPECT_NE(h1.find("2.8 MHz/Oe"), std::string::npos) << h1;
+    EXPECT_EQ(h2, "# kx(rad/cm) ky(rad/cm) kz(rad/cm) s(rad/cm) f1(Oe) g1(Oe) f1(GHz) f2(Oe) g2(Oe) f2(GHz)");
+    for (int q = 0; q < 3; ++q) {
+        std::string line;
+        ASSERT_TRUE(std::getline(in, line));
+        std::istringstream items(line);
+        std::vector<std::string> v;
+        for (std::string t; items >> t;) v.push_back(t);
+        ASSERT_EQ(v.size(), 10u) << line;
+        EXPECT_DOUBLE_EQ(std::stod(v[0]), -2e5 + 2e5 * q);
+        EXPECT_DOUBLE_EQ(std::stod(v[3]), 2e5 * q);
+        for (int b = 0; b < 2; ++b) {
+            const double f = d.f[q * 2 + b];
+            if (std::isnan(f)) {
+                EXPECT_EQ(v[4 + 3 * b], "nan");
+                EXPECT_EQ(v[6 + 3 * b], "nan");
+            } else {
+                EXPECT_DOUBLE_EQ(std::stod(v[4 + 3 * b]), f);
+                EXPECT_DOUBLE_EQ(std::stod(v[5 + 3 * b]), d.g[q * 2 + b]);
+                EXPECT_NEAR(std::stod(v[6 + 3 * b]), f * 2.8e-3, 1e-12);
+            }
+        }
+    }
+    std::string extra;
+    EXPECT_FALSE(std::getline(in, extra));
+
+    // Abscissa: the component along the path, negative before the origin.
+    const auto x = path_coordinate(d);
+    EXPECT_DOUBLE_EQ(x[0], -20.0);
+    EXPECT_DOUBLE_EQ(x[2], 20.0);
+
+    const std::string svg = (dir.path() / "disp.svg").string();
+    plot_dispersion_svg(svg, d, 2.8e6);
+    std::ifstream sin(svg);
+    const std::string text((std::istreambuf_iterator<char>(sin)), std::istreambuf_iterator<char>());
+    const auto count = [&](const std::string& what) {
+        std::size_t n = 0;
+        for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+        return n;
+    };
+    EXPECT_EQ(count("class=\"branch\""), 2u);
+    EXPECT_EQ(count("<polyline"), 1u);  // branch 2 has no two neighbouring points
+    EXPECT_EQ(count("class=\"marker\""), 5u);
+    EXPECT_NE(text.find("frequency (GHz)"), std::string::npos);
+    EXPECT_NE(text.find("rad/\xc2\xb5m"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace torix
