@@ -1,25 +1,36 @@
 // DISPERSION: the lowest modes along a straight path of wave vectors, the
 // branches followed by mode overlap (eigen/dispersion.hpp), written as a
 // table and an SVG plot (output/dispersion_files.hpp).
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <numbers>
 #include <string>
+#include <vector>
 
 #include "core/console.hpp"
 #include "core/error.hpp"
 #include "core/progress.hpp"
 #include "core/records.hpp"
+#include "eigen/bloch_dense.hpp"
+#include "eigen/bloch_kernel.hpp"
+#include "eigen/bloch_modes.hpp"
 #include "eigen/dense_solve.hpp"
 #include "eigen/dispersion.hpp"
 #include "eigen/dynamic_matrix.hpp"
 #include "eigen/slepc_solve.hpp"
 #include "interpreter/session.hpp"
 #include "output/dispersion_files.hpp"
+#include "tensor/lattice_sum.hpp"
 
 namespace torix {
 
 namespace {
+
+// Models of at most this order are solved densely at each wave vector (a
+// Krylov basis would span the whole space; the dense solve is exact and
+// takes milliseconds).
+constexpr int kDenseOrder = 128;
 
 // gamma / (2 pi) in Hz/Oe when the script gives none (SET_GYRO).
 constexpr double kDefaultHzPerOe = 2.8e6;
@@ -36,6 +47,38 @@ void check_writable(const std::string& key, const std::string& name) {
                          "\" (cannot open it for writing)");
     }
 }
+
+// The k-dependent part of the dipolar lattice sum for the wave vectors of
+// a path, computed for many wave vectors at once (their images share the
+// near-field blocks), in batches of about kBatchBytes.
+class DipolarParts {
+public:
+    DipolarParts(const Lattice& lat, const std::vector<WaveVector>& path) : lat_(lat), path_(path) {}
+    // The part for k, or nullptr when k is not on the path.
+    const BlochTensor* find(const WaveVector& k) {
+        for (std::size_t q = 0; q < path_.size(); ++q) {
+            if (path_[q] != k) continue;
+            if (q < first_ || q >= first_ + parts_.size()) load(q);
+            return &parts_[q - first_];
+        }
+        return nullptr;
+    }
+
+private:
+    static constexpr double kBatchBytes = 256e6;
+    void load(std::size_t q) {
+        const double per_k = 6.0 * sizeof(cplx) * (2.0 * lat_.nx + 2) * (2.0 * lat_.ny + 2) * (2.0 * lat_.nz + 2);
+        const std::size_t n = std::clamp<std::size_t>(static_cast<std::size_t>(kBatchBytes / per_k), 1, path_.size() - q);
+        first_ = q;
+        bloch_dipolar(lat_, std::vector<WaveVector>(path_.begin() + static_cast<std::ptrdiff_t>(q),
+                                                    path_.begin() + static_cast<std::ptrdiff_t>(q + n)),
+                      parts_);
+    }
+    Lattice lat_;
+    std::vector<WaveVector> path_;
+    std::vector<BlochTensor> parts_;
+    std::size_t first_ = 0;
+};
 
 }  // namespace
 
@@ -77,14 +120,43 @@ void cmd_dispersion(Session& s) {
     check_writable(key, name);
     check_writable(key, name + ".svg");
 
+    if (st.periodic.any() && !st.neighbours.allocated())
+        throw FatalError(key + ": the tensor's nearest-neighbour blocks are not known (TENSOR_CREATE or "
+                               "TENSOR_LOAD after SET_PERIODIC)");
     const MatrixInput in = solve_input(st);
-    const KSolve solve = [&](const WaveVector& k, const KModes* /*start*/, KModes& out) {
-        if (k[0] != 0.0 || k[1] != 0.0 || k[2] != 0.0)
-            throw FatalError(key + ": the Bloch solve at k != 0 is not available in this build");
-        solve_modes(in, nmodes, 0.0, tol, ModeOutput{out.nmodes, out.W, out.PHASES, out.ZOUT, out.R, out.L});
+    const std::vector<WaveVector> path = wavevector_path(k1, k2, nk);
+    const Lattice lattice{st.periodic, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz};
+    DipolarParts dipolar(lattice, st.periodic.any() ? path : std::vector<WaveVector>{});
+    const BlochProblem problem{in, st.neighbours, lattice, {0.0, 0.0, 0.0}};
+    const KSolve solve = [&](const WaveVector& k, const KModes* start, KModes& out) {
+        const ModeOutput mo{out.nmodes, out.W, out.PHASES, out.ZOUT, out.R, out.L};
+        if (!st.periodic.any()) {
+            solve_modes(in, nmodes, 0.0, tol, mo);
+            return;
+        }
+        // Every wave vector, k = 0 included, by the Bloch kernel, so that
+        // the whole path is solved alike.
+        const BlochTensor* part = dipolar.find(k);
+        const BlochKernel K = part != nullptr ? bloch_kernel(st.AIJ, st.neighbours, *part, lattice, k)
+                                              : bloch_kernel(st.AIJ, st.neighbours, lattice, k);
+        const int n = 2 * st.ncells;
+        if (n <= kDenseOrder) {
+            std::vector<cplx> A(static_cast<std::size_t>(n) * static_cast<std::size_t>(n));
+            assemble_dense_bloch(in, K, A.data());
+            solve_dense_bloch(st.ncells, A.data(), nmodes, mo);
+            return;
+        }
+        BlochProblem p = problem;
+        p.k = k;
+        ModeStart from;
+        if (start != nullptr && start->nmodes > 0) {
+            from.right = mode_columns(start->R, start->nmodes);
+            from.left = mode_columns(start->L, start->nmodes);
+        }
+        solve_modes_bloch(p, K, nmodes, 0.0, tol, mo, start != nullptr ? &from : nullptr);
     };
     Progress progress(key);
-    const Dispersion d = follow_dispersion(wavevector_path(k1, k2, nk), solve, [&](int q) {
+    const Dispersion d = follow_dispersion(path, solve, [&](int q) {
         progress.fraction(static_cast<double>(q + 1) / nk,
                           "wave vector " + std::to_string(q + 1) + " of " + std::to_string(nk));
     });

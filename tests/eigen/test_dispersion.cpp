@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <numbers>
 #include <sstream>
@@ -305,6 +306,84 @@ TEST(DispersionFilm, CellTensorOracleApproachesTheFilm) {
     EXPECT_EQ(zero[0], 0.0);
     EXPECT_EQ(zero[2], 1.0);
 }
+
+}  // namespace
+}  // namespace torix
+
+namespace torix {
+namespace {
+
+// Rows of numbers of a DISPERSION table (header lines skipped).
+std::vector<std::vector<double>> read_table(const std::filesystem::path& p) {
+    std::vector<std::vector<double>> rows;
+    std::ifstream in(p);
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream items(line);
+        std::vector<double> r;
+        for (std::string t; items >> t;) r.push_back(t == "nan" ? std::nan("") : std::stod(t));
+        rows.push_back(r);
+    }
+    return rows;
+}
+
+// The infinite film one cell thick (a 1 x 1 x 1 grid periodic in x and y,
+// 2 nm cells in-plane), Permalloy, saturated in-plane by 1 kOe along x
+// (k along x: backward volume; along y: Damon-Eshbach) and out of plane by
+// 12 kOe along z, k = 0.025 and 0.05 rad/nm.  Two comparisons each:
+// - with the continuous film of uniform profile, f^2 = (H0 + D k^2 +
+//   4 pi MS N_a)(H0 + D k^2 + 4 pi MS N_b), N from F(kd) (P = 1 - F): the
+//   physical claim, to 0.2 %;
+// - with the same film discretised as TORIX discretises it: the exchange
+//   of the six-point stencil, k_eff^2 = (2/h)^2 sin^2(k h/2), and the factors
+//   of the Bloch-summed cell tensor in reciprocal space (film_cell_factors),
+//   a route independent of the lattice sums in real space that TORIX uses:
+//   the numerical claim, to 1e-10 (it holds to 1e-12).
+// The gap between the two (the aliases of the 2 nm cell and the stencil,
+// up to 0.06 % here) is why the physical comparison cannot be tighter on
+// this grid, and why the tight one needs the discrete oracle.
+void check_film(double d) {
+    const double MS = 800.0, A = 1.3e-6, h = 2e-7, D = 2.0 * A / MS, four_pi_ms = 4.0 * std::numbers::pi * MS;
+    TempDir dir;
+    char script[1024];
+    std::snprintf(script, sizeof script,
+                  "SET_CELL\n2e-7 2e-7 %g\nMASQUE_CREATE\n2e-7 2e-7 %g\nLOAD_MAT\n1\n1.3e-6 800\n"
+                  "ADD_SHAPE\n3\n2e-7 2e-7 %g 0 0 0 1\nSET_PERIODIC\n1 1 0\nTENSOR_CREATE\n0\n"
+                  "INIT_M\n2\n1 0 0\nADD_EXT_FIELD\n1\n1000 0 0\nCALC_FIELD\n"
+                  "DISPERSION\n2.5e5 0 0 5e5 0 0 2\n1 0\nbv.txt\n"
+                  "DISPERSION\n0 2.5e5 0 0 5e5 0 2\n1 0\nde.txt\n"
+                  "INIT_M\n4\nADD_EXT_FIELD\n1\n0 0 12000\nCALC_FIELD\n"
+                  "DISPERSION\n2.5e5 0 0 5e5 0 0 2\n1 0\nperp.txt\nEND\n",
+                  d, d, d);
+    dir.write("input.dat", script);
+    const RunResult r = run_torix(dir);
+    ASSERT_EQ(r.status, 0) << r.err;
+    for (const char* name : {"bv.txt", "de.txt", "perp.txt"}) {
+        const std::string n(name);
+        const bool in_plane = n != "perp.txt", along_y = n == "de.txt";
+        const double H0 = in_plane ? 1000.0 : 12000.0 - four_pi_ms;
+        const auto rows = read_table(dir.path() / name);
+        ASSERT_EQ(rows.size(), 2u) << name;
+        for (const auto& row : rows) {
+            ASSERT_EQ(row.size(), 7u);
+            const double k = row[3] + 2.5e5, f = row[4];
+            ASSERT_NEAR(std::hypot(row[0], row[1]), k, 1e-9 * k);
+            // Transverse factors: y and z for M along x, x and y for M along z.
+            const auto nc = film_cell_factors(along_y ? 0.0 : k, along_y ? k : 0.0, h, h, d);
+            const double keff2 = std::pow(2.0 / h * std::sin(0.5 * k * h), 2);
+            const double a = H0 + D * keff2 + four_pi_ms * (in_plane ? nc[1] : nc[0]);
+            const double b = H0 + D * keff2 + four_pi_ms * (in_plane ? nc[2] : nc[1]);
+            EXPECT_NEAR(f, std::sqrt(a * b), 1e-10 * f) << name << " d " << d << " k " << k;
+            const double P = 1.0 + std::expm1(-k * d) / (k * d);
+            const double a0 = H0 + D * k * k + four_pi_ms * (in_plane ? (along_y ? P : 0.0) : P);
+            const double b0 = H0 + D * k * k + four_pi_ms * (in_plane ? 1.0 - P : 0.0);
+            EXPECT_NEAR(f, std::sqrt(a0 * b0), 2e-3 * f) << name << " d " << d << " k " << k;
+        }
+    }
+}
+
+TEST(DispersionFilm, FiveNanometreFilmFollowsTheFilmFormula) { check_film(5e-7); }
+TEST(DispersionFilm, TwentyNanometreFilmFollowsTheFilmFormula) { check_film(20e-7); }
 
 }  // namespace
 }  // namespace torix
