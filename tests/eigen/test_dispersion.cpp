@@ -387,3 +387,86 @@ TEST(DispersionFilm, TwentyNanometreFilmFollowsTheFilmFormula) { check_film(20e-
 
 }  // namespace
 }  // namespace torix
+
+namespace torix {
+namespace {
+
+// Frequency f (Oe) and mirror parity across the width (+1 even, -1 odd) of
+// each mode of a text eigen file of a grid one cell long and thick, ny + 1
+// cells wide: the amplitudes of cell y against those of cell ny - y.
+std::vector<std::pair<double, int>> modes_with_parity(const std::filesystem::path& p, int ny) {
+    std::vector<std::pair<double, int>> out;
+    std::vector<std::array<cplx, 2>> u;
+    const auto close = [&] {
+        if (u.empty()) return;
+        cplx c{};
+        double n = 0.0;
+        for (int y = 0; y <= ny; ++y)
+            for (int k = 0; k < 2; ++k) {
+                c += std::conj(u[y][k]) * u[ny - y][k];
+                n += std::norm(u[y][k]);
+            }
+        const double r = c.real() / n;
+        out.back().second = r > 0.99 ? 1 : r < -0.99 ? -1 : 0;
+        u.clear();
+    };
+    std::ifstream in(p);
+    for (std::string line; std::getline(in, line);) {
+        if (line.find('(') != std::string::npos) {
+            close();
+            out.emplace_back(std::stod(line.substr(line.find('(') + 1)), 0);
+            u.assign(static_cast<std::size_t>(ny + 1), {});
+            continue;
+        }
+        std::istringstream items(line);
+        int x = 0, y = 0, z = 0;
+        double a = 0, b = 0, c = 0, d = 0;
+        if (items >> x >> y >> z >> a >> b >> c >> d) u[y] = {cplx(a, b), cplx(c, d)};
+    }
+    close();
+    return out;
+}
+
+// A strip 100 nm wide and 5 nm thick, infinite along x, magnetized across
+// its width by 3 kOe: its two lowest modes sit at the two edges, and their
+// even and odd combinations cross twice along k (near 7 and 83 rad/um).
+// The branches of DISPERSION against independent solves at each k
+// (SET_WAVEVECTOR, SOLVE_MATRIX), whose modes are told apart by their
+// mirror parity: each branch must keep one parity, through both crossings.
+TEST(DispersionGuide, EvenAndOddEdgeModesKeepTheirBranchesThroughCrossings) {
+    TempDir dir;
+    std::string script =
+        "SET_CELL\n5e-7 5e-7 5e-7\nMASQUE_CREATE\n5e-7 100e-7 5e-7\nLOAD_MAT\n1\n1.3e-6 800\n"
+        "ADD_SHAPE\n3\n5e-7 100e-7 5e-7 0 0 0 1\nSET_PERIODIC\n1 0 0\nTENSOR_CREATE\n0\n"
+        "INIT_M\n2\n0 1 0\nADD_EXT_FIELD\n1\n0 3000 0\nRELAX\n1 1e-9 0.1\n"
+        "DISPERSION\n0 0 0 1e6 0 0 11\n2 0\nguide.txt\n";
+    for (int q = 0; q <= 10; ++q)
+        script += "SET_WAVEVECTOR\n" + std::to_string(q * 100000) + " 0 0\nSOLVE_MATRIX\n2\nEIGEN_SAVE_TEXT\n2 eq" +
+                  std::to_string(q) + ".txt\n";
+    dir.write("input.dat", script + "END\n");
+    const RunResult r = run_torix(dir);
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto rows = read_table(dir.path() / "guide.txt");
+    ASSERT_EQ(rows.size(), 11u);
+    ASSERT_EQ(rows[0].size(), 4u + 2 * 3) << "two branches, none started later";
+    int parity[2] = {0, 0};
+    int even_below = 0, even_above = 0;
+    for (int q = 0; q <= 10; ++q) {
+        const auto m = modes_with_parity(dir.path() / ("eq" + std::to_string(q) + ".txt"), 19);
+        ASSERT_EQ(m.size(), 2u);
+        ASSERT_EQ(m[0].second * m[1].second, -1) << "one even and one odd mode at k " << q;
+        (m[0].second == 1 ? even_below : even_above)++;
+        for (int b = 0; b < 2; ++b) {
+            const double f = rows[q][4 + 3 * b];
+            const int at = std::abs(f - m[0].first) < std::abs(f - m[1].first) ? 0 : 1;
+            EXPECT_NEAR(f, m[at].first, 1e-6 * f) << "branch " << b + 1 << " k " << q;
+            if (q == 0) parity[b] = m[at].second;
+            EXPECT_EQ(m[at].second, parity[b]) << "branch " << b + 1 << " changed parity at k " << q;
+        }
+    }
+    EXPECT_GT(even_below, 0);  // the crossings are there: the even mode is
+    EXPECT_GT(even_above, 0);  // sometimes the lower, sometimes the upper
+}
+
+}  // namespace
+}  // namespace torix
