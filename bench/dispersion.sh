@@ -6,8 +6,9 @@
 #   bench/dispersion.sh TORIX [CELL_NM] [NK] [NMODES]
 #
 # CELL_NM: the cell (cubic, nm; default 10): the period along x is one cell,
-# the cross-section 1000/CELL x 30/CELL cells.  Prints the wall time and peak
-# RSS (GNU time) of the whole run, the load average at the start, and the
+# the cross-section 1000/CELL x 30/CELL cells.  Prints the wall time, the
+# processor seconds (user + system) and peak RSS (GNU time) of the whole
+# run, the load average at the start, and the
 # first and last lines of the table.  On a busy machine run it with
 # OMP_WAIT_POLICY=passive.
 set -euo pipefail
@@ -27,9 +28,9 @@ d=$(awk -v c="$cell" 'BEGIN {printf "%.6e", c * 1e-7}')
     printf 'DISPERSION\n0 0 0 1e6 0 0 %d\n%d 1e-8\nguide.txt\nEND\n' "$nk" "$nmodes"
 } > input.dat
 load=$(cut -d' ' -f1-3 /proc/loadavg)
-/usr/bin/time -f "%e %M" -o time.txt "$TORIX" > out.txt 2> err.txt || { cat out.txt err.txt; exit 1; }
-read -r wall rss < time.txt
-printf 'waveguide %s nm cells, %d k, %d modes: wall %.2f s  rss %.1f MB  load %s\n' "$cell" "$nk" "$nmodes" \
-    "$wall" "$(awk -v r="$rss" 'BEGIN {print r / 1024}')" "$load"
+/usr/bin/time -f "%e %M %U %S" -o time.txt "$TORIX" > out.txt 2> err.txt || { cat out.txt err.txt; exit 1; }
+read -r wall rss user sys < time.txt
+printf 'waveguide %s nm cells, %d k, %d modes: wall %.2f s  cpu %.2f s  rss %.1f MB  load %s\n' "$cell" "$nk" \
+    "$nmodes" "$wall" "$(awk -v u="$user" -v s="$sys" 'BEGIN {print u + s}')" "$(awk -v r="$rss" 'BEGIN {print r / 1024}')" "$load"
 grep -v '^#' guide.txt | sed -n '1p;$p' | awk '{printf "k %g rad/cm:", $1; for (i = 7; i <= NF; i += 3) printf " %.4g", $i; print " GHz"}'
 head -1 guide.txt
