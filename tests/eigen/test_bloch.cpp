@@ -16,6 +16,7 @@
 #include "eigen/bloch_modes.hpp"
 #include "eigen/bloch_operator.hpp"
 #include "eigen_model.hpp"
+#include "tensor/dmi.hpp"
 #include "tensor/tensor_accurate.hpp"
 
 namespace torix::test {
@@ -317,6 +318,39 @@ TEST(BlochDense, ReciprocalChainAndSmallWavevector) {
         EXPECT_NEAR(fs[q], f0[q], 1e-6 * f0[q]);
         EXPECT_GT(std::abs(fp[q] - f0[q]), 1.0);
     }
+}
+
+TEST(BlochDense, InterfacialDmiShiftsWavesAcrossM) {
+    // A Permalloy-like film one cell thick, periodic along x and y, saturated
+    // along x, with interfacial DMI: waves along y (across M) are shifted by
+    //   f(k) - f(-k) = 4 D k_s / MS (Oe),  k_s = sin(k d) / d
+    // (J.-H. Moon et al., PRB 88, 184404 (2013), with the central difference
+    // of the stencil), exactly in a one-cell film, whatever the dipolar
+    // field and the applied field; waves along x (along M) are not.  D > 0
+    // raises the waves that run along +y (z x M).
+    const double dx = 2e-7, dy = 2e-7, dz = 1e-7, D = 1.0, Ms = 800.0;
+    Model m = make_model(0, 0, 0, dx, dy, dz, {{1.3e-6, Ms}}, [](int, int, int) { return 1; });
+    const Lattice lat{Periodicity{1, 1, 0}, 0, 0, 0, dx, dy, dz};
+    m.AIJ = make_tensor(0, 0, 0, 1);
+    tensor_periodic(m.A, m.MS, m.AIJ, lat, 1);
+    NeighbourBlocks nb = exchange_neighbour_blocks(m.A, m.MS, dx, dy, dz, 1);
+    adddmi(m.AIJ, nb, m.MS, lat.p, 0, 0, 0, dx, dy, dz, kDmiInterfacial, D, 1);
+    set_m(m, [](int, int, int) { return std::array<double, 3>{1.0, 0.0, 0.0}; });
+    set_field(m, {1000.0, 0.0, 0.0});
+    set_numbering(m);
+    const auto at = [&](double kx, double ky) {
+        Modes r;
+        captured_cout([&] { calcmatrix_bloch(BlochProblem{m.input(), nb, lat, {kx, ky, 0.0}}, 2, r.out()); });
+        return freqs(r);
+    };
+    const double k = 4e5;  // rad/cm, k d = 0.08
+    const auto fp = at(0.0, k), fm = at(0.0, -k), xp = at(k, 0.0), xm = at(-k, 0.0);
+    ASSERT_EQ(fp.size(), 1u);
+    ASSERT_EQ(fm.size(), 1u);
+    const double want = 4.0 * D * std::sin(k * dy) / dy / Ms;
+    EXPECT_NEAR(fp[0] - fm[0], want, 1e-6 * want);
+    ASSERT_EQ(xp.size(), 1u);
+    EXPECT_NEAR(xp[0], xm[0], 1e-10 * xp[0]);
 }
 
 TEST(BlochDense, ModeRunsAlongPlusKInTimeRun) {
