@@ -218,20 +218,15 @@ void build_fourier(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int
                     for (int i = -nx; i <= nx; ++i) big = std::max(big, std::abs(AIJ(i, j, k, c, m)));
     const double tol = 1e-14 * big;
 
-    // The blocks must be symmetric (every builder makes them so); the two
-    // mirrored entries are averaged.
-    for (int m = 1; m <= nmat; ++m)
-        for (int k = -nz; k <= nz; ++k)
-            for (int j = -ny; j <= ny; ++j)
-                for (int i = -nx; i <= nx; ++i)
-                    for (int a = 0; a < 3; ++a)
-                        for (int b = a + 1; b < 3; ++b)
-                            if (std::abs(AIJ(i, j, k, comp(a, b), m) - AIJ(i, j, k, comp(b, a), m)) > tol)
-                                throw FatalError("FFT: the interaction tensor of material " + std::to_string(m) +
-                                                 " is not symmetric at offset (" + std::to_string(i) + ", " +
-                                                 std::to_string(j) + ", " + std::to_string(k) + ")");
+    // The convolution takes the symmetric part of every block; the
+    // antisymmetric part (the DMI, on the nearest-neighbour offsets and
+    // their periodic images) is short-range and joins the source material's
+    // stencil, so the spectra stay real for a kernel even under r -> -r.
     auto sym = [&](int i, int j, int k, int a, int b, int m) {
         return 0.5 * (AIJ(i, j, k, comp(a, b), m) + AIJ(i, j, k, comp(b, a), m));
+    };
+    auto anti = [&](int i, int j, int k, int a, int b, int m) {
+        return 0.5 * (AIJ(i, j, k, comp(a, b), m) - AIJ(i, j, k, comp(b, a), m));
     };
 
     // Differences of every material's slice from material 1's.
@@ -259,6 +254,32 @@ void build_fourier(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int
             F.set_material.push_back(m);
         else
             F.stencil[m] = std::move(diff);
+    }
+    // The antisymmetric parts, into the stencils.
+    for (int m = 1; m <= nmat; ++m) {
+        std::size_t count = 0;
+        for (int k = -nz; k <= nz; ++k)
+            for (int j = -ny; j <= ny; ++j)
+                for (int i = -nx; i <= nx; ++i) {
+                    bool has = false;
+                    for (int a = 0; a < 3 && !has; ++a)
+                        for (int b = a + 1; b < 3; ++b)
+                            if (std::abs(anti(i, j, k, a, b, m)) > tol) has = true;
+                    if (!has) continue;
+                    if (++count > kMaxStencil)
+                        throw FatalError("FFT: the interaction tensor of material " + std::to_string(m) +
+                                         " has an antisymmetric part at more than " + std::to_string(kMaxStencil) +
+                                         " offsets (only a short-range one, such as the DMI, is supported)");
+                    auto& list = F.stencil[m];
+                    auto it = std::find_if(list.begin(), list.end(),
+                                           [&](const auto& e) { return e.di == i && e.dj == j && e.dk == k; });
+                    if (it == list.end()) {
+                        list.push_back(FourierTensor::StencilEntry{i, j, k, {}});
+                        it = list.end() - 1;
+                    }
+                    for (int a = 0; a < 3; ++a)
+                        for (int b = 0; b < 3; ++b) it->c[a + 3 * b] += anti(i, j, k, a, b, m);
+                }
     }
     const int nsets = static_cast<int>(F.set_material.size());
 

@@ -10,8 +10,11 @@
 // all magnetic cells, and the difference of every other material's slice is
 // added as a short stencil read with the SOURCE cell's material.  A material
 // whose slice differs from material 1 at many offsets gets a convolution of
-// its own (its cells only, with the spectrum of the difference).  The result
-// equals the direct sum to rounding for any mask.
+// its own (its cells only, with the spectrum of the difference).  The
+// convolution takes the symmetric part of every block; an antisymmetric
+// part (the DMI: odd in the offset, on the nearest-neighbour offsets) joins
+// the stencil of its material, so the spectra of the even kernel stay real.
+// The result equals the direct sum to rounding for any mask.
 //
 // The plans are made once per grid, when the Fourier form is built, and
 // reused by every evaluation; the work buffers live in the Fourier form, so
@@ -82,7 +85,8 @@ struct FourierTensor {
 void set_fft_measure_limit(std::size_t points);
 
 // Builds the Fourier form of AIJ (offsets -nx..nx+1, ..., 9 components,
-// nmat materials) for three-dimensional transforms.
+// nmat materials) for three-dimensional transforms.  A slice whose
+// antisymmetric part reaches more than 64 offsets is a FatalError.
 void aijfft(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int nz, int nmat);
 // The same for a single layer (nz = 0) with two-dimensional transforms.
 void aijfft2d(const TensorArray& AIJ, FourierTensor& F, int nx, int ny, int nmat);

@@ -51,8 +51,8 @@ ModeOperator::ModeOperator(const MatrixInput& in, int threads) : in_(in), c_(mag
     local_in_.assign(c_.size(), {});
     for (std::size_t t = 0; t < c_.size(); ++t)
         for (const LocalBlock& b : c_.local[t]) local_in_[b.source].push_back(LocalBlock{static_cast<int>(t), b.J});
-    // Symmetric, even blocks: D(r)_ab = D(r)_ba = D(-r)_ab over the offsets
-    // a grid pair can take, to rounding of the largest entry.
+    // Reciprocal blocks: D(-r)_ba = D(r)_ab over the offsets a grid pair can
+    // take, to rounding of the largest entry.
     double big = 0.0;
     const TensorArray& T = in.AIJ;
     for (int m : c_.materials)
@@ -62,22 +62,19 @@ ModeOperator::ModeOperator(const MatrixInput& in, int threads) : in_(in), c_(mag
                     for (int i = -nx; i <= nx; ++i) big = std::max(big, std::abs(T(i, j, k, c, m)));
     const double tol = 1e-13 * big;
     for (int m : c_.materials)
-        for (int a = 0; a < 3 && even_; ++a)
-            for (int b = 0; b < 3 && even_; ++b)
-                for (int k = -nz; k <= nz && even_; ++k)
-                    for (int j = -ny; j <= ny && even_; ++j)
-                        for (int i = -nx; i <= nx; ++i) {
-                            const double v = T(i, j, k, 1 + a + 3 * b, m);
-                            if (std::abs(v - T(-i, -j, -k, 1 + a + 3 * b, m)) > tol ||
-                                std::abs(v - T(i, j, k, 1 + b + 3 * a, m)) > tol) {
-                                even_ = false;
+        for (int a = 0; a < 3 && reciprocal_; ++a)
+            for (int b = 0; b < 3 && reciprocal_; ++b)
+                for (int k = -nz; k <= nz && reciprocal_; ++k)
+                    for (int j = -ny; j <= ny && reciprocal_; ++j)
+                        for (int i = -nx; i <= nx; ++i)
+                            if (std::abs(T(i, j, k, 1 + a + 3 * b, m) - T(-i, -j, -k, 1 + b + 3 * a, m)) > tol) {
+                                reciprocal_ = false;
                                 break;
                             }
-                        }
 }
 
 ModeOperator::ModeOperator(const ModeOperator& other, int threads)
-    : in_(other.in_), even_(other.even_), c_(other.c_), local_in_(other.local_in_) {
+    : in_(other.in_), reciprocal_(other.reciprocal_), c_(other.c_), local_in_(other.local_in_) {
     F_[0] = concurrent_copy(other.F_[0]);
     prepare_work(threads);
 }

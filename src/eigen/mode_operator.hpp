@@ -11,10 +11,11 @@
 // deviation Q_j x_j, evaluated with the Fourier convolution of the tensor
 // (fft_field.hpp) once for the real and once for the imaginary part; the
 // rest is cell by cell.  The Jacobian blocks of the local terms add
-// J Q_j x_j to h_i directly.  The transposed product uses that every tensor block
-// is symmetric and even under r -> -r (Newell blocks, exchange, anisotropy):
-// the pair sum of A^T is the same convolution read with the TARGET cell's
-// material, one convolution per material present.
+// J Q_j x_j to h_i directly.  The transposed product uses that every tensor
+// block is the transpose of the block at the opposite offset, D(-r) = D(r)^T
+// (symmetric and even: Newell blocks, exchange, anisotropy; antisymmetric
+// and odd: the DMI): the pair sum of A^T is then the same convolution read
+// with the TARGET cell's material, one convolution per material present.
 #include <array>
 #include <cstddef>
 #include <vector>
@@ -47,9 +48,10 @@ public:
 
     [[nodiscard]] int N() const { return in_.N; }
     [[nodiscard]] int order() const override { return 2 * in_.N; }
-    // False when some tensor block is not symmetric or not even under
-    // r -> -r: apply_transpose is then not the transpose.
-    [[nodiscard]] bool even_tensor() const { return even_; }
+    // False when some tensor block is not the transpose of the block at the
+    // opposite offset, D(-r) != D(r)^T: apply_transpose is then not the
+    // transpose.
+    [[nodiscard]] bool reciprocal_tensor() const { return reciprocal_; }
 
     // y = A x and y = A^T x (x, y of length 2N, not overlapping).  One
     // product at a time: the Fourier form's work buffers are shared.
@@ -86,7 +88,7 @@ private:
     [[nodiscard]] cplx pair_sum(int c, int k) const { return {hre_[3 * c + k], him_[3 * c + k]}; }
 
     MatrixInput in_;
-    bool even_ = true;
+    bool reciprocal_ = true;
     MagneticCells c_;  // magnetic cells, their factors and materials
     // Two lanes, one for the real and one for the imaginary part of a
     // product, each with its own grids and, when they run at the same time

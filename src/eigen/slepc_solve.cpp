@@ -587,9 +587,10 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
         omp_set_num_threads(threads);
     }
     const ModeOperator& op = *op_right;
-    if (!op.even_tensor())
-        throw FatalError("SOLVE_MODES: the interaction tensor is not symmetric and even under r -> -r, so the "
-                         "left vectors cannot be formed from its Fourier form (use SOLVE_MATRIX)");
+    if (!op.reciprocal_tensor())
+        throw FatalError("SOLVE_MODES: the interaction tensor is not the transpose of itself at the opposite "
+                         "offset (D(-r) = D(r)^T), so the left vectors cannot be formed from its Fourier form "
+                         "(use SOLVE_MATRIX)");
     const ModeOperator& op_left = twin ? *twin : op;
     return solve_mode_products(op, op_left, complex_sparse(op.local_part(1, true)), in.nz + 1, together, each, nmodes,
                                f0, tol, out);

@@ -31,6 +31,7 @@ constexpr Command kCommands[] = {
     {"TENSOR_CREATE", cmd_tensor_create},
     {"ADD_ANISOTROPY", cmd_add_anisotropy},
     {"ADD_ANISOTROPY_FIELD", cmd_add_anisotropy_field},
+    {"ADD_DMI", cmd_add_dmi},
     {"TENSOR_SAVE", cmd_tensor_save},
     {"TENSOR_LOAD", cmd_tensor_load},
     {"ADD_EXT_FIELD", cmd_add_ext_field},

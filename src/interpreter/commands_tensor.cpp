@@ -7,6 +7,7 @@
 #include "core/memory.hpp"
 #include "interpreter/session.hpp"
 #include "tensor/anisotropy.hpp"
+#include "tensor/dmi.hpp"
 #include "tensor/lattice_sum.hpp"
 #include "tensor/macro.hpp"
 #include "tensor/neighbour_blocks.hpp"
@@ -127,6 +128,22 @@ void cmd_add_anisotropy(Session& s) {
     s.ack();
 }
 
+// Line: material, kind (1 interfacial, 2 bulk), D (erg/cm^2).
+void cmd_add_dmi(Session& s) {
+    s.line();
+    const int m = s.in.i32("the material");
+    const int kind = s.in.i32("the DMI kind");
+    const double D = s.in.f64("D");
+    ModelState& st = s.st;
+    need_tensor(s);
+    need_material(s, m);
+    if (kind != kDmiInterfacial && kind != kDmiBulk)
+        s.in.fail("the DMI kind must be 1 (interfacial) or 2 (bulk), not " + std::to_string(kind));
+    adddmi(st.AIJ, st.neighbours, st.MS, st.tensor_periodicity, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, kind, D, m);
+    refresh_fourier(st);
+    s.ack();
+}
+
 // Line: format (1 text, 2 binary), material, file name.
 void cmd_tensor_save(Session& s) {
     s.line();
@@ -168,7 +185,10 @@ void cmd_tensor_load(Session& s) {
         st.tensor_periodicity = file_p;
         // A loaded slice carries the exchange of the materials it was made
         // for; the short-range record assumes they are the present ones.
+        // The antisymmetric part of the nearest-neighbour blocks is the DMI
+        // that the slices hold.
         st.neighbours = exchange_neighbour_blocks(st.A, st.MS, st.dx, st.dy, st.dz, st.nmat);
+        add_antisymmetric_neighbours(st.AIJ, st.neighbours, st.nx, st.ny, st.nz, st.nmat);
         refresh_fourier(st);
     }
     s.ack();

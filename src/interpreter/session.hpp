@@ -45,6 +45,7 @@ void cmd_set_periodic(Session&);
 void cmd_tensor_macro(Session&);
 void cmd_tensor_create(Session&);
 void cmd_add_anisotropy(Session&);
+void cmd_add_dmi(Session&);
 void cmd_add_anisotropy_field(Session&);
 void cmd_tensor_save(Session&);
 void cmd_tensor_load(Session&);

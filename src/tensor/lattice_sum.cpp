@@ -469,21 +469,30 @@ void tensor_periodic(const Array<double, 1>& A, const Array<double, 1>& MS, Tens
         });
     // Exchange on the nearest-neighbour offsets and on their images inside
     // the tensor's range.
-    const auto P = periods(lat);
     const double d2[3] = {lat.dx * lat.dx, lat.dy * lat.dy, lat.dz * lat.dz};
     const int n[3] = {lat.nx, lat.ny, lat.nz};
     for (int ax = 0; ax < 3; ++ax)
         for (int s = -1; s <= 1; s += 2)
-            for (int img = -2; img <= 2; ++img) {
-                if (img != 0 && !lat.p.along(ax)) continue;
+            for (int pos : neighbour_images(lat.p, ax, n[ax], s)) {
                 std::array<int, 3> q{0, 0, 0};
-                q[ax] = s + img * P[ax];
-                if (q[ax] < -n[ax] || q[ax] > n[ax] + 1) continue;
+                q[ax] = pos;
                 for (int m = 1; m <= nmat; ++m) {
                     const double e = 2.0 * A(m) / (MS(m) * MS(m) * d2[ax]);
                     for (int c : {1, 5, 9}) AIJ(q[0], q[1], q[2], c, m) += e;
                 }
             }
+}
+
+std::vector<int> neighbour_images(const Periodicity& p, int axis, int n_axis, int s) {
+    std::vector<int> out;
+    const int period = n_axis + 1;
+    // |s + i period| <= n_axis + 1 needs |i| <= 2 for any period >= 1.
+    for (int img = -2; img <= 2; ++img) {
+        if (img != 0 && !p.along(axis)) continue;
+        const int q = s + img * period;
+        if (q >= -n_axis && q <= n_axis + 1) out.push_back(q);
+    }
+    return out;
 }
 
 void bloch_dipolar(const Lattice& lat, const std::vector<std::array<double, 3>>& k, std::vector<BlochTensor>& out) {

@@ -40,6 +40,14 @@ using BlochTensor = Array<cplx, 4>;
 // exchange 2 A(m) / (MS(m)^2 d^2) on the nearest-neighbour offsets and their
 // images along the periodic axes (so that exchange couples the cells on
 // either side of a periodic boundary).  At most two periodic axes.
+// The positions along axis `axis` (0..2, largest cell index n_axis) of a
+// nearest-neighbour offset s = +-1 along that axis and, when the axis is
+// periodic, of its images s + i (n_axis + 1), that lie in the tensor's range
+// -n_axis..n_axis+1.  Every nearest-neighbour term (exchange, DMI) puts its
+// block on all of them, so that it couples the cells on either side of a
+// periodic boundary.
+std::vector<int> neighbour_images(const Periodicity& p, int axis, int n_axis, int s);
+
 void tensor_periodic(const Array<double, 1>& A, const Array<double, 1>& MS, TensorArray& AIJ, const Lattice& lat,
                      int nmat);
 

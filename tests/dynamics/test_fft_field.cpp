@@ -8,6 +8,7 @@
 
 #include "dynamics/direct_field.hpp"
 #include "dynamics/fft_field.hpp"
+#include "tensor/dmi.hpp"
 #include "tensor/lattice_sum.hpp"
 #include "tensor/newell.hpp"
 #include "test_util.hpp"
@@ -177,6 +178,54 @@ TEST(FftField, KernelNotEvenUsesComplexSpectra) {
     EXPECT_FALSE(F.real_spectrum);
     EXPECT_EQ(F.Ky, F.L2);
     expect_same_field(p, F, p.AIJ);
+}
+
+// The DMI blocks are antisymmetric and odd in the offset: the convolution
+// takes the symmetric part, the stencils of their materials the rest; the
+// spectra stay real and folded.  Both kinds, on two materials (one with both
+// kinds), also across a periodic boundary (the images of the neighbour
+// offsets) and on a single layer.
+TEST(FftField, DmiIsAddedByTheStencilsOfItsMaterials) {
+    struct Shape {
+        int nx, ny, nz;
+        Periodicity p;
+    };
+    for (const Shape c : {Shape{5, 4, 2, {}}, Shape{4, 3, 3, {1, 0, 0}}, Shape{6, 5, 0, {0, 1, 0}}}) {
+        SCOPED_TRACE(testing::Message() << c.nx << 'x' << c.ny << 'x' << c.nz);
+        Problem p(c.nx, c.ny, c.nz, 2);
+        NeighbourBlocks nb({Range{1, 9}, Range{1, 6}, Range{1, 2}}, 0.0);
+        adddmi(p.AIJ, nb, p.MS, c.p, c.nx, c.ny, c.nz, p.dx, p.dy, p.dz, kDmiInterfacial, 40.0, 1);
+        adddmi(p.AIJ, nb, p.MS, c.p, c.nx, c.ny, c.nz, p.dx, p.dy, p.dz, kDmiBulk, -30.0, 2);
+        adddmi(p.AIJ, nb, p.MS, c.p, c.nx, c.ny, c.nz, p.dx, p.dy, p.dz, kDmiInterfacial, 15.0, 2);
+        p.randomize(71u + c.nx, 0.2);
+        FourierTensor F;
+        if (c.nz == 0)
+            aijfft2d(p.AIJ, F, c.nx, c.ny, 2);
+        else
+            aijfft(p.AIJ, F, c.nx, c.ny, c.nz, 2);
+        EXPECT_TRUE(F.real_spectrum);
+        EXPECT_EQ(F.Ky, c.ny + 2);
+        EXPECT_FALSE(F.stencil[1].empty());
+        expect_same_field(p, F, p.AIJ);
+        // Without the stencils the fields differ: the test sees the DMI.
+        FourierTensor G = F;
+        G.stencil.assign(3, {});
+        VecGrid Hd = p.Happ, Hg = p.Happ;
+        calcfields(p.M, p.MS, p.MP, p.s, p.mask, p.AIJ, Hd, c.nx, c.ny, c.nz, 2);
+        calcfieldsfft(p.M, p.MS, p.MP, p.s, p.mask, G, Hg, c.nx, c.ny, c.nz, 2);
+        double diff = 0.0;
+        for_cells(c.nx, c.ny, c.nz, [&](int i, int j, int k) {
+            for (int a = 1; a <= 3; ++a) diff = std::max(diff, std::abs(Hd(i, j, k, a) - Hg(i, j, k, a)));
+        });
+        EXPECT_GT(diff, 1e-3 * max_abs_magnetic(p, Hd));
+    }
+    // An antisymmetric part at many offsets is not a short-range term.
+    Problem q(5, 4, 2, 1);
+    for_cells(q.nx, q.ny, q.nz, [&](int i, int j, int k) {
+        if (i <= 4) q.AIJ(i - 1, j - 2, k - 1, 4, 1) += 0.1;  // 75 offsets
+    });
+    FourierTensor F;
+    EXPECT_NE(fatal_message([&] { aijfft(q.AIJ, F, 5, 4, 2, 1); }).find("antisymmetric part"), std::string::npos);
 }
 
 TEST(FftField, AnisotropyAddedToTheFourierFormOnly) {

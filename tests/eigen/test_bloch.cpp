@@ -16,6 +16,7 @@
 #include "eigen/bloch_modes.hpp"
 #include "eigen/bloch_operator.hpp"
 #include "eigen_model.hpp"
+#include "tensor/dmi.hpp"
 #include "tensor/tensor_accurate.hpp"
 
 namespace torix::test {
@@ -319,6 +320,39 @@ TEST(BlochDense, ReciprocalChainAndSmallWavevector) {
     }
 }
 
+TEST(BlochDense, InterfacialDmiShiftsWavesAcrossM) {
+    // A Permalloy-like film one cell thick, periodic along x and y, saturated
+    // along x, with interfacial DMI: waves along y (across M) are shifted by
+    //   f(k) - f(-k) = 4 D k_s / MS (Oe),  k_s = sin(k d) / d
+    // (J.-H. Moon et al., PRB 88, 184404 (2013), with the central difference
+    // of the stencil), exactly in a one-cell film, whatever the dipolar
+    // field and the applied field; waves along x (along M) are not.  D > 0
+    // raises the waves that run along +y (z x M).
+    const double dx = 2e-7, dy = 2e-7, dz = 1e-7, D = 1.0, Ms = 800.0;
+    Model m = make_model(0, 0, 0, dx, dy, dz, {{1.3e-6, Ms}}, [](int, int, int) { return 1; });
+    const Lattice lat{Periodicity{1, 1, 0}, 0, 0, 0, dx, dy, dz};
+    m.AIJ = make_tensor(0, 0, 0, 1);
+    tensor_periodic(m.A, m.MS, m.AIJ, lat, 1);
+    NeighbourBlocks nb = exchange_neighbour_blocks(m.A, m.MS, dx, dy, dz, 1);
+    adddmi(m.AIJ, nb, m.MS, lat.p, 0, 0, 0, dx, dy, dz, kDmiInterfacial, D, 1);
+    set_m(m, [](int, int, int) { return std::array<double, 3>{1.0, 0.0, 0.0}; });
+    set_field(m, {1000.0, 0.0, 0.0});
+    set_numbering(m);
+    const auto at = [&](double kx, double ky) {
+        Modes r;
+        captured_cout([&] { calcmatrix_bloch(BlochProblem{m.input(), nb, lat, {kx, ky, 0.0}}, 2, r.out()); });
+        return freqs(r);
+    };
+    const double k = 4e5;  // rad/cm, k d = 0.08
+    const auto fp = at(0.0, k), fm = at(0.0, -k), xp = at(k, 0.0), xm = at(-k, 0.0);
+    ASSERT_EQ(fp.size(), 1u);
+    ASSERT_EQ(fm.size(), 1u);
+    const double want = 4.0 * D * std::sin(k * dy) / dy / Ms;
+    EXPECT_NEAR(fp[0] - fm[0], want, 1e-6 * want);
+    ASSERT_EQ(xp.size(), 1u);
+    EXPECT_NEAR(xp[0], xm[0], 1e-10 * xp[0]);
+}
+
 TEST(BlochDense, ModeRunsAlongPlusKInTimeRun) {
     // The sign convention, against the time integration: a period of two
     // cells solved at k = 2 pi / 8d; the supercell of four periods (eight
@@ -493,6 +527,47 @@ TEST(BlochMatrixFree, ProductsAndModesMatchTheDenseMatrix) {
     for (int q = 1; q <= 3; ++q) {
         EXPECT_NEAR(started.W(q, 1), dense2.W(q, 1), 1e-8 * dense2.W(q, 1));
         EXPECT_NEAR(started.W(q, 2), dense2.W(q, 2), 1e-8 * dense2.W(q, 1));
+    }
+}
+
+TEST(BlochMatrixFree, DmiProductsAndModesMatchTheDenseMatrix) {
+    // The chain of the test above with the DMI of both kinds (interfacial on
+    // material 1, bulk on material 2), on the tensor's images and in the
+    // neighbour record: antisymmetric blocks whose images across the
+    // boundary take their phase.  Products, transposed products and the
+    // solve against the dense matrix.
+    Periodic p = two_material_chain(2, true);
+    adddmi(p.m.AIJ, p.nb, p.m.MS, p.lat.p, p.m.nx, p.m.ny, 0, kD, kD, kD, kDmiInterfacial, 2.0, 1);
+    adddmi(p.m.AIJ, p.nb, p.m.MS, p.lat.p, p.m.nx, p.m.ny, 0, kD, kD, kD, kDmiBulk, -1.5, 2);
+    p.m.alpha = 0.01;
+    set_numbering(p.m, 1, 2, 1);
+    const double k = 0.3 * kPi / (4 * kD);
+    const BlochKernel K = bloch_kernel(p.m.AIJ, p.nb, cut_dipolar_k(p, k), p.lat, {k, 0.0, 0.0});
+    const int n = 2 * p.m.N;
+    std::vector<cplx> A(static_cast<std::size_t>(n) * n);
+    assemble_dense_bloch(p.m.input(), K, A.data());
+    const BlochOperator op(p.m.input(), K, p.lat.p);
+    std::vector<cplx> x(n), y(n), yt(n), want(n), wantt(n);
+    for (int r = 0; r < n; ++r) x[r] = cplx(std::cos(0.9 * r + 0.4), std::sin(0.5 * r * r));
+    for (int r = 0; r < n; ++r)
+        for (int c = 0; c < n; ++c) {
+            want[r] += A[r + c * static_cast<std::size_t>(n)] * x[c];
+            wantt[r] += A[c + r * static_cast<std::size_t>(n)] * x[c];
+        }
+    op.apply(x.data(), y.data());
+    op.apply_transpose(x.data(), yt.data());
+    std::vector<cplx> d(n), dt(n);
+    for (int r = 0; r < n; ++r) d[r] = y[r] - want[r], dt[r] = yt[r] - wantt[r];
+    EXPECT_LT(norm(d), 1e-12 * norm(want));
+    EXPECT_LT(norm(dt), 1e-12 * norm(wantt));
+    Modes dense_modes, free_modes;
+    std::vector<cplx> work = A;
+    solve_dense_bloch(p.m.N, work.data(), 3, dense_modes.out());
+    captured_cout([&] { solve_modes_bloch(p.problem({k, 0.0, 0.0}), K, 3, 0.0, 1e-11, free_modes.out()); });
+    ASSERT_EQ(free_modes.nmodes, 3);
+    for (int q = 1; q <= 3; ++q) {
+        EXPECT_NEAR(free_modes.W(q, 1), dense_modes.W(q, 1), 1e-8 * dense_modes.W(q, 1));
+        EXPECT_NEAR(free_modes.W(q, 2), dense_modes.W(q, 2), 1e-8 * dense_modes.W(q, 1));
     }
 }
 

@@ -20,6 +20,7 @@
 #include "eigen/slepc_solve.hpp"
 #include "eigen_model.hpp"
 #include "tensor/anisotropy.hpp"
+#include "tensor/dmi.hpp"
 #include "tensor/tensor_build.hpp"
 
 namespace torix::test {
@@ -73,6 +74,20 @@ Model platelet(int n, double alpha = 0.01) {
     return m;
 }
 
+// The model with the DMI of both kinds added (interfacial on material 1,
+// bulk and interfacial on material 2), its field recomputed.
+Model with_dmi(Model m) {
+    const int nmat = m.MS.extent(0);
+    NeighbourBlocks nb({Range{1, 9}, Range{1, 6}, Range{1, nmat}}, 0.0);
+    adddmi(m.AIJ, nb, m.MS, {}, m.nx, m.ny, m.nz, m.dx, m.dy, m.dz, kDmiInterfacial, 3.0, 1);
+    if (nmat > 1) {
+        adddmi(m.AIJ, nb, m.MS, {}, m.nx, m.ny, m.nz, m.dx, m.dy, m.dz, kDmiBulk, -4.0, 2);
+        adddmi(m.AIJ, nb, m.MS, {}, m.nx, m.ny, m.nz, m.dx, m.dy, m.dz, kDmiInterfacial, 2.0, 2);
+    }
+    set_field(m, {300.0, -200.0, 1000.0});
+    return m;
+}
+
 std::vector<cplx> dense_product(const std::vector<double>& A, const std::vector<cplx>& x, bool transpose) {
     const std::size_t n = x.size();
     std::vector<cplx> y(n, 0.0);
@@ -113,14 +128,18 @@ TEST(ModeOperator, ProductsEqualTheAssembledMatrix) {
                     {"two materials, single layer, blocks 2x1x1", mixed_model(0, 2, 1)},
                     // Padded grid 32 x 32 x 6: the real and imaginary parts
                     // are convolved at the same time on two threads.
-                    {"two materials, anisotropy, two lanes", mixed_model(2, 1, 1, 15, 15)}};
+                    {"two materials, anisotropy, two lanes", mixed_model(2, 1, 1, 15, 15)},
+                    // Antisymmetric blocks, odd in the offset: the
+                    // transposed product reads them at the opposite offset.
+                    {"two materials, DMI of both kinds, three layers", with_dmi(mixed_model(2, 1, 1))},
+                    {"two materials, DMI, blocks 2x2x1", with_dmi(mixed_model(1, 2, 2))}};
     std::mt19937 gen(3);
     std::uniform_real_distribution<double> u(-1.0, 1.0);
     for (Case& c : cases) {
         SCOPED_TRACE(c.name);
         const auto A = dense_matrix(c.m);
         const ModeOperator op(c.m.input());
-        ASSERT_TRUE(op.even_tensor());
+        ASSERT_TRUE(op.reciprocal_tensor());
         const int n = op.order();
         for (int trial = 0; trial < 3; ++trial) {
             std::vector<cplx> x(n), y(n), yt(n);
@@ -323,6 +342,94 @@ TEST(SolveModes, LowestModesEqualTheDenseSolve) {
         }
         expect_same_modes(c.m, d, 1, it, 1e-10);
     }
+}
+
+// A platelet 8 x 6 cells with interfacial DMI, relaxed in a field along x.
+// The mirror z -> -z turns D into -D; with y -> -y it maps the model with D
+// onto the model with -D (the magnetization by a half turn about x).  So
+// the modes of -D are those of D mirrored in y: the same frequencies and the
+// opposite asymmetry across M (the non-reciprocity of waves that run across
+// M shows as a drift of phase along y).  The matrix-free solve gives the
+// dense modes.
+Model dmi_platelet(double D) {
+    Model m = make_model(7, 5, 0, 5e-7, 5e-7, 5e-7, {{1.3e-6, 800.0}}, [](int, int, int) { return 1; });
+    m.AIJ = make_tensor(7, 5, 0, 1);
+    tensorbuild(m.A, m.MS, m.AIJ, 7, 5, 0, 5e-7, 5e-7, 5e-7, 1);
+    NeighbourBlocks nb({Range{1, 9}, Range{1, 6}, Range{1, 1}}, 0.0);
+    adddmi(m.AIJ, nb, m.MS, {}, 7, 5, 0, 5e-7, 5e-7, 5e-7, kDmiInterfacial, D, 1);
+    set_m(m, [](int, int, int) { return std::array<double, 3>{1.0, 0.0, 0.0}; });
+    const std::array<double, 3> applied{3000.0, 0.0, 0.0};
+    set_field(m, applied);
+    VecGrid H = m.H, Mprev = m.M;
+    for_cells(7, 5, 0, [&](int x, int y, int z) {
+        for (int c = 1; c <= 3; ++c) H(x, y, z, c) = applied[c - 1];
+    });
+    const FourierTensor none;
+    (void)captured_cout([&] {
+        relax(m.M, H, m.MS, {0.0, 0.0, 0.0}, 0.0, m.AIJ, m.MASQUE, 7, 5, 0, 1, 0.05, 1e-13, kMethodDirect, none,
+              Mprev, 200000);
+    });
+    set_field(m, applied);
+    set_numbering(m);
+    m.alpha = 0.01;
+    return m;
+}
+
+// The phase a mode gains per cell along y, weighted by its amplitude:
+// sum over neighbour pairs along y of Im(conj(u_n) u_n') / sum |u_n|^2.  A
+// standing mode has none; the DMI gives the modes that run across M a
+// drift of phase in one sense (the non-reciprocity of such waves).
+double phase_drift(const Model& m, const Array<cplx, 3>& R, int p) {
+    double w = 0.0, flow = 0.0;
+    for_cells(m.nx, m.ny, m.nz, [&](int x, int y, int z) {
+        const int n = m.NUM(x, y, z);
+        if (n == 0) return;
+        w += std::norm(R(n, 1, p)) + std::norm(R(n, 2, p));
+        if (y == m.ny || m.NUM(x, y + 1, z) == 0) return;
+        const int q = m.NUM(x, y + 1, z);
+        for (int c = 1; c <= 2; ++c) flow += std::imag(std::conj(R(n, c, p)) * R(q, c, p));
+    });
+    return flow / w;
+}
+
+TEST(SolveModes, DmiModesMirrorWithTheSignOfD) {
+    const Model plus = dmi_platelet(3.0), minus = dmi_platelet(-3.0);
+    // The relaxed states are each other's half turn about x.
+    double worst = 0.0, tilt = 0.0;
+    for_cells(7, 5, 0, [&](int x, int y, int) {
+        const int ym = 5 - y;
+        worst = std::max({worst, std::abs(plus.M(x, y, 0, 1) - minus.M(x, ym, 0, 1)),
+                          std::abs(plus.M(x, y, 0, 2) + minus.M(x, ym, 0, 2)),
+                          std::abs(plus.M(x, y, 0, 3) + minus.M(x, ym, 0, 3))});
+        tilt = std::max(tilt, std::abs(plus.M(x, y, 0, 3)));
+    });
+    EXPECT_LT(worst, 1e-6 * 800.0);
+    EXPECT_GT(tilt, 1.0);  // the edges tilt out of the plane
+    Modes dp, dm;
+    (void)captured_cout([&] {
+        calcmatrix(plus.input(), plus.N, dp.out());
+        calcmatrix(minus.input(), minus.N, dm.out());
+    });
+    ASSERT_GE(dp.nmodes, 6);
+    double largest = 0.0;
+    for (int p = 1; p <= 6; ++p) {
+        SCOPED_TRACE(p);
+        EXPECT_NEAR(dp.W(p, 1), dm.W(p, 1), 1e-8 * dp.W(p, 1));
+        const double cp = phase_drift(plus, dp.R, p), cm = phase_drift(minus, dm.R, p);
+        EXPECT_NEAR(cp, -cm, 1e-6);
+        largest = std::max(largest, std::abs(cp));
+    }
+    EXPECT_GT(largest, 0.05);  // the DMI makes the modes drift across M
+    // Without it the model is its own mirror image: no drift.
+    const Model none = dmi_platelet(0.0);
+    Modes d0;
+    (void)captured_cout([&] { calcmatrix(none.input(), none.N, d0.out()); });
+    for (int p = 1; p <= 6; ++p) EXPECT_LT(std::abs(phase_drift(none, d0.R, p)), 1e-8) << p;
+    Modes it;
+    const ModesStats st = solve_modes(plus.input(), 6, 0.0, 1e-10, it.out());
+    ASSERT_EQ(it.nmodes, 6);
+    EXPECT_EQ(st.converged, 6);
+    expect_same_modes(plus, dp, 1, it, 1e-10);
 }
 
 TEST(SolveModes, TargetAboveZeroGivesTheNearestModes) {

@@ -148,6 +148,16 @@ TEST(Script, TensorCommandsOnAGridWithoutCellsAreRefused) {
     EXPECT_FALSE(d.exists("t.bin"));
 }
 
+TEST(Script, DmiNeedsATensorAndAMaterialOfTheTable) {
+    TempDir d;
+    const std::string grid = "SET_CELL\n5e-7 5e-7 5e-7\nMASQUE_CREATE\n1e-6 5e-7 5e-7\nLOAD_MAT\n1\n1.3e-6 800\n";
+    EXPECT_EQ(fatal_message([&] { run(d, grid + "ADD_DMI\n1 1 3\nEND\n"); }),
+              "input.dat:9: ADD_DMI: no interaction tensor for the current grid and materials (run TENSOR_CREATE or "
+              "TENSOR_LOAD first)");
+    EXPECT_EQ(fatal_message([&] { run(d, grid + "TENSOR_CREATE\n0\nADD_DMI\n2 2 3\nEND\n"); }),
+              "input.dat:11: ADD_DMI: material 2 is outside 1..1");
+}
+
 TEST(Script, NumberingAndModesOfAnotherGridAreRefused) {
     TempDir d;
     // Numbering made on the 3 x 2 x 1 grid, then the grid is replaced.
