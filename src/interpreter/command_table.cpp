@@ -77,6 +77,7 @@ constexpr Command kCommands[] = {
     {"SET_WAVEVECTOR", cmd_set_wavevector},
     {"ADD_CUBIC_ANISOTROPY", cmd_add_cubic_anisotropy},
     {"ADD_INTERLAYER_EXCHANGE", cmd_add_interlayer_exchange},
+    {"SWEEP_FIELD", cmd_sweep_field},
     {"END", nullptr},
 };
 

@@ -109,6 +109,10 @@ void save_both(ModelState& st) {
 
 }  // namespace
 
+void need_solve_inputs(const ModelState& st) { check_inputs(st); }
+void need_dense_memory(const ModelState& st, int copies) { check_dense_size(st, copies); }
+MatrixInput solve_input(const ModelState& st) { return matrix_input(st); }
+
 void need_modes_on_grid(const ModelState& st) {
     if (st.nmodes <= 0) return;
     const std::string& k = st.LINER;

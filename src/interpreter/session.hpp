@@ -9,6 +9,7 @@
 namespace torix {
 
 struct ModeInput;
+struct MatrixInput;
 
 struct Session {
     ModelState& st;
@@ -72,6 +73,7 @@ void cmd_omega_print(Session&);
 void cmd_eigen_load(Session&);
 void cmd_solve_modes(Session&);
 void cmd_set_wavevector(Session&);
+void cmd_sweep_field(Session&);  // commands_sweep.cpp
 // commands_output.cpp
 void cmd_set_hrf(Session&);
 void cmd_calc_c(Session&);
@@ -116,6 +118,13 @@ void need_field_inputs(const ModelState& st, bool applied_field = true);
 // numbering: NUM over the grid, a number for every magnetic cell, mode
 // amplitudes for every number.
 void need_modes_on_grid(const ModelState& st);
+// Throws unless a mode solve can run: the field inputs, and a numbering on
+// the present grid that numbers every magnetic cell.
+void need_solve_inputs(const ModelState& st);
+// Throws unless `copies` dense matrices of order 2N fit in memory.
+void need_dense_memory(const ModelState& st, int copies);
+// What the mode solves linearise: M, H, MP, damping -beta, tensor, numbering.
+MatrixInput solve_input(const ModelState& st);
 // H := HINIT, then adds the interaction field of M by the method use_fft chooses.
 void compute_field(ModelState& st);
 
