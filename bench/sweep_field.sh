@@ -6,7 +6,7 @@
 #
 #   bench/sweep_field.sh TORIX [SOLVER]     SOLVER 0 matrix-free (default), 1 dense
 #
-# Prints: wall seconds, peak RSS in MB, the load average at the start, and
+# Prints: wall and processor seconds (user + system), peak RSS in MB, the load average at the start, and
 # the number of resonances found.  On a busy machine run it with
 # OMP_WAIT_POLICY=passive.
 set -euo pipefail
@@ -30,12 +30,12 @@ TENSOR_CREATE
 0
 SET_BETA
 0.008
-SET_HRF
-2
-0 0 1
 INIT_M
 2
 1 0.7 0
+SET_HRF
+2
+0 0 1
 ADD_EXT_FIELD
 1
 1638.3918 1146.8743 0
@@ -48,7 +48,8 @@ sweep.txt
 END
 EOF
 load=$(cut -d' ' -f1-3 /proc/loadavg)
-/usr/bin/time -f "%e %M" -o time.txt "$TORIX" > out.txt 2> err.txt
-read -r wall rss < time.txt
-printf 'sweep 50 steps, 12 modes, solver %s: wall %.2f s  rss %.1f MB  load %s  %s\n' "$solver" "$wall" \
-    "$(awk -v r="$rss" 'BEGIN {print r / 1024}')" "$load" "$(grep '# resonances' sweep.txt_fmr.txt)"
+/usr/bin/time -f "%e %M %U %S" -o time.txt "$TORIX" > out.txt 2> err.txt
+read -r wall rss user sys < time.txt
+printf 'sweep 50 steps, 12 modes, solver %s: wall %.2f s  cpu %.2f s  rss %.1f MB  load %s  %s\n' "$solver" "$wall" \
+    "$(awk -v u="$user" -v s="$sys" 'BEGIN {print u + s}')" "$(awk -v r="$rss" 'BEGIN {print r / 1024}')" "$load" \
+    "$(grep '# resonances' sweep.txt_fmr.txt)"

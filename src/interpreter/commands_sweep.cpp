@@ -29,6 +29,9 @@ constexpr double kMinWeight = 0.2;
 // A step where m (unit vector) changes by more than this in some cell has
 // jumped to another state: its modes continue no branch.
 constexpr double kJump = 0.5;
+// Relative residual of the matrix-free solves: frequencies to about 1e-8,
+// finer than the steps resolve, at two thirds of the products of 1e-10.
+constexpr double kTolerance = 1e-8;
 
 // Frequencies in GHz: with SET_GYRO (any value but the start value 1) the
 // ratio given there, in rad/(s Oe); else gamma / 2 pi = 2.8 MHz/Oe.
@@ -166,7 +169,7 @@ void cmd_sweep_field(Session& s) {
         if (solver == 1)
             calcmatrix(in, nmodes, out);
         else
-            solve_modes(in, nmodes, 0.0, 0.0, out);
+            solve_modes(in, nmodes, 0.0, kTolerance, out);
         calc_c(st.nmodes, st.nx, st.ny, st.nz, st.ncells, st.MODES, st.MODESL, st.M, st.MASQUE, st.NUM, st.HRF, st.C);
 
         // Branches: continued by overlap, new ones numbered on.

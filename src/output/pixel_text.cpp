@@ -76,15 +76,13 @@ void draw_text(RgbImage& img, int x, int y, const std::string& text, int scale, 
     int at = 0;
     for (char c : text) {
         const Glyph* g = glyph(c);
-        // Descenders hang two rows below the line.
-        const int drop = (c == 'g' || c == 'p' || c == 'q' || c == 'y') ? 2 * scale : 0;
         if (g != nullptr)
             for (int r = 0; r < 7; ++r)
                 for (int col = 0; col < 5; ++col) {
                     if (!(g->row[r] & (1u << (4 - col)))) continue;
                     for (int a = 0; a < scale; ++a)
                         for (int b = 0; b < scale; ++b) {
-                            const int u = at + col * scale + a, v = r * scale + b + drop;  // along, down the glyph
+                            const int u = at + col * scale + a, v = r * scale + b;  // along, down the glyph
                             if (vertical)
                                 img.set(x + v, y - u, colour);
                             else

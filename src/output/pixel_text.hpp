@@ -22,7 +22,7 @@ struct RgbImage {
 // Width and height in pixels of `text` at magnification `scale` (one
 // column of space between characters).
 int text_width(const std::string& text, int scale);
-inline int text_height(int scale) { return 9 * scale; }  // with descenders
+inline int text_height(int scale) { return 7 * scale; }
 
 // Draws `text` with its top-left corner at (x, y); vertical text runs
 // upwards from (x, y), its bottom-left corner.  Characters outside the font
