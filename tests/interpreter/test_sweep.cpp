@@ -180,6 +180,27 @@ TEST(SweepField, FieldSweptAbsorptionPeaksAtResonanceWithLorentzianWidth) {
     EXPECT_LT(spacing, 2 * g / slope / 20) << samples.size();
     // Frequencies in GHz with the ratio of SET_GYRO.
     EXPECT_NEAR(t[0][7], t[0][5] * gyro / (2e9 * kPi), 1e-9 * t[0][7]);
+    // The pictures: one branch of 61 markers, f0 marked, the absorption
+    // curve below; the map a 900 x 600 PNG.
+    const std::string svg = d.read("k.svg");
+    auto count = [&](const std::string& what) {
+        std::size_t n = 0;
+        for (std::size_t at = svg.find(what); at != std::string::npos; at = svg.find(what, at + 1)) ++n;
+        return n;
+    };
+    EXPECT_EQ(count("class=\"branch\""), 1u);
+    EXPECT_EQ(count("class=\"marker\""), 61u);
+    EXPECT_EQ(count("id=\"f0\""), 1u);
+    EXPECT_EQ(count("id=\"curve\""), 1u);
+    const std::string png = d.read("k_map.png");
+    ASSERT_GT(png.size(), 24u);
+    EXPECT_EQ(png.substr(1, 3), "PNG");
+    auto be32 = [&](std::size_t at) {
+        return (static_cast<unsigned char>(png[at]) << 24) | (static_cast<unsigned char>(png[at + 1]) << 16) |
+               (static_cast<unsigned char>(png[at + 2]) << 8) | static_cast<unsigned char>(png[at + 3]);
+    };
+    EXPECT_EQ(be32(16), 900u);
+    EXPECT_EQ(be32(20), 600u);
 }
 
 // A large thin square, 1 um x 1 um x 3 nm, as one cell (uniform mode) swept
