@@ -13,8 +13,6 @@
 #include "core/progress.hpp"
 #include "dynamics/relax.hpp"
 #include "eigen/branch_match.hpp"
-#include "eigen/dense_solve.hpp"
-#include "eigen/slepc_solve.hpp"
 #include "interpreter/session.hpp"
 #include "output/response.hpp"
 #include "output/sweep_files.hpp"
@@ -124,11 +122,10 @@ void cmd_sweep_field(Session& s) {
     if (!(st.relax_alpha > 0.0) && !(st.timestep > 0.0))
         throw FatalError(k + ": the Runge-Kutta relaxation of the last RELAX needs a positive time step (SET_TIMESTEP)");
     if (!st.numbered) build_numbering(st, st.s1, st.s2, st.s3);
-    need_solve_inputs(st);
+    need_solve_inputs(st, solver == 1);
     if (nmodes > st.ncells)
         throw FatalError(k + ": expected a number of modes between 1 and " + std::to_string(st.ncells) +
                          " (the numbered cells), found " + std::to_string(nmodes));
-    if (solver == 1) need_dense_memory(st, 4);
     if (!st.HRF.allocated() || st.HRF.hi(0) != st.nx || st.HRF.hi(1) != st.ny || st.HRF.hi(2) != st.nz)
         st.HRF = make_cvec_grid(st.nx, st.ny, st.nz);
 
@@ -150,8 +147,6 @@ void cmd_sweep_field(Session& s) {
     int old_n = 0;
     std::vector<int> old_branch;
     Progress progress(k);
-    const MatrixInput in = solve_input(st);
-    const ModeOutput out{st.nmodes, st.W, st.PHASES, st.ZOUT, st.MODES, st.MODESL};
     for (int step = 0; step <= rec.nsteps; ++step) {
         SweepStep rs;
         const double t = static_cast<double>(step) / rec.nsteps;
@@ -166,10 +161,7 @@ void cmd_sweep_field(Session& s) {
         before = st.M;
         relax_step(st, method);
 
-        if (solver == 1)
-            calcmatrix(in, nmodes, out);
-        else
-            solve_modes(in, nmodes, 0.0, kTolerance, out);
+        solve_present_modes(st, nmodes, solver == 1, kTolerance);
         calc_c(st.nmodes, st.nx, st.ny, st.nz, st.ncells, st.MODES, st.MODESL, st.M, st.MASQUE, st.NUM, st.HRF, st.C);
 
         // Branches: continued by overlap, new ones numbered on.

@@ -9,7 +9,6 @@
 namespace torix {
 
 struct ModeInput;
-struct MatrixInput;
 
 struct Session {
     ModelState& st;
@@ -118,13 +117,14 @@ void need_field_inputs(const ModelState& st, bool applied_field = true);
 // numbering: NUM over the grid, a number for every magnetic cell, mode
 // amplitudes for every number.
 void need_modes_on_grid(const ModelState& st);
-// Throws unless a mode solve can run: the field inputs, and a numbering on
-// the present grid that numbers every magnetic cell.
-void need_solve_inputs(const ModelState& st);
-// Throws unless `copies` dense matrices of order 2N fit in memory.
-void need_dense_memory(const ModelState& st, int copies);
-// What the mode solves linearise: M, H, MP, damping -beta, tensor, numbering.
-MatrixInput solve_input(const ModelState& st);
+// Throws unless a mode solve can run: the field inputs, a numbering on the
+// present grid that numbers every magnetic cell, a wave vector the body's
+// periodic axes allow, and (dense) the memory of the dense solve.
+void need_solve_inputs(const ModelState& st, bool dense);
+// The ModeSet of the present state as SOLVE_MATRIX (dense) or SOLVE_MODES
+// (matrix-free, the nsel lowest modes to relative residual tol) finds it,
+// at the wave vector of SET_WAVEVECTOR; no eigen files.
+void solve_present_modes(ModelState& st, int nsel, bool dense, double tol);
 // H := HINIT, then adds the interaction field of M by the method use_fft chooses.
 void compute_field(ModelState& st);
 
