@@ -79,6 +79,7 @@ constexpr Command kCommands[] = {
     {"ADD_CUBIC_ANISOTROPY", cmd_add_cubic_anisotropy},
     {"ADD_INTERLAYER_EXCHANGE", cmd_add_interlayer_exchange},
     {"DISPERSION", cmd_dispersion},
+    {"SWEEP_FIELD", cmd_sweep_field},
     {"END", nullptr},
 };
 

@@ -109,6 +109,19 @@ void save_both(ModelState& st) {
 
 }  // namespace
 
+void need_solve_inputs(const ModelState& st, bool dense) {
+    check_inputs(st);
+    check_wavevector(st);
+    if (dense) check_dense_size(st, is_zero(st.wavevector) ? 4 : 8);
+}
+
+void solve_present_modes(ModelState& st, int nsel, bool dense, double tol) {
+    if (dense)
+        calcmatrix_bloch(bloch_problem(st), nsel, mode_output(st));
+    else
+        solve_modes_bloch(bloch_problem(st), nsel, 0.0, tol, mode_output(st));
+}
+
 void need_modes_on_grid(const ModelState& st) {
     if (st.nmodes <= 0) return;
     const std::string& k = st.LINER;

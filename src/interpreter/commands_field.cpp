@@ -58,6 +58,7 @@ void allocate_fields(ModelState& st) {
     st.H = make_vec_grid(st.nx, st.ny, st.nz);
     st.HINIT = make_vec_grid(st.nx, st.ny, st.nz);
     st.HRF = make_cvec_grid(st.nx, st.ny, st.nz);
+    st.HUNIFORM = {0.0, 0.0, 0.0};
 }
 
 // Format 1 text, 2 binary, 4 reduced VRML scene (saving only); other values do nothing.
@@ -118,12 +119,14 @@ void cmd_add_ext_field(Session& s) {
             for (int k = 0; k <= st.nz; ++k)
                 for (int j = 0; j <= st.ny; ++j)
                     for (int i = 0; i <= st.nx; ++i) st.HINIT(i, j, k, a) += hv[a - 1];
+        for (int a = 0; a < 3; ++a) st.HUNIFORM[a] += hv[a];
     } else if (kind == 2) {
         s.line();
         const int format = s.in.i32("the format");
         st.FNAME = s.in.name("the file name");
         need(st, st.HINIT, "applied-field array");
         load_vector(st, st.HINIT, format, st.FNAME);
+        if (format == 1 || format == 2) st.HUNIFORM = {0.0, 0.0, 0.0};
     }
     s.ack();
 }

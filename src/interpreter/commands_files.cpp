@@ -173,7 +173,10 @@ void cmd_ovf_load(Session& s) {
                 }
         // Only M is replaced; the field arrays are made (zero) when missing.
         if (!on_grid(st, st.H)) st.H = make_vec_grid(st.nx, st.ny, st.nz);
-        if (!on_grid(st, st.HINIT)) st.HINIT = make_vec_grid(st.nx, st.ny, st.nz);
+        if (!on_grid(st, st.HINIT)) {
+            st.HINIT = make_vec_grid(st.nx, st.ny, st.nz);
+            st.HUNIFORM = {0.0, 0.0, 0.0};
+        }
         if (!st.HRF.allocated() || st.HRF.hi(0) != st.nx || st.HRF.hi(1) != st.ny || st.HRF.hi(2) != st.nz)
             st.HRF = make_cvec_grid(st.nx, st.ny, st.nz);
         st.M = std::move(v);
@@ -190,6 +193,7 @@ void cmd_ovf_load(Session& s) {
             for (int k = 0; k <= st.nz; ++k)
                 for (int j = 0; j <= st.ny; ++j)
                     for (int i = 0; i <= st.nx; ++i) st.HINIT(i, j, k, a) = v(i, j, k, a) * f[a - 1];
+        st.HUNIFORM = {0.0, 0.0, 0.0};
     }
     s.ack();
 }

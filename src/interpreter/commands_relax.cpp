@@ -51,6 +51,9 @@ void cmd_relax(Session& s) {
     st.M2 = make_vec_grid(st.nx, st.ny, st.nz);
     const int method = use_fft(st) ? kMethodFft : kMethodDirect;
     if (threshold < 0.0) threshold = 0.00001;
+    st.relax_set = true;
+    st.relax_threshold = threshold;
+    st.relax_alpha = alpha;
     for (int r = 1; r <= runs; ++r) {
         double E = 0.0;
         if (alpha > 0.0) {

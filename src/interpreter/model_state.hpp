@@ -39,6 +39,10 @@ struct ModelState {
     bool numbered = false;        // a numbering exists
 
     VecGrid M, H, HINIT, M2, TEMPOR;
+    // The uniform part of HINIT (Oe): the sum of the uniform fields added
+    // since HINIT was last made or loaded; a field sweep replaces it and
+    // keeps the rest.
+    std::array<double, 3> HUNIFORM{0.0, 0.0, 0.0};
     CVecGrid HRF;  // complex driving field per cell
 
     TensorArray AIJ;
@@ -67,6 +71,10 @@ struct ModelState {
     double gyro = 1.0;
     double timestep = -1.0;  // kept multiplied by gyro; negative = not set
     double beta = 0.0;
+    // Parameters of the last RELAX (threshold as used, alpha), which the
+    // field sweep relaxes with at every step.
+    bool relax_set = false;
+    double relax_threshold = 0.0, relax_alpha = 0.0;
     double current = 0.0;
     std::array<double, 3> MP{0.0, 0.0, 0.0};
     std::array<double, 3> MPRF{0.0, 0.0, 0.0};

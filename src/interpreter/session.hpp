@@ -75,6 +75,7 @@ void cmd_solve_modes(Session&);
 void cmd_set_wavevector(Session&);
 // commands_dispersion.cpp
 void cmd_dispersion(Session&);
+void cmd_sweep_field(Session&);  // commands_sweep.cpp
 // commands_output.cpp
 void cmd_set_hrf(Session&);
 void cmd_calc_c(Session&);
@@ -125,6 +126,14 @@ void need_solve_inputs(const ModelState& st);
 // The model state's view that the eigen solves read.
 struct MatrixInput;
 MatrixInput solve_input(const ModelState& st);
+// Throws unless a mode solve can run: the field inputs, a numbering on the
+// present grid that numbers every magnetic cell, a wave vector the body's
+// periodic axes allow, and (dense) the memory of the dense solve.
+void need_solve_inputs(const ModelState& st, bool dense);
+// The ModeSet of the present state as SOLVE_MATRIX (dense) or SOLVE_MODES
+// (matrix-free, the nsel lowest modes to relative residual tol) finds it,
+// at the wave vector of SET_WAVEVECTOR; no eigen files.
+void solve_present_modes(ModelState& st, int nsel, bool dense, double tol);
 // H := HINIT, then adds the interaction field of M by the method use_fft chooses.
 void compute_field(ModelState& st);
 

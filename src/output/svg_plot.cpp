@@ -6,13 +6,17 @@
 #include <limits>
 
 #include "core/records.hpp"
+#include "output/svg_parts.hpp"
 
 namespace torix {
 
-namespace {
+namespace svg {
 
+namespace {
 constexpr double kWidth = 900.0, kHeight = 600.0;
 constexpr double kTop = 70.0, kBottom = 520.0, kLeft = 100.0;
+
+}  // namespace
 
 std::string esc(const std::string& s) {
     std::string out;
@@ -26,7 +30,7 @@ std::string esc(const std::string& s) {
     return out;
 }
 
-std::string num(double v, int digits = 2) {
+std::string num(double v, int digits) {
     char buf[64];
     std::snprintf(buf, sizeof buf, "%.*f", digits, v);
     return buf;
@@ -38,12 +42,6 @@ std::string short_num(double v) {
     return buf;
 }
 
-// Linear map of [lo, hi] onto pixels [p0, p1].
-struct Scale {
-    double lo, hi, p0, p1;
-    [[nodiscard]] double operator()(double v) const { return p0 + (v - lo) / (hi - lo) * (p1 - p0); }
-};
-
 // A data range widened to a non-empty finite interval.
 void widen(double& lo, double& hi) {
     if (!std::isfinite(lo) || !std::isfinite(hi)) lo = 0.0, hi = 1.0;
@@ -54,6 +52,8 @@ void widen(double& lo, double& hi) {
     }
 }
 
+namespace {
+
 // Power of ten shown once in the axis label when tick labels would be long.
 int common_exponent(double lo, double hi) {
     const double m = std::max(std::abs(lo), std::abs(hi));
@@ -61,6 +61,8 @@ int common_exponent(double lo, double hi) {
     const int e = static_cast<int>(std::floor(std::log10(m)));
     return (e >= 4 || e <= -3) ? e : 0;
 }
+
+}  // namespace
 
 // One axis: line, ticks with labels, and the axis label.
 void axis(std::string& s, bool horizontal, const Scale& sc, const std::string& label, double other, bool integer) {
@@ -113,6 +115,8 @@ void axis(std::string& s, bool horizontal, const Scale& sc, const std::string& l
     s += "</g>\n";
 }
 
+namespace {
+
 std::string head(const std::string& title) {
     std::string s = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
     s += "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + num(kWidth, 0) + "\" height=\"" + num(kHeight, 0) +
@@ -130,6 +134,8 @@ std::string framed(const std::string& title, double right) {
     return head(title) + "<rect x=\"" + num(kLeft) + "\" y=\"" + num(kTop) + "\" width=\"" + num(right - kLeft) +
            "\" height=\"" + num(kBottom - kTop) + "\" fill=\"none\" stroke=\"#bbbbbb\"/>\n";
 }
+
+}  // namespace
 
 // A value range made non-empty and given room of `fraction` above (and
 // below, when it reaches under zero), so that the data do not touch the frame.
@@ -161,7 +167,9 @@ std::string colour_of(double t) {
     return buf;
 }
 
-}  // namespace
+}  // namespace svg
+
+using namespace svg;
 
 std::vector<double> nice_ticks(double lo, double hi, int target, double& step) {
     const double raw = (hi - lo) / std::max(1, target);

@@ -10,6 +10,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -150,6 +151,45 @@ TEST(Interrupt, SigtermAfterTheStallWarningOfARelaxation) {
     EXPECT_NE(err.find("input.dat:22: RELAX: interrupted by SIGTERM"), std::string::npos) << err;
     EXPECT_FALSE(has_temporary(dir));
     EXPECT_EQ(dir.read("mask.txt"), reference_mask());
+}
+
+// A sweep keeps the table of its finished steps: rewritten whole after each
+// step, it is never seen half written.
+TEST(Interrupt, SigintDuringAFieldSweepKeepsTheFinishedSteps) {
+    TempDir dir;
+    dir.write("input.dat",
+              "SET_CELL\n5e-7 5e-7 5e-7\nLOAD_MAT\n1\n1.3e-6 800\nMASQUE_CREATE\n40e-7 40e-7 5e-7\n"
+              "ADD_SHAPE\n3\n40e-7 40e-7 5e-7 0 0 0 1\nTENSOR_CREATE\n0\nINIT_M\n2\n1 0 0\nRELAX\n1 1e-9 0.1\n"
+              "SWEEP_FIELD\n3000 0 0 0 0 0 2000\n4 1 0\nsweep.txt\nEND\n");
+    Running run(dir);
+    auto rows = [&] {
+        std::istringstream in(dir.read("sweep.txt"));
+        int n = 0;
+        for (std::string l; std::getline(in, l);)
+            if (!l.empty() && l[0] != '#') ++n;
+        return n;
+    };
+    ASSERT_TRUE(run.wait_until([&] { return rows() >= 3; })) << dir.read("stderr.txt");
+    EXPECT_EQ(run.signal_and_wait(SIGINT), 130);
+    EXPECT_NE(dir.read("stderr.txt").find("input.dat:18: SWEEP_FIELD: interrupted by SIGINT"), std::string::npos)
+        << dir.read("stderr.txt");
+    EXPECT_FALSE(has_temporary(dir));
+    // Whole rows of the steps done: step numbers 0, 1, ... each with the
+    // columns of its header.
+    std::istringstream in(dir.read("sweep.txt"));
+    std::size_t columns = 0;
+    int step = 0;
+    for (std::string l; std::getline(in, l);) {
+        std::istringstream ls(l);
+        std::vector<std::string> items;
+        for (std::string w; ls >> w;) items.push_back(w);
+        if (l.rfind("# step", 0) == 0) columns = items.size() - 1;
+        if (l.empty() || l[0] == '#') continue;
+        EXPECT_EQ(items.size(), columns) << l;
+        EXPECT_EQ(items[0], std::to_string(step++));
+    }
+    EXPECT_GE(step, 3);
+    EXPECT_LT(step, 2001);
 }
 
 }  // namespace
