@@ -15,7 +15,7 @@
 # where the text must occur exactly once in the file; '#' starts a comment.
 # Environment: JOBS (build jobs, default 2); TEST_TIMEOUT (the ctest limit of
 # each test in the scratch build, default 30 s); PROGRAM_TIMEOUT (the limit
-# of one whole test program, default 600 s).
+# of one whole test program, default 600 s); REUSE_TREE (see below).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 list=$(realpath "${1:-$root/scripts/mutants.txt}")
@@ -29,9 +29,14 @@ logs=$scratch/logs
 
 # The working tree (tracked and new files, not the ignored build outputs),
 # modification times kept so that the build folder stays incremental.
-rm -rf "$tree" "$logs"
-mkdir -p "$tree" "$logs"
-(cd "$root" && git ls-files -z -c -o --exclude-standard | tar --null -T - -cf -) | tar -xf - -C "$tree"
+# REUSE_TREE=1 keeps the scratch copy as it stands (to go on with more faults).
+rm -rf "$logs"
+mkdir -p "$logs"
+if [[ -z "${REUSE_TREE:-}" || ! -d "$tree" ]]; then
+    rm -rf "$tree"
+    mkdir -p "$tree"
+    (cd "$root" && git ls-files -z -c -o --exclude-standard | tar --null -T - -cf -) | tar -xf - -C "$tree"
+fi
 
 launcher=()
 if command -v ccache > /dev/null; then
