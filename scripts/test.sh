@@ -9,10 +9,10 @@ bash scripts/setup.sh
 JOBS=$(nproc)
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DTORIX_BUILD_TESTS=ON > build-configure.log 2>&1 || { cat build-configure.log; exit 1; }
 cmake --build build -j "$JOBS"
-(cd build && ctest --output-on-failure -j "$JOBS" --timeout 600)
+(cd build && ctest --output-on-failure -j "$JOBS" --timeout 120)
 # One sanitizer build of the library serves the test suite and the fuzz targets.
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=Release -DTORIX_BUILD_TESTS=ON -DTORIX_FUZZ=ON \
     > build-fuzz-configure.log 2>&1 || { cat build-fuzz-configure.log; exit 1; }
 cmake --build build-fuzz -j "$JOBS"
-(cd build-fuzz && ctest --output-on-failure -j "$JOBS" --timeout 600)
+(cd build-fuzz && ctest --output-on-failure -j "$JOBS" --timeout 120)
 bash scripts/fuzz.sh "${FUZZ_SECONDS:-20}" build-fuzz

@@ -307,6 +307,84 @@ TEST(RungeKutta, SingleCellPrecessesAtTheLarmorFrequency) {
     EXPECT_NEAR(m.M(0, 0, 0, 3), r, 1e-9 * r);
 }
 
+// Exact state under a drive turning about z: in the frame turning with the
+// drive the field (h, 0, H0 - omega) is fixed and M turns about it at its
+// length (dM/dt = H x M); the frame itself has turned by omega t about z.
+std::array<double, 3> rotating_drive_state(std::array<double, 3> m0, double H0, double h, double omega, double t) {
+    const double f[3] = {h, 0.0, H0 - omega};
+    const double len = std::hypot(f[0], f[1], f[2]);
+    const double n[3] = {f[0] / len, f[1] / len, f[2] / len};
+    const double c = std::cos(len * t), sn = std::sin(len * t);
+    const double nm = n[0] * m0[0] + n[1] * m0[1] + n[2] * m0[2];
+    const double x[3] = {n[1] * m0[2] - n[2] * m0[1], n[2] * m0[0] - n[0] * m0[2], n[0] * m0[1] - n[1] * m0[0]};
+    double r[3];
+    for (int a = 0; a < 3; ++a) r[a] = m0[a] * c + x[a] * sn + n[a] * nm * (1.0 - c);
+    const double cw = std::cos(omega * t), sw = std::sin(omega * t);
+    return {r[0] * cw - r[1] * sw, r[0] * sw + r[1] * cw, r[2]};
+}
+
+TEST(RungeKutta, FourthOrderUnderATimeDependentDrive) {
+    // One cube cell (its self field is along M and exerts no torque) in a
+    // static field along z and a circularly polarised drive: the error at a
+    // fixed end time must fall sixteenfold when the step halves, which needs
+    // every stage to see the drive at its own time.
+    const double H0 = 1000.0, h = 300.0, omega = 800.0, T = 1.3 * 2.0 * kPi / omega;
+    const std::array<double, 3> m0{800.0 * 0.6, 0.0, 800.0 * 0.8};
+    const auto exact = rotating_drive_state(m0, H0, h, omega, T);
+    double err[3];
+    for (int r = 0; r < 3; ++r) {
+        Model m(0, 0, 0);
+        box(m);
+        m.build();
+        m.applied(0.0, 0.0, H0);
+        m.HRF(0, 0, 0, 1) = cplx(h, 0.0);  // Re(HRF e^{i omega t}) = h (cos, sin, 0)
+        m.HRF(0, 0, 0, 2) = cplx(0.0, -h);
+        for (int a = 1; a <= 3; ++a) m.M(0, 0, 0, a) = m0[a - 1];
+        const Drive drive{m.HINIT, m.HRF, true, omega};
+        const int steps = 40 << r;
+        EXPECT_EQ(fm(m.M, m.MS, m.MP, 0.0, m.mask, m.AIJ, m.F, drive, m.H, 0, 0, 0, 1, kMethodDirect, T, T / steps,
+                     1.0, ""),
+                  steps);
+        err[r] = std::hypot(m.M(0, 0, 0, 1) - exact[0], m.M(0, 0, 0, 2) - exact[1], m.M(0, 0, 0, 3) - exact[2]) /
+                 800.0;
+    }
+    EXPECT_LT(err[0], 1e-3);
+    for (int r = 0; r < 2; ++r) {
+        EXPECT_GT(err[r] / err[r + 1], 13.0) << r;
+        EXPECT_LT(err[r] / err[r + 1], 19.0) << r;
+    }
+}
+
+TEST(RungeKutta, RelaxationPrintsZeemanPlusSelfEnergy) {
+    // One cell with a hand-set self block -N (diagonal, no exchange): its
+    // field is Happ - N M, so the energy density is -M . Happ + (1/2) M . N M.
+    Model m(0, 0, 0);
+    box(m);
+    m.AIJ = make_tensor(0, 0, 0, 1);
+    const double N[3] = {0.5, 1.0, 2.0};
+    for (int a = 0; a < 3; ++a) m.AIJ(0, 0, 0, 1 + 4 * a, 1) = -N[a];
+    m.applied(300.0, 0.0, 2000.0);
+    initdir(m.M, m.MS, m.mask, 0, 0, 0, 0.0, 1.0, 0.2);
+    VecGrid best;
+    testing::internal::CaptureStdout();
+    const double E = relaxrk4(m.M, m.MS, m.MP, m.mask, 0, 0, 0, 1, 0.3, 1.0, 1.0 / 40000.0, m.AIJ, m.F, m.H,
+                              kMethodDirect, 1e-4, m.HINIT, m.HRF, best);
+    const std::string out = testing::internal::GetCapturedStdout();
+    const auto at = out.rfind(" time spent");
+    ASSERT_NE(at, std::string::npos);
+    const auto line_start = out.rfind('\n', at - 2);
+    const auto items = split_items(out.substr(line_start + 1, at - line_start - 1));
+    ASSERT_EQ(items.size(), 2u) << out.substr(line_start + 1, at - line_start - 1);
+    double want = 0.0;
+    for (int a = 1; a <= 3; ++a)
+        want += -m.M(0, 0, 0, a) * m.HINIT(0, 0, 0, a) + 0.5 * N[a - 1] * m.M(0, 0, 0, a) * m.M(0, 0, 0, a);
+    EXPECT_NEAR(*parse_real(items[1]), want, 1e-12 * std::abs(want));
+    EXPECT_EQ(*parse_real(items[1]), E);
+    // Damped: near the minimum, M close to along its field.
+    const double hz = 2000.0 - N[2] * m.M(0, 0, 0, 3), hx = 300.0 - N[0] * m.M(0, 0, 0, 1);
+    EXPECT_GT((m.M(0, 0, 0, 1) * hx + m.M(0, 0, 0, 3) * hz) / (800.0 * std::hypot(hx, hz)), 0.99);
+}
+
 std::vector<std::array<double, 5>> read_trajectory(const std::string& path) {
     std::ifstream in(path);
     std::vector<std::array<double, 5>> rows;
@@ -381,6 +459,44 @@ TEST(Timestep, FirstStepFromTheLargestFieldAndPowerOfTwoResult) {
     EXPECT_GE(ratio, 1.0);  // precession at |Happ| is easy for RK4: the step grows
     const auto rows = read_trajectory((dir / "test.dat").string());
     EXPECT_EQ(rows.size(), 129u);  // start + 128 steps of the first dt
+}
+
+TEST(Timestep, ChosenStepStaysWithinOnePercentOfTheReferenceAndItsDoubleDoesNot) {
+    // Twelve cells with exchange and dipolar coupling: the trial steps
+    // leave the reference gradually, so the 1 % bound decides the step.
+    TempDir dir;
+    const auto cwd = std::filesystem::current_path();
+    std::filesystem::current_path(dir.path());
+    Model m(3, 2, 1);
+    box(m);
+    m.build();
+    m.applied(0.0, 0.0, 500.0);
+    double dt = 0.0;
+    quietly([&] { set_timestep(m.HINIT, m.HRF, m.MS, m.MP, 0.0, m.AIJ, m.F, m.mask, 3, 2, 1, 1, dt, 1.0); });
+    std::filesystem::current_path(cwd);
+    // The same random start, integrated here over 128 first steps.
+    initrandom(m.M, m.MS, m.mask, 3, 2, 1);
+    const VecGrid start = m.M;
+    const double dt0 = 1.0 / (16.0 * m.hmax()), T = 128.0 * dt0;
+    const Drive drive{m.HINIT, m.HRF, false, 0.0};
+    auto end_state = [&](double step) {
+        VecGrid M = start;
+        fm(M, m.MS, m.MP, 0.0, m.mask, m.AIJ, m.F, drive, m.H, 3, 2, 1, 1, kMethodDirect, T, step, 1.0, "");
+        return M;
+    };
+    const VecGrid ref = end_state(dt0);
+    auto deviation = [&](double step) {
+        const VecGrid M = end_state(step);
+        double sum = 0.0;
+        m.each_cell([&](int i, int j, int k) {
+            for (int a = 1; a <= 3; ++a) sum += std::abs(M(i, j, k, a) - ref(i, j, k, a)) / 800.0;
+        });
+        return sum / m.count_magnetic_cells();
+    };
+    ASSERT_LT(2.0 * dt, T);  // the bound, not the interval, ends the doubling
+    EXPECT_GT(dt, dt0);
+    EXPECT_LE(deviation(dt), 0.01);
+    EXPECT_GT(deviation(2.0 * dt), 0.01);
 }
 
 // End to end: the RELAX, SET_TIMESTEP and EXEC commands.

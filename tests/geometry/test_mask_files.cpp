@@ -103,7 +103,7 @@ TEST(MaskFiles, NegativeMaterialNumbersAreRefusedInEveryForm) {
     const std::string f = (d / "m.bin").string();
     {
         RecordWriter w(f, 16);
-        for (const auto& rec : {std::array<int, 4>{2, 1, 0, 0}, {0, 0, 0, 1}, {1, 0, 0, -3}}) {
+        for (const auto& rec : {std::array<int, 4>{2, 1, 0, 0}, {0, 0, 0, 1}, {1, 0, 0, -1}}) {
             for (int v : rec) w.i32(v);
             w.end_record();
         }
@@ -111,7 +111,7 @@ TEST(MaskFiles, NegativeMaterialNumbersAreRefusedInEveryForm) {
     }
     IntGrid m = make_int_grid(1, 0, 0);
     EXPECT_EQ(fatal_message([&] { loadmasque(m, 1, 0, 0, f); }),
-              f + ": record 3: negative material number -3 for cell (1, 0, 0)");
+              f + ": record 3: negative material number -1 for cell (1, 0, 0)");
     d.write("m.txt", "2 1 0 0\n0 0 0 1\n1 0 0 -3\n");
     std::string e = fatal_message([&] { loadmasquet(m, 1, 0, 0, (d / "m.txt").string()); });
     EXPECT_NE(e.find("m.txt:3: "), std::string::npos) << e;

@@ -27,8 +27,9 @@ TEST(Sphere, UnitRadiusOnACellCentreIsTheCellAndItsFaceNeighbours) {
 }
 
 TEST(Sphere, CountMatchesIndependentLatticeCount) {
-    // Cells whose squared index distance from the centre is at most 1.01 r^2.
-    const double r = 3.7, c = 4.0;
+    // Cells whose squared index distance from the centre is at most 1.01 r^2;
+    // r^2 = 12.96 puts the cells at 13 (such as (7, 6, 4)) inside the margin.
+    const double r = 3.6, c = 4.0;
     IntGrid m = make_int_grid(8, 8, 8);
     int count = 0;
     calcsphere(m, 8, 8, 8, r, r, r, 0, 0, 0, c, c, c, 1, count);
@@ -40,6 +41,7 @@ TEST(Sphere, CountMatchesIndependentLatticeCount) {
                 if (d2 <= 1.01 * r * r + 1e-9) ++expect;
             }
     EXPECT_EQ(count, expect);
+    EXPECT_EQ(m(7, 6, 4), 1);
 }
 
 TEST(Sphere, ShellExcludesTheInsideAndZeroHoleMeansFull) {

@@ -490,28 +490,3 @@ TEST(ModeCommands, VortexLowestModesOfTheMatrixFreeSolveAreTheDenseOnes) {
         EXPECT_NEAR(free[p][1], dense[p][1], 1e-8 * dense[p][0]) << p;
     }
 }
-
-// On a grid this size (padded 36 x 36 x 4) the real and imaginary
-// convolutions of every product run on two threads at once; the modes must
-// not depend on the thread count beyond rounding (FFTW's measured plans may
-// differ from run to run in the last bits, so bytes are not compared).
-TEST(ModeCommands, MatrixFreeModesDoNotDependOnTheThreadCount) {
-    const std::string script =
-        "SET_CELL\n5e-7 5e-7 5e-7\nMASQUE_CREATE\n9e-6 9e-6 1e-6\nLOAD_MAT\n1\n1.3e-6 800\n"
-        "ADD_SHAPE\n3\n9e-6 9e-6 1e-6 0 0 0 1\nTENSOR_CREATE\n0\nINIT_M\n4\nADD_EXT_FIELD\n1\n0 0 12000\n"
-        "RELAX\n1 1e-8 0.1\nSET_BETA\n0.008\nSOLVE_MODES\n4 0 0\nOMEGA_PRINT\nw.txt\nEND\n";
-    std::vector<std::array<double, 2>> w[2];
-    for (int threads = 1; threads <= 2; ++threads) {
-        TempDir dir;
-        dir.write("input.dat", script);
-        const RunResult r = run_torix(dir, threads);
-        ASSERT_EQ(r.status, 0) << r.err;
-        w[threads - 1] = omega_rows(dir.read("w.txt"));
-    }
-    ASSERT_EQ(w[0].size(), 4u);
-    ASSERT_EQ(w[1].size(), 4u);
-    for (std::size_t p = 0; p < 4; ++p) {
-        EXPECT_NEAR(w[1][p][0], w[0][p][0], 1e-12 * w[0][p][0]) << p;
-        EXPECT_NEAR(w[1][p][1], w[0][p][1], 1e-12 * w[0][p][0]) << p;
-    }
-}

@@ -168,6 +168,25 @@ TEST(Ovf, ReadsTheLayoutsOfOtherPrograms) {
     expect_samples(v, 1e-9);
 }
 
+TEST(Ovf, EveryMeshUnitGivesTheSameCellSize) {
+    // Cells of 2 nm written in each unit the reader accepts; a wrong length
+    // of the unit makes the step differ from the grid's cell size.
+    TempDir dir;
+    const std::pair<const char*, double> units[] = {{"m", 2e-9},       {"cm", 2e-7},       {"mm", 2e-6},
+                                                     {"um", 2e-3},      {"\xc2\xb5m", 2e-3}, {"micron", 2e-3},
+                                                     {"nm", 2.0},       {"NM", 2.0},        {"Um", 2e-3}};
+    for (const auto& [unit, d] : units) {
+        std::string s = binary_file(3, 2, 2, d, 8);
+        s.replace(s.find("# meshunit: m\n"), 14, std::string("# meshunit: ") + unit + "\n");
+        const auto path = dir.write("u.ovf", s);
+        VecGrid v = make_vec_grid(2, 1, 1);
+        const OvfHeader h = loadovf(path.string(), 2, 1, 1, 2e-7, 2e-7, 2e-7, v);
+        EXPECT_EQ(h.meshunit, unit);
+        for (int a = 0; a < 3; ++a) EXPECT_NEAR(h.step[a], 2e-7, 1e-13) << unit;
+        expect_samples(v, 0.0);
+    }
+}
+
 TEST(Ovf, GridMismatchesAndLyingFilesAreClearErrors) {
     TempDir dir;
     const std::string good = binary_file(3, 2, 2, 2e-9, 8);
