@@ -88,7 +88,8 @@ constexpr Command kCommands[] = {
 
 // Commands that set the model up: after them the model summary is due, and
 // it is written before the next command of any other kind (or at END).
-constexpr std::string_view kSetUp[] = {"SET_CELL", "MASQUE_CREATE", "MASQUE_LOAD", "ADD_SHAPE", "LOAD_MAT"};
+constexpr std::string_view kSetUp[] = {"SET_CELL", "MASQUE_CREATE", "MASQUE_LOAD",
+                                        "ADD_SHAPE", "LOAD_MAT",      "SET_PERIODIC"};
 // Commands that leave the model as it is and do not use it up.
 constexpr std::string_view kNeutral[] = {"MASQUE_INFO", "MASQUE_SAVE", "STUDY_SHAPE"};
 // Commands that solve for modes around the present state.

@@ -117,6 +117,13 @@ FixedFrame fixed_frame(const VecGrid& M, const IntGrid& MASQUE, int nx, int ny, 
     for (double& x : e) x /= el;
     f.e1 = e;
     f.e2 = {m[1] * e[2] - m[2] * e[1], m[2] * e[0] - m[0] * e[2], m[0] * e[1] - m[1] * e[0]};
+    // e2 points along the positive side of its largest component, so that
+    // the legends name "y" rather than "-y" (a phase changes by pi with it).
+    std::size_t big = 0;
+    for (std::size_t c = 1; c < 3; ++c)
+        if (std::abs(f.e2[c]) > std::abs(f.e2[big]) + 1e-12) big = c;
+    if (f.e2[big] < 0.0)
+        for (double& x : f.e2) x = -x;
     return f;
 }
 

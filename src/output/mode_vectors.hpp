@@ -87,7 +87,7 @@ struct DominantComponent {
 // saturated body) do.  e1 and e2 are perpendicular to the mean unit
 // magnetization `mean` over the magnetic cells: e1 is the Cartesian axis
 // least aligned with it (the first on a tie) made perpendicular to it, e2 =
-// mean x e1.  Without a mean direction (|mean| below 1e-9) mean is z.
+// +-(mean x e1), the sign making its largest component positive.  Without a mean direction (|mean| below 1e-9) mean is z.
 // A body whose unit magnetization averages to less than 1/2 (a vortex, a
 // ring) has no direction that the pictures could share: `aligned` is then
 // false and the pictures keep the phases of the local components.
