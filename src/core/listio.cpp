@@ -140,7 +140,30 @@ bool ListReader::next_line() {
     return true;
 }
 
+void ListReader::warn_to(std::ostream& out, std::vector<std::string> keywords) {
+    warnings_ = &out;
+    keywords_ = std::move(keywords);
+}
+
+void ListReader::warn(std::string_view message, int at) const {
+    if (warnings_ == nullptr) return;
+    *warnings_ << display_ << ':' << (at > 0 ? at : line_no_) << ": warning: " << message << '\n' << std::flush;
+}
+
+void ListReader::check_rest() {
+    if (warnings_ == nullptr || context_.empty() || pos_ >= items_.size()) return;
+    const std::size_t extra = items_.size() - pos_;
+    std::string m = context_ + " reads " + std::to_string(pos_) + (pos_ == 1 ? " item" : " items") +
+                    " from this line; ignored: ";
+    for (std::size_t i = pos_; i < items_.size(); ++i) m += (i > pos_ ? " \"" : "\"") + items_[i] + "\"";
+    m += extra == 1 ? " (is it the next parameter line, written on this one?)"
+                    : " (are they the next parameter lines, written on this one?)";
+    warn(m);
+    pos_ = items_.size();
+}
+
 std::optional<std::string> ListReader::keyword() {
+    check_rest();
     context_.clear();
     do {
         if (!next_line()) return std::nullopt;
@@ -152,6 +175,7 @@ std::optional<std::string> ListReader::keyword() {
 }
 
 void ListReader::begin(std::string_view context) {
+    check_rest();
     context_ = std::string(context);
     pos_ = items_.size();  // a statement never reuses the previous line
 }
@@ -197,6 +221,12 @@ std::string ListReader::name(std::string_view what) {
     if (!item || item->empty()) expected("a name for " + std::string(what), item);
     std::string s = *item;
     if (s.size() > kNameLength) s.resize(kNameLength);
+    for (const std::string& k : keywords_)
+        if (k == s) {
+            warn("the name \"" + s + "\" for " + std::string(what) + " of " + context_ +
+                 " is a command keyword (is a parameter line missing above it?)");
+            break;
+        }
     return s;
 }
 

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <fstream>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,6 +44,17 @@ public:
     double f64(std::string_view what);
     std::string name(std::string_view what);
 
+    // Warnings about lines whose meaning is probably not what the writer
+    // meant go to `out` from here on: a statement that leaves items unread
+    // on its last line (said when the next statement or keyword starts), and
+    // a name item equal to one of `keywords` (a parameter line missing
+    // above it).  Nothing is warned about before this is called.
+    void warn_to(std::ostream& out, std::vector<std::string> keywords);
+    // Items of the last line taken (a keyword line: the keyword first).
+    [[nodiscard]] const std::vector<std::string>& items() const { return items_; }
+    // Writes "display:line: warning: message" for line `at` (0: the last line taken).
+    void warn(std::string_view message, int at = 0) const;
+
     // Line number of the last line taken (1-based; 0 before the first).
     [[nodiscard]] int line() const { return line_no_; }
     [[nodiscard]] const std::string& display() const { return display_; }
@@ -55,6 +67,8 @@ private:
     // Next item of the statement, pulling lines as needed; nullopt at EOF.
     std::optional<std::string> next_item();
     [[noreturn]] void expected(std::string_view what, const std::optional<std::string>& found) const;
+    // Warns when the statement that ends now left items on its last line.
+    void check_rest();
 
     std::ifstream in_;
     std::string display_;
@@ -62,6 +76,8 @@ private:
     std::vector<std::string> items_;
     std::size_t pos_ = 0;
     int line_no_ = 0;
+    std::ostream* warnings_ = nullptr;
+    std::vector<std::string> keywords_;
 };
 
 }  // namespace torix

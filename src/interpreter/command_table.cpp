@@ -1,11 +1,15 @@
 #include "interpreter/command_table.hpp"
 
+#include <algorithm>
+#include <iostream>
 #include <new>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/error.hpp"
 #include "core/interrupt.hpp"
+#include "interpreter/notices.hpp"
 #include "interpreter/session.hpp"
 
 namespace torix {
@@ -83,6 +87,22 @@ constexpr Command kCommands[] = {
     {"END", nullptr},
 };
 
+// Commands that set the model up: after them the model summary is due, and
+// it is written before the next command of any other kind (or at END).
+constexpr std::string_view kSetUp[] = {"SET_CELL", "MASQUE_CREATE", "MASQUE_LOAD",
+                                        "ADD_SHAPE", "LOAD_MAT",      "SET_PERIODIC"};
+// Commands that leave the model as it is and do not use it up.
+constexpr std::string_view kNeutral[] = {"MASQUE_INFO", "MASQUE_SAVE", "STUDY_SHAPE"};
+// Commands that solve for modes around the present state.
+constexpr std::string_view kSolves[] = {"SOLVE_MATRIX", "SOLVE_MATRIX_AR", "SOLVE_MODES", "DISPERSION"};
+
+bool listed(std::string_view kw, const auto& list) { return std::find(std::begin(list), std::end(list), kw) != std::end(list); }
+
+void tell(const std::vector<std::string>& lines) {
+    for (const std::string& l : lines) std::cerr << l << '\n';
+    std::cerr << std::flush;
+}
+
 }  // namespace
 
 void run_script(const std::string& path, const std::string& display) {
@@ -92,13 +112,40 @@ void run_script(const std::string& path, const std::string& display) {
 
 void run_script(ModelState& st, const std::string& path, const std::string& display) {
     ListReader in(path, display);
+    std::vector<std::string> names;
+    for (const Command& c : kCommands) names.emplace_back(c.name);
+    in.warn_to(std::cerr, names);
     Session s{st, in};
+    bool summary_due = false;
     for (;;) {
         auto kw = in.keyword();
         if (!kw) in.fail("expected a command keyword or END, found end of file");
+        const Command* found = nullptr;
         // Trailing blanks never reach here: items end at the first blank.
+        for (const Command& c : kCommands)
+            if (c.name == *kw) {
+                found = &c;
+                break;
+            }
+        if (found == nullptr) {
+            // A line starting with # or ! is a comment, skipped without a word.
+            if ((*kw)[0] != '#' && (*kw)[0] != '!') in.warn(skipped_line_message(*kw, names));
+            continue;
+        }
+        if (in.items().size() > 1) {
+            std::string rest;
+            for (std::size_t i = 1; i < in.items().size(); ++i) rest += (i > 1 ? " \"" : "\"") + in.items()[i] + "\"";
+            in.warn(*kw + " reads its parameters from the lines below it; ignored on this line: " + rest);
+        }
+        if (summary_due && !listed(*kw, kSetUp) && !listed(*kw, kNeutral)) {
+            tell(model_summary(st));
+            summary_due = false;
+        }
+        if (listed(*kw, kSetUp)) summary_due = true;
+        const bool solve = listed(*kw, kSolves);
+        if (solve) tell(equilibrium_lines(check_equilibrium(st), *kw));
         for (const Command& c : kCommands) {
-            if (c.name != *kw) continue;
+            if (&c != found) continue;
             if (c.run == nullptr) return;
             st.LINER = *kw;
             const int at = in.line();
@@ -116,6 +163,7 @@ void run_script(ModelState& st, const std::string& path, const std::string& disp
                 throw FatalError(display + ":" + std::to_string(at) + ": " + *kw +
                                  ": out of memory while allocating its arrays");
             }
+            if (solve) tell(growing_mode_lines(st, *kw));
             break;
         }
     }

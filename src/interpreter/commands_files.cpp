@@ -12,6 +12,7 @@
 #include "core/console.hpp"
 #include "core/error.hpp"
 #include "interpreter/session.hpp"
+#include "output/mode_drawings.hpp"
 #include "output/mode_files.hpp"
 #include "output/mode_vectors.hpp"
 #include "output/ovf.hpp"
@@ -48,8 +49,11 @@ bool in_ghz(const ModelState& st) { return st.gyro != 1.0; }
 double plot_frequency(const ModelState& st, double w) {
     return in_ghz(st) ? w * st.gyro / (2.0 * std::numbers::pi * 1e9) : w;
 }
-std::string frequency_label(const ModelState& st) {
-    return in_ghz(st) ? "frequency (GHz)" : "frequency \xcf\x89/\xce\xb3 (Oe)";
+// The plots are always in GHz: f gyro / 2 pi with a ratio set, else 2.80
+// MHz/Oe (g = 2); the title says which.
+double plot_ghz(const ModelState& st, double w) { return to_ghz(w, st.gyro); }
+std::string ghz_note(const ModelState& st) {
+    return in_ghz(st) ? " (GHz = f gyro / 2 pi)" : " (GHz at 2.80 MHz/Oe)";
 }
 
 // The coupling coefficients exist for every mode of the ModeSet.
@@ -218,12 +222,12 @@ void cmd_plot_abs(Session& s) {
     std::vector<double> x, y, modes;
     for (const auto& row : table) {
         if (st.nmodes > 0 && row.w > 1.2 * fmax + dw) break;
-        x.push_back(plot_frequency(st, row.w));
+        x.push_back(plot_ghz(st, row.w));
         y.push_back(row.power);
     }
-    for (int p = 1; p <= st.nmodes; ++p) modes.push_back(plot_frequency(st, st.W(p, 1)));
-    const std::string title = "Absorption spectrum, " + std::to_string(st.nmodes) + " modes";
-    plot_absorption_svg(st.FNAME, x, y, modes, frequency_label(st), "absorbed power (arb. units)", title);
+    for (int p = 1; p <= st.nmodes; ++p) modes.push_back(plot_ghz(st, st.W(p, 1)));
+    const std::string title = "Absorption spectrum, " + std::to_string(st.nmodes) + " modes" + ghz_note(st);
+    plot_absorption_svg(st.FNAME, x, y, modes, "frequency (GHz)", "absorbed power (arb. units)", title);
     s.ack();
 }
 
@@ -275,12 +279,13 @@ void cmd_plot_modes(Session& s) {
     for (int p = 1; p <= st.nmodes; ++p) {
         CVecGrid u;
         mode_vector(st.nx, st.ny, st.nz, st.ncells, st.MASQUE, st.NUM, st.M, st.MODES, p, u);
-        f.push_back(plot_frequency(st, st.W(p, 1)));
-        g.push_back(plot_frequency(st, st.W(p, 2)));
+        f.push_back(plot_ghz(st, st.W(p, 1)));
+        g.push_back(plot_ghz(st, st.W(p, 2)));
         pr.push_back(participation_ratio(u, st.MASQUE, st.nx, st.ny, st.nz));
     }
-    const std::string title = "Mode chart, " + std::to_string(st.nmodes) + " modes (bars: decay rate g)";
-    plot_modes_svg(st.FNAME, f, g, pr, frequency_label(st), "participation ratio", title);
+    const std::string title =
+        "Mode chart, " + std::to_string(st.nmodes) + " modes (bars: decay rate g)" + ghz_note(st);
+    plot_modes_svg(st.FNAME, f, g, pr, "frequency (GHz)", "participation ratio", title);
     s.ack();
 }
 

@@ -37,6 +37,7 @@ void new_mask(ModelState& st, int nx, int ny, int nz) {
     st.ny = ny;
     st.nz = nz;
     st.MASQUE = make_int_grid(nx, ny, nz, 0);
+    st.shapes.clear();
 }
 
 // New empty grid of cx x cy x cz cells (counts below 1 give empty extents).
@@ -93,6 +94,29 @@ int paint_shape(ModelState& st, int kind, const ShapeSize& z, double X0, double 
                   last(Z0 / dz, z.z / dz), mat, count);
     }
     return count;
+}
+
+// Records the shape for the model summary: the cells it paints, found by
+// painting it alone into a scratch mask of the same grid.
+void note_shape(ModelState& st, int kind, const ShapeSize& z, double X0, double Y0, double Z0, int mat) {
+    if (!st.MASQUE.allocated()) return;
+    ModelState scratch;
+    scratch.dx = st.dx, scratch.dy = st.dy, scratch.dz = st.dz;
+    scratch.nx = st.nx, scratch.ny = st.ny, scratch.nz = st.nz;
+    scratch.MASQUE = make_int_grid(st.nx, st.ny, st.nz, 0);
+    paint_shape(scratch, kind, z, X0, Y0, Z0, 1);
+    ShapeNote n{kind, mat, z.x, z.y, z.z, z.inner};
+    n.i1 = st.nx + 1, n.j1 = st.ny + 1, n.k1 = st.nz + 1;
+    for (int k = 0; k <= st.nz; ++k)
+        for (int j = 0; j <= st.ny; ++j)
+            for (int i = 0; i <= st.nx; ++i) {
+                if (scratch.MASQUE(i, j, k) == 0) continue;
+                ++n.cells;
+                n.i1 = std::min(n.i1, i), n.i2 = std::max(n.i2, i);
+                n.j1 = std::min(n.j1, j), n.j2 = std::max(n.j2, j);
+                n.k1 = std::min(n.k1, k), n.k2 = std::max(n.k2, k);
+            }
+    st.shapes.push_back(n);
 }
 
 std::string quoted(int v) {
@@ -205,6 +229,7 @@ void cmd_add_shape(Session& s) {
     const double X0 = s.in.f64("X0"), Y0 = s.in.f64("Y0"), Z0 = s.in.f64("Z0");
     const int mat = s.in.i32("the material");
     if (mat < 0) s.in.fail("expected a material number of at least 0, found " + quoted(mat));
+    note_shape(s.st, kind, z, X0, Y0, Z0, mat);
     paint_shape(s.st, kind, z, X0, Y0, Z0, mat);
     s.ack();
 }

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "core/array.hpp"
 #include "core/periodic.hpp"
@@ -14,6 +15,16 @@
 #include "tensor/neighbour_blocks.hpp"
 
 namespace torix {
+
+// A shape painted by ADD_SHAPE: kind (1 ring, 2 sphere, 3 box, 4 elliptic
+// disk), the extent asked (cm; a ring's hole in `inner`), the material, and
+// the cells it painted: their count and inclusive index box.
+struct ShapeNote {
+    int kind = 0, material = 0;
+    double x = 0.0, y = 0.0, z = 0.0, inner = 0.0;
+    std::int64_t cells = 0;
+    int i1 = 0, i2 = -1, j1 = 0, j2 = -1, k1 = 0, k2 = -1;
+};
 
 struct ModelState {
     // Grid and geometry.
@@ -33,6 +44,7 @@ struct ModelState {
     Array<double, 1> MS, A;
 
     IntGrid MASQUE;  // 0 empty, else material number
+    std::vector<ShapeNote> shapes;  // painted into this mask, in order
     IntGrid NUM;     // running number 1..ncells of each numbered cell, 0 elsewhere
     Array<std::int32_t, 1> DEGR;  // multiplicity of each number (1..ncells)
     int ncells = 0;               // N, the count of numbered cells

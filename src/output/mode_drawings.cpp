@@ -26,24 +26,16 @@ std::string title_of(const ModeInput& in, int p, const std::string& view) {
     return buf;
 }
 
-// Local components of a sample's mean u in the frame of its mean unit
-// magnetization, kept per sample until the dominant component is known.
-struct Pending {
-    std::vector<std::array<cplx, 2>> v;
-    DominantComponent dom;
-};
-
-void finish(ModePicture& pic, std::vector<Pending>& pend) {
-    DominantComponent all;
-    for (const Pending& p : pend) all.s1 += p.dom.s1, all.s2 += p.dom.s2;
-    pic.component = all.take();
-    for (std::size_t q = 0; q < pic.panels.size(); ++q) {
-        ModePanel& P = pic.panels[q];
-        for (std::size_t s = 0; s < P.phase.size(); ++s)
-            P.phase[s] = P.present[s] ? phase_of(pend[q].v[s][static_cast<std::size_t>(pic.component - 1)]) : 0.0;
-    }
+// The numbers a picture states about its mode.
+void fill_facts(const ModeInput& in, int p, ModePicture& pic) {
+    pic.mode = p;
+    pic.f = in.W(p, 1) + 0.0;
+    pic.g = in.W(p, 2) + 0.0;
+    pic.gyro = in.gyro;
+    pic.dx = in.dx, pic.dy = in.dy, pic.dz = in.dz;
 }
 
+// Sizes the panel and clears its samples.
 void size_panel(ModePanel& P, int nh, int nv, double dh, double dv) {
     P.nh = nh, P.nv = nv, P.dh = dh, P.dv = dv;
     const auto n = static_cast<std::size_t>(nh) * static_cast<std::size_t>(nv);
@@ -52,17 +44,6 @@ void size_panel(ModePanel& P, int nh, int nv, double dh, double dv) {
     P.amp.assign(n, 0.0);
     P.phase.assign(n, 0.0);
     P.present.assign(n, 0);
-}
-
-std::array<cplx, 2> project(const cplx u[3], const double m[3]) {
-    double R[9];
-    local_frame(m, R);
-    std::array<cplx, 2> v{};
-    for (int c = 0; c < 3; ++c) {
-        v[0] += R[c] * u[c];
-        v[1] += R[3 + c] * u[c];
-    }
-    return v;
 }
 
 // PostScript string literal.
@@ -85,19 +66,57 @@ std::string drawing_name(int p, int axis) {
     return s;
 }
 
+// How a picture takes its phases: in the fixed frame when the body has a
+// mean direction, else from the dominant local component over the body.
+struct PicturePhase {
+    bool fixed = true;
+    FixedPhase ph;
+    int local = 1;  // the local component, when not fixed
+    [[nodiscard]] double of(const cplx us[3], const double m[3], const std::array<double, 3>& axis) const {
+        if (fixed) return ph.phase(us[0] * axis[0] + us[1] * axis[1] + us[2] * axis[2]);
+        double R[9];
+        local_frame(m, R);
+        cplx v{};
+        for (int c = 0; c < 3; ++c) v += R[3 * (local - 1) + c] * us[c];
+        return phase_of(v);
+    }
+};
+
+PicturePhase picture_phase(const ModeInput& in, const CVecGrid& u, ModePicture& pic) {
+    PicturePhase pp;
+    const FixedFrame f = fixed_frame(in.M, in.MASQUE, in.nx, in.ny, in.nz);
+    if (f.aligned) {
+        const PhaseRef ref = find_phase(u, in.M, in.MASQUE, in.nx, in.ny, in.nz);
+        pp.ph = fixed_phase(u, f, ref, in.MASQUE, in.nx, in.ny, in.nz);
+        pic.component = pp.ph.component;
+        pic.axis = pp.ph.axis(f);
+        pic.axis_name = "u." + f.name(pp.ph.component);
+        return pp;
+    }
+    pp.fixed = false;
+    DominantComponent dom;
+    for (int k = 0; k <= in.nz; ++k)
+        for (int j = 0; j <= in.ny; ++j)
+            for (int i = 0; i <= in.nx; ++i)
+                if (in.MASQUE(i, j, k) != 0) dom.add(local_components(u, in.M, i, j, k));
+    pp.local = dom.take();
+    pic.component = pp.local;
+    pic.axis_name = pp.local == 1 ? "v1 (local polar)" : "v2 (local azimuthal)";
+    return pp;
+}
+
 ModePicture drawmode(const ModeInput& in, int p) {
     CVecGrid u;
     reference_mode(in, p, false, u);
     ModePicture pic;
     pic.title = title_of(in, p, "");
+    fill_facts(in, p, pic);
+    const PicturePhase ph = picture_phase(in, u, pic);
     pic.panels.resize(static_cast<std::size_t>(in.nz + 1));
-    std::vector<Pending> pend(pic.panels.size());
     for (int k = 0; k <= in.nz; ++k) {
         ModePanel& P = pic.panels[static_cast<std::size_t>(k)];
-        Pending& q = pend[static_cast<std::size_t>(k)];
         size_panel(P, in.nx + 1, in.ny + 1, in.dx, in.dy);
         P.label = in.nz > 0 ? "layer k = " + std::to_string(k) : "";
-        q.v.assign(P.amp.size(), {});
         for (int j = 0; j <= in.ny; ++j)
             for (int i = 0; i <= in.nx; ++i) {
                 if (in.MASQUE(i, j, k) == 0) continue;
@@ -106,11 +125,11 @@ ModePicture drawmode(const ModeInput& in, int p) {
                 P.uh[s] = u(i, j, k, 1);
                 P.uv[s] = u(i, j, k, 2);
                 P.amp[s] = amplitude(u, i, j, k);
-                q.v[s] = local_components(u, in.M, i, j, k);
-                q.dom.add(q.v[s]);
+                const cplx us[3] = {u(i, j, k, 1), u(i, j, k, 2), u(i, j, k, 3)};
+                const double m[3] = {in.M(i, j, k, 1), in.M(i, j, k, 2), in.M(i, j, k, 3)};
+                P.phase[s] = ph.of(us, m, pic.axis);
             }
     }
-    finish(pic, pend);
     return pic;
 }
 
@@ -120,15 +139,16 @@ ModePicture drawmode_proj(const ModeInput& in, int p, int axis) {
     ModePicture pic;
     static const char* names[] = {"", " viewed along x", " viewed along y", " viewed along z"};
     pic.title = title_of(in, p, names[axis]);
+    fill_facts(in, p, pic);
+    pic.view = names[axis];
+    const PicturePhase ph = picture_phase(in, u, pic);
     pic.panels.resize(1);
     ModePanel& P = pic.panels[0];
-    std::vector<Pending> pend(1);
     // Picture axes (h, v) and the axis t averaged over, as grid axes 0..2.
     const int ah = axis == 1 ? 1 : 0, av = axis == 3 ? 1 : 2, at = axis - 1;
     const int top[3] = {in.nx, in.ny, in.nz};
     const double d[3] = {in.dx, in.dy, in.dz};
     size_panel(P, top[ah] + 1, top[av] + 1, d[ah], d[av]);
-    pend[0].v.assign(P.amp.size(), {});
     for (int b = 0; b <= top[av]; ++b)
         for (int a = 0; a <= top[ah]; ++a) {
             cplx us[3] = {};
@@ -153,10 +173,8 @@ ModePicture drawmode_proj(const ModeInput& in, int p, int axis) {
             P.uh[s] = us[ah];
             P.uv[s] = us[av];
             P.amp[s] = std::sqrt(abs2(us[0]) + abs2(us[1]) + abs2(us[2]));
-            pend[0].v[s] = project(us, ms);
-            pend[0].dom.add(pend[0].v[s]);
+            P.phase[s] = ph.of(us, ms, pic.axis);
         }
-    finish(pic, pend);
     return pic;
 }
 
@@ -270,53 +288,12 @@ void write_mode_eps(const ModePicture& pic, double scale, const std::string& nam
                   "%.2f %.2f moveto (-pi/2) show\n",
                   cx + R + 2.0, cy - 2.5, cx - 7.0, cy + R + 3.0, cx - R - 9.0, cy - 2.5, cx - 9.0, cy - R - 9.0);
     o += buf;
-    std::snprintf(buf, sizeof buf, "%.2f %.2f moveto (phase of v%d) show\n", cx - 24.0, cy - R - 19.0,
-                  pic.component);
-    o += buf;
+    std::snprintf(buf, sizeof buf, "%.2f %.2f moveto ", cx - 24.0, cy - R - 19.0);
+    o += buf + ps_string("phase of " + pic.axis_name) + " show\n";
     o += "end\nshowpage\n%%EOF\n";
     AtomicFile f(name, false);
     f.stream() << o;
     f.commit();
-}
-
-void write_mode_png(const ModePicture& pic, const std::string& name) {
-    int wcells = 0, hcells = 0;
-    for (std::size_t q = 0; q < pic.panels.size(); ++q) {
-        wcells += pic.panels[q].nh + (q > 0 ? 1 : 0);
-        hcells = std::max(hcells, pic.panels[q].nv);
-    }
-    const int b = std::clamp(512 / std::max({wcells, hcells, 1}), 1, 32);
-    const int W = std::max(wcells, 1) * b, H = std::max(hcells, 1) * b;
-    std::vector<unsigned char> rgb(static_cast<std::size_t>(W) * static_cast<std::size_t>(H) * 3, 255);
-    const auto put = [&](int cx, int cy, unsigned char r, unsigned char g, unsigned char bl) {
-        // cy counts up from the bottom; image rows run from the top.
-        for (int y = 0; y < b; ++y)
-            for (int x = 0; x < b; ++x) {
-                const std::size_t at =
-                    (static_cast<std::size_t>(H - 1 - (cy * b + y)) * static_cast<std::size_t>(W) +
-                     static_cast<std::size_t>(cx * b + x)) * 3;
-                rgb[at] = r, rgb[at + 1] = g, rgb[at + 2] = bl;
-            }
-    };
-    int x0 = 0;
-    for (std::size_t q = 0; q < pic.panels.size(); ++q) {
-        const ModePanel& P = pic.panels[q];
-        if (q > 0) {
-            for (int v = 0; v < hcells; ++v) put(x0, v, 160, 160, 160);
-            ++x0;
-        }
-        for (int v = 0; v < P.nv; ++v)
-            for (int h = 0; h < P.nh; ++h) {
-                const std::size_t s = static_cast<std::size_t>(h + P.nh * v);
-                if (!P.present[s]) continue;
-                const auto c = phase_colour(P.phase[s], std::clamp(P.amp[s], 0.0, 1.0));
-                put(x0 + h, v, static_cast<unsigned char>(std::lround(255 * c[0])),
-                    static_cast<unsigned char>(std::lround(255 * c[1])),
-                    static_cast<unsigned char>(std::lround(255 * c[2])));
-            }
-        x0 += P.nh;
-    }
-    write_png(name, W, H, rgb);
 }
 
 }  // namespace torix

@@ -50,6 +50,11 @@ void savemodevti(const std::string& name, const ModeInput& in, int p, double sho
     VecGrid m0 = make_vec_grid(nx, ny, nz);
     Array<double, 3> amp({Range{0, nx}, Range{0, ny}, Range{0, nz}}, 0.0);
     Array<double, 3> phase({Range{0, nx}, Range{0, ny}, Range{0, nz}}, 0.0);
+    Array<double, 3> phase_local({Range{0, nx}, Range{0, ny}, Range{0, nz}}, 0.0);
+    // "phase" in the fixed frame of the body (the local one for a body
+    // without a mean direction), "phase_local" of the local component.
+    const FixedFrame frame = fixed_frame(M, MASQUE, nx, ny, nz);
+    const FixedPhase fixed = fixed_phase(u, frame, ref, MASQUE, nx, ny, nz);
     // One thread: this loop is a fraction of the file's writing, and on a
     // busy machine a parallel loop waits for its slowest thread.
     for (int k = 0; k <= nz; ++k)
@@ -63,7 +68,8 @@ void savemodevti(const std::string& name, const ModeInput& in, int p, double sho
                 double a2 = 0.0;
                 for (int a = 1; a <= 3; ++a) a2 += re(i, j, k, a) * re(i, j, k, a) + im(i, j, k, a) * im(i, j, k, a);
                 amp(i, j, k) = std::sqrt(a2);
-                phase(i, j, k) = phase_of(local_components(u, M, i, j, k)[ref.component - 1]);
+                phase_local(i, j, k) = phase_of(local_components(u, M, i, j, k)[ref.component - 1]);
+                phase(i, j, k) = frame.aligned ? fixed.phase(along(u, i, j, k, fixed.axis(frame))) : phase_local(i, j, k);
             }
     const std::ptrdiff_t cs = m0.stride(3);
     savevti(name, nx, ny, nz, in.dx, in.dy, in.dz,
@@ -72,12 +78,16 @@ void savemodevti(const std::string& name, const ModeInput& in, int p, double sho
              {"u_im", 3, im.data(), nullptr, cs},
              {"amplitude", 1, amp.data(), nullptr, 0},
              {"phase", 1, phase.data(), nullptr, 0},
+             {"phase_local", 1, phase_local.data(), nullptr, 0},
              {"material", 1, nullptr, MASQUE.data(), 0}},
             {{"mode", static_cast<double>(p)},
              {"f", in.W(p, 1)},
              {"g", in.W(p, 2)},
              {"frequency", shown_f},
-             {"participation_ratio", participation_ratio(u, MASQUE, nx, ny, nz)}});
+             {"participation_ratio", participation_ratio(u, MASQUE, nx, ny, nz)},
+             {"phase_axis_x", frame.aligned ? fixed.axis(frame)[0] : 0.0},
+             {"phase_axis_y", frame.aligned ? fixed.axis(frame)[1] : 0.0},
+             {"phase_axis_z", frame.aligned ? fixed.axis(frame)[2] : 0.0}});
 }
 
 }  // namespace torix

@@ -20,6 +20,7 @@
 //
 // Grid order: x outermost, then y, z innermost (the order of the eigen files).
 #include <array>
+#include <string>
 
 #include "core/array.hpp"
 
@@ -79,6 +80,43 @@ struct DominantComponent {
     }
     [[nodiscard]] int take() const { return s1 >= s2 ? 1 : 2; }
 };
+
+// One fixed Cartesian frame for the phases of a whole picture or file, so
+// that a mode that precesses alike everywhere has one phase everywhere,
+// whatever the local frames (which turn about the pole of a nearly
+// saturated body) do.  e1 and e2 are perpendicular to the mean unit
+// magnetization `mean` over the magnetic cells: e1 is the Cartesian axis
+// least aligned with it (the first on a tie) made perpendicular to it, e2 =
+// +-(mean x e1), the sign making its largest component positive.  Without a mean direction (|mean| below 1e-9) mean is z.
+// A body whose unit magnetization averages to less than 1/2 (a vortex, a
+// ring) has no direction that the pictures could share: `aligned` is then
+// false and the pictures keep the phases of the local components.
+struct FixedFrame {
+    std::array<double, 3> mean{0.0, 0.0, 1.0}, e1{1.0, 0.0, 0.0}, e2{0.0, 1.0, 0.0};
+    bool aligned = false;
+    // "x", "-z", ... for a Cartesian axis (within 1e-6), else "(0.707,0.707,0)".
+    [[nodiscard]] std::string name(int c) const;
+};
+FixedFrame fixed_frame(const VecGrid& M, const IntGrid& MASQUE, int nx, int ny, int nz);
+
+// u . e at cell (i, j, k).
+inline cplx along(const CVecGrid& u, int i, int j, int k, const std::array<double, 3>& e) {
+    return u(i, j, k, 1) * e[0] + u(i, j, k, 2) * e[1] + u(i, j, k, 3) * e[2];
+}
+
+// Phases in a fixed frame: the component c (1: e1, 2: e2) of larger weight
+// sum |u . e_c|^2 over the cells visited, and the phase of each cell's
+// component relative to that of the reference cell (the cell of largest
+// amplitude), so the reference cell has phase 0.
+struct FixedPhase {
+    int component = 1;
+    cplx unit{1.0, 0.0};  // conj of the reference's phase factor
+    [[nodiscard]] const std::array<double, 3>& axis(const FixedFrame& f) const { return component == 1 ? f.e1 : f.e2; }
+    [[nodiscard]] double phase(cplx w) const;
+};
+// Over every magnetic cell of u; ref from find_phase.
+FixedPhase fixed_phase(const CVecGrid& u, const FixedFrame& f, const PhaseRef& ref, const IntGrid& MASQUE, int nx,
+                       int ny, int nz);
 
 // Everything the mode tables and drawings read from the model state.
 // Lengths in cm; W(p, 1:2) = (f, g) in Oe for p = 1..nmodes; gyro the

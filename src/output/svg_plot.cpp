@@ -250,14 +250,19 @@ void plot_modes_svg(const std::string& name, const std::vector<double>& f, const
     constexpr double right = 760.0;
     const std::size_t n = f.size();
     double xlo = 0.5, xhi = static_cast<double>(std::max<std::size_t>(n, 2)) + 0.5;
-    double ylo = 0.0, yhi = 0.0;
+    // The frequency axis spans the modes and their bars (not from zero), so
+    // modes close together stay apart.
+    double ylo = HUGE_VAL, yhi = -HUGE_VAL;
     for (std::size_t p = 0; p < n; ++p) {
         const double e = p < g.size() && std::isfinite(g[p]) ? std::abs(g[p]) : 0.0;
         if (!std::isfinite(f[p])) continue;
         ylo = std::min(ylo, f[p] - e);
         yhi = std::max(yhi, f[p] + e);
     }
-    pad_range(ylo, yhi, 0.06);
+    if (ylo > yhi) ylo = yhi = 0.0;
+    if (yhi == ylo) yhi = ylo + std::max(std::abs(ylo), 1.0) * 0.1, ylo -= std::max(std::abs(ylo), 1.0) * 0.1;
+    const double ypad = 0.06 * (yhi - ylo);
+    ylo -= ypad, yhi += ypad;
     widen(xlo, xhi);
     const Scale sx{xlo, xhi, kLeft, right};
     const Scale sy{ylo, yhi, kBottom, kTop};

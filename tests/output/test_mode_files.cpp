@@ -314,7 +314,7 @@ TEST(ModeFiles, VtkArraysAgreeWithTheOvfPairAndTheState) {
 
 // The plots, parsed as XML: axes with labelled ticks and units, the curve
 // whose highest point, mapped back through the tick labels, lies at the
-// Kittel frequency of the cube (in Oe, then in GHz with SET_GYRO), the mode
+// Kittel frequency of the cube (in GHz at 2.80 MHz/Oe, then with SET_GYRO), the mode
 // marked and numbered; the mode chart's marker at f with the decay rate as
 // its bar and the participation ratio as its colour.
 TEST(Plots, AbsorptionAndModeChartAsAReaderSeesThem) {
@@ -326,8 +326,9 @@ TEST(Plots, AbsorptionAndModeChartAsAReaderSeesThem) {
                                "SET_GYRO\n1.76e7\nPLOT_ABS\nabs_ghz.svg\n10\nPLOT_MODES\nmodes_ghz.svg\nEND\n");
     const RunResult r = run_torix(dir);
     ASSERT_EQ(r.status, 0) << r.err;
+    // 1000 Oe: 2.80 GHz at 2.80 MHz/Oe (g = 2), else f gyro / 2 pi.
     const double ghz = 1000.0 * 1.76e7 / (2.0 * std::numbers::pi * 1e9);
-    for (const auto& [file, f0, unit] : {std::tuple{"abs.svg", 1000.0, "Oe"}, std::tuple{"abs_ghz.svg", ghz, "GHz"}}) {
+    for (const auto& [file, f0, unit] : {std::tuple{"abs.svg", 2.80, "GHz"}, std::tuple{"abs_ghz.svg", ghz, "GHz"}}) {
         const Output o = run(py + " " + kTests + "svg_facts.py " + (dir / file).string());
         ASSERT_EQ(o.status, 0) << file << "\n" << o.text;
         auto v = parse_lines(o.text);
@@ -347,7 +348,7 @@ TEST(Plots, AbsorptionAndModeChartAsAReaderSeesThem) {
         EXPECT_NEAR(mode.at(0), f0, 1e-3 * f0);
         EXPECT_EQ(mode.at(1), 1.0);
     }
-    for (const auto& [file, f0] : {std::pair{"modes.svg", 1000.0}, std::pair{"modes_ghz.svg", ghz}}) {
+    for (const auto& [file, f0] : {std::pair{"modes.svg", 2.80}, std::pair{"modes_ghz.svg", ghz}}) {
         const Output o = run(py + " " + kTests + "svg_facts.py " + (dir / file).string());
         ASSERT_EQ(o.status, 0) << file << "\n" << o.text;
         auto v = parse_lines(o.text);

@@ -188,6 +188,6 @@ TEST(TensorAccurate, ShortExpansionWarns) {
     };
     EXPECT_NE(err_of("2 3 1e-12").find("TENSOR_CREATE: warning: at the switch distance of 2 cell sides"),
               std::string::npos);
-    EXPECT_EQ(err_of("0 0 0"), "");
-    EXPECT_EQ(err_of("12 0 1e-12"), "");
+    EXPECT_EQ(err_of("0 0 0").find("warning"), std::string::npos);
+    EXPECT_EQ(err_of("12 0 1e-12").find("warning"), std::string::npos);
 }
