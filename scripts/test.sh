@@ -11,10 +11,10 @@ bash scripts/setup.sh
 JOBS=$(nproc)
 cmake -S . -B build-test -DCMAKE_BUILD_TYPE=Release -DTORIX_BUILD_TESTS=ON > build-test-configure.log 2>&1 || { cat build-test-configure.log; exit 1; }
 cmake --build build-test -j "$JOBS"
-(cd build-test && ctest --output-on-failure -j "$JOBS" --timeout 120)
+(cd build-test && ctest --output-on-failure -j "$JOBS" --timeout 300)
 # One sanitizer build of the library serves the test suite and the fuzz targets.
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=Release -DTORIX_BUILD_TESTS=ON -DTORIX_FUZZ=ON \
     > build-fuzz-configure.log 2>&1 || { cat build-fuzz-configure.log; exit 1; }
 cmake --build build-fuzz -j "$JOBS"
-(cd build-fuzz && ctest --output-on-failure -j "$JOBS" --timeout 120)
+(cd build-fuzz && ctest --output-on-failure -j "$JOBS" --timeout 300)
 bash scripts/fuzz.sh "${FUZZ_SECONDS:-20}" build-fuzz
