@@ -90,11 +90,7 @@ void solve_dense_bloch(int N, cplx* A, int nsel, ModeOutput out) {
     std::stable_sort(keep.begin(), keep.end(), [&W](int a, int b) { return W[a].imag() < W[b].imag(); });
     if (static_cast<int>(keep.size()) > std::max(nsel, 0)) keep.resize(static_cast<std::size_t>(std::max(nsel, 0)));
     const int kept = static_cast<int>(keep.size());
-    out.W.allocate({Range{1, kept}, Range{1, 2}}, 0.0);
-    out.MODES.allocate({Range{1, N}, Range{1, 2}, Range{1, kept}}, cplx{});
-    out.MODESL.allocate({Range{1, N}, Range{1, 2}, Range{1, kept}}, cplx{});
-    out.ZOUT.allocate({Range{1, kept}}, 0.0);
-    out.PHASES.allocate({Range{1, kept}}, 0.0);
+    allocate_modes(out, N, kept);
     for (int p = 1; p <= kept; ++p) {
         const int q = keep[p - 1];
         out.W(p, 1) = W[q].imag();
@@ -107,7 +103,6 @@ void solve_dense_bloch(int N, cplx* A, int nsel, ModeOutput out) {
                 out.MODESL(c, k, p) = VL[r + q * nn];
             }
     }
-    out.nmodes = kept;
 }
 
 void calcmatrix_bloch(const BlochProblem& p, int nsel, ModeOutput out) {

@@ -23,6 +23,17 @@ struct ModeOutput {
     Array<cplx, 3>& MODESL;    // (1:N, 1:2, 1:nmodes) left vectors
 };
 
+// Allocates the ModeSet arrays of `kept` modes over N numbers, zeroed, and
+// sets the mode count.
+inline void allocate_modes(ModeOutput& out, int N, int kept) {
+    out.nmodes = kept;
+    out.W.allocate({Range{1, kept}, Range{1, 2}}, 0.0);
+    out.MODES.allocate({Range{1, N}, Range{1, 2}, Range{1, kept}}, cplx{});
+    out.MODESL.allocate({Range{1, N}, Range{1, 2}, Range{1, kept}}, cplx{});
+    out.ZOUT.allocate({Range{1, kept}}, 0.0);
+    out.PHASES.allocate({Range{1, kept}}, 0.0);
+}
+
 // Result of one dgeevx call in LAPACK's packing.
 struct DenseEigen {
     std::vector<double> WR, WI, VL, VR;  // VL, VR column-major n x n

@@ -533,11 +533,7 @@ ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left
     }
     biorthogonalise(lam, vr, vl, 1e3 * tol);
 
-    out.W.allocate({Range{1, kept}, Range{1, 2}}, 0.0);
-    out.MODES.allocate({Range{1, N}, Range{1, 2}, Range{1, kept}}, cplx{});
-    out.MODESL.allocate({Range{1, N}, Range{1, 2}, Range{1, kept}}, cplx{});
-    out.ZOUT.allocate({Range{1, kept}}, 0.0);
-    out.PHASES.allocate({Range{1, kept}}, 0.0);
+    allocate_modes(out, N, kept);
     for (int p = 1; p <= kept; ++p) {
         out.W(p, 1) = lam[p - 1].imag();
         out.W(p, 2) = -lam[p - 1].real();
@@ -548,7 +544,6 @@ ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left
                 out.MODESL(c, k, p) = vl[p - 1][2 * (c - 1) + (k - 1)];
             }
     }
-    out.nmodes = kept;
     if (missing_left > 0)
         std::fprintf(stderr, " SOLVE_MODES: warning: %d modes have no converged left vector (stored as zero)\n",
                      missing_left);
