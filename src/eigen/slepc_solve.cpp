@@ -56,6 +56,13 @@ constexpr double kProgressSeconds = 3.0;
 // (its lowest mode lies far below the local part's).
 constexpr double kAimFraction = 0.75;
 constexpr double kNarrowBand = 2.5;
+// The shift sigma = s (kOffAxis + i) for an aim s > 0.  Undamped modes lie
+// on the imaginary axis and damped ones to its left, so a shift a little to
+// the right of i s is never an eigenvalue, even when s is exactly a mode's
+// frequency (A - i s I is then singular and the inner solves cannot
+// converge); it stays nearer that mode than to any other mode more than
+// kOffAxis s away.
+constexpr double kOffAxis = 1e-4;
 
 void report(Monitor& m) {
     const auto now = std::chrono::steady_clock::now();
@@ -428,7 +435,7 @@ ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left
             aim = 0.0;
         }
     }
-    const PetscScalar sigma(0.0, aim);
+    const PetscScalar sigma(kOffAxis * aim, aim);
     ModesStats stats;
     stats.shift = aim;
     stats.side_by_side = together;
