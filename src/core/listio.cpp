@@ -125,15 +125,18 @@ std::vector<std::string> split_items(std::string_view line) {
 }
 
 ListReader::ListReader(const std::string& path, std::string display)
-    : in_(path, std::ios::binary), display_(display.empty() ? path : std::move(display)) {
-    if (!in_) throw FatalError(display_ + ": cannot open file for reading");
+    : file_(path, std::ios::binary), display_(display.empty() ? path : std::move(display)) {
+    if (!file_) throw FatalError(display_ + ": cannot open file for reading");
     std::error_code ec;
     if (std::filesystem::is_directory(path, ec)) throw FatalError(display_ + ": is a directory, not a file");
 }
 
+ListReader::ListReader(FromText, std::string text, std::string display)
+    : text_(std::move(text)), in_(&text_), display_(std::move(display)) {}
+
 bool ListReader::next_line() {
     std::string raw;
-    if (!std::getline(in_, raw)) return false;
+    if (!std::getline(*in_, raw)) return false;
     ++line_no_;
     items_ = split_items(raw);
     pos_ = 0;

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <fstream>
 #include <optional>
+#include <sstream>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -32,6 +33,9 @@ public:
     // Opens `path` for reading; `display` is the name used in messages
     // (defaults to the path).  A missing file is a FatalError.
     explicit ListReader(const std::string& path, std::string display = {});
+    // Reads `text` as the contents of a file named `display`.
+    struct FromText {};
+    ListReader(FromText, std::string text, std::string display);
 
     // Next keyword: the first item of the next non-blank line, cut to 255
     // characters; nullopt at end of file.  The rest of that line is dropped.
@@ -70,7 +74,9 @@ private:
     // Warns when the statement that ends now left items on its last line.
     void check_rest();
 
-    std::ifstream in_;
+    std::ifstream file_;
+    std::istringstream text_;
+    std::istream* in_ = &file_;
     std::string display_;
     std::string context_;
     std::vector<std::string> items_;

@@ -9,11 +9,19 @@
 
 #include "core/error.hpp"
 #include "core/interrupt.hpp"
+#include "core/ranks.hpp"
 
 namespace torix {
 
 AtomicFile::AtomicFile(const std::string& name, bool binary)
     : name_(name), tmp_(name + ".tmp-" + std::to_string(::getpid())) {
+    if (my_rank() != 0) {
+        // Rank 0 writes the run's files; the others' copies are dropped.
+        tmp_ = "/dev/null";
+        out_.open(tmp_);
+        dropped_ = true;
+        return;
+    }
     slot_ = register_temporary(tmp_);  // before the file exists
     out_.open(tmp_, binary ? std::ios::binary | std::ios::trunc : std::ios::trunc);
     if (!out_) {
@@ -24,6 +32,7 @@ AtomicFile::AtomicFile(const std::string& name, bool binary)
 }
 
 AtomicFile::~AtomicFile() {
+    if (dropped_) return;
     if (!done_) {
         out_.close();
         std::remove(tmp_.c_str());
@@ -32,6 +41,11 @@ AtomicFile::~AtomicFile() {
 }
 
 void AtomicFile::commit() {
+    if (dropped_) {
+        out_.close();
+        done_ = true;
+        return;
+    }
     out_.flush();
     const bool ok = static_cast<bool>(out_);
     out_.close();

@@ -11,7 +11,8 @@ namespace torix {
 // Writes to "<name>.tmp-<pid>" and renames onto `name` in commit(); a file
 // dropped without commit() is removed, so a failed write never replaces a
 // good file.  The temporary name is registered with the interrupt handler
-// while it exists, so an interrupted run leaves no temporary behind.
+// while it exists, so an interrupted run leaves no temporary behind.  On a
+// rank other than 0 the writes go nowhere (ranks.hpp).
 class AtomicFile {
 public:
     AtomicFile(const std::string& name, bool binary);
@@ -28,6 +29,7 @@ private:
     std::ofstream out_;
     int slot_ = -1;  // interrupt table slot of tmp_
     bool done_ = false;
+    bool dropped_ = false;  // not rank 0: nothing is written
 };
 
 // Sequential writer of fixed-length records; a record is padded with zero

@@ -1,9 +1,5 @@
 #include "eigen/bloch_modes.hpp"
 
-#include <optional>
-
-#include <omp.h>
-
 #include "eigen/bloch_operator.hpp"
 
 namespace torix {
@@ -20,17 +16,11 @@ ModesStats solve_modes_bloch(const BlochProblem& p, int nmodes, double f0, doubl
 
 ModesStats solve_modes_bloch(const BlochProblem& p, const BlochKernel& K, int nmodes, double f0, double tol,
                              ModeOutput out, const ModeStart* start) {
-    const bool concurrent = start_petsc();
-    // The right and left solves side by side as solve_modes runs them, each
-    // with an operator of its own (the twin shares the spectra).
-    const int threads = omp_get_max_threads();
-    const bool together = threads >= 2 && concurrent;
-    const int each = together ? threads / 2 : threads;
+    start_petsc();
     const BlochOperator op(p.in, K, p.lattice.p);
-    std::optional<BlochOperator> twin;
-    if (together) twin.emplace(op);
-    return solve_mode_products(op, twin ? *twin : op, op.local_part(), p.in.nz + 1, together, each, nmodes, f0, tol,
-                               out, start);
+    const std::vector<int> w = undamped_multiplicities(p.in);
+    return solve_mode_products(op, op.local_part(), p.in.nz + 1, w.empty() ? nullptr : &w, nmodes, f0, tol, out,
+                               start);
 }
 
 }  // namespace torix

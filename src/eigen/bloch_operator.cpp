@@ -94,16 +94,6 @@ BlochOperator::BlochOperator(const MatrixInput& in, const BlochKernel& K, const 
     spec_ = std::move(spec);
 }
 
-BlochOperator::BlochOperator(const BlochOperator& other)
-    : ModeProduct(other),
-      in_(other.in_),
-      c_(other.c_),
-      L_(other.L_),
-      spec_(other.spec_),
-      work_(std::make_unique<detail::BlochPlans>(other.L_)),
-      K_(other.K_),
-      p_(other.p_) {}
-
 BlochOperator::~BlochOperator() = default;
 
 void BlochOperator::convolve(const std::vector<cplx>& src, bool transposed, std::vector<cplx>& out) const {

@@ -33,9 +33,7 @@ public:
     // transpose, for every material present.  `in` must outlive the
     // operator.  Plans FFTW transforms: not beside another planner.
     BlochOperator(const MatrixInput& in, const BlochKernel& K, const Periodicity& p);
-    // A twin for products on another thread: the same spectra, work grids
-    // and plans of its own.
-    explicit BlochOperator(const BlochOperator& other);
+    BlochOperator(const BlochOperator&) = delete;
     BlochOperator& operator=(const BlochOperator&) = delete;
     ~BlochOperator() override;
 

@@ -73,12 +73,6 @@ ModeOperator::ModeOperator(const MatrixInput& in, int threads) : in_(in), c_(mag
                             }
 }
 
-ModeOperator::ModeOperator(const ModeOperator& other, int threads)
-    : in_(other.in_), reciprocal_(other.reciprocal_), c_(other.c_), local_in_(other.local_in_) {
-    F_[0] = concurrent_copy(other.F_[0]);
-    prepare_work(threads);
-}
-
 void ModeOperator::prepare_work(int threads) {
     // Two lanes at once only where the products have two threads
     // (OMP_NUM_THREADS=1 is kept), where a lane's loops and transforms then

@@ -36,12 +36,6 @@ public:
     // many as the run has), which decides whether the real and imaginary
     // convolutions of a product run at once.
     explicit ModeOperator(const MatrixInput& in, int threads = 0);
-    // A twin of `other` for products that run at the same time as other's,
-    // on another thread: the same factors and spectra, work buffers and
-    // plans of its own.  Both operators' transforms are planned here, with
-    // the threads this call sees (FFTW's planner must not run on two
-    // threads at once; its plans may).  `threads` as above.
-    ModeOperator(const ModeOperator& other, int threads);
     // A plain copy would share the work buffers.
     ModeOperator(const ModeOperator&) = delete;
     ModeOperator& operator=(const ModeOperator&) = delete;

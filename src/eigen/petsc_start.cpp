@@ -57,10 +57,10 @@ static void settle_singleton_mpi() {
 #endif
 }
 
-bool start_petsc() {
+void start_petsc() {
     // PETSc and MPI are process-wide; they are started once and finished at
     // exit.
-    static const bool concurrent = [] {
+    static const bool started = [] {
         unsetenv("PETSC_OPTIONS");
         unsetenv("PETSC_OPTIONS_YAML");
         settle_singleton_mpi();
@@ -72,17 +72,19 @@ bool start_petsc() {
         // and unloads) until the process ends: not leaks of ours, so the
         // leak checker of the sanitizer build looks away while it runs.
         leak_check(false);
-        // MPI is started here, not by PETSc, to ask for calls from several
-        // threads at once (the two sides' reductions, each on its own
-        // communicator: see Turn); PETSc then leaves its end to the program.
+        // MPI is started here (unless a launcher started the run: ranks.hpp),
+        // not by PETSc, which then leaves its end to the program.  Only the
+        // thread that started it calls MPI.
         int mpi_running = 0, provided = MPI_THREAD_SINGLE;
         MPI_Initialized(&mpi_running);
         const bool own_mpi = !mpi_running;
-        if (own_mpi && MPI_Init_thread(&argc, &argv, MPI_THREAD_MULTIPLE, &provided) != MPI_SUCCESS) {
+        if (own_mpi && MPI_Init_thread(&argc, &argv, MPI_THREAD_FUNNELED, &provided) != MPI_SUCCESS) {
             leak_check(true);
             throw FatalError("SOLVE_MODES: MPI could not be started");
         }
-        if (!own_mpi) MPI_Query_thread(&provided);
+        // Each rank's PETSc objects are its own; the ranks divide a solve
+        // by sides, not by rows.
+        PETSC_COMM_WORLD = MPI_COMM_SELF;
         const PetscErrorCode started_ok = SlepcInitialize(&argc, &argv, nullptr, nullptr);
         leak_check(true);
         if (started_ok != 0) throw FatalError("SOLVE_MODES: PETSc/SLEPc could not be started");
@@ -93,16 +95,9 @@ bool start_petsc() {
             SlepcFinalize();
             if (finish_mpi) MPI_Finalize();
         });
-#if defined(PETSC_USE_DEBUG)
-        // A debugging build keeps a process-wide stack of the functions
-        // entered, which two threads would interleave even one at a time in
-        // PETSc (a thread enters MatSolve with the turn given up).
-        return false;
-#else
-        return provided >= MPI_THREAD_MULTIPLE;
-#endif
+        return true;
     }();
-    return concurrent;
+    (void)started;
 }
 
 }  // namespace torix

@@ -143,28 +143,14 @@ std::array<double, 2> local_band(Mat L0, int count) {
 PetscErrorCode inner_apply(PC pc, Vec x, Vec y) {
     void* raw = nullptr;
     if (const PetscErrorCode e = PCShellGetContext(pc, &raw)) return e;
-    const auto* c = static_cast<const InnerContext*>(raw);
-    const TurnGivenUp free_turn(c->turn);
-    return MatSolve(c->factor, x, y);
+    return MatSolve(static_cast<const InnerContext*>(raw)->factor, x, y);
 }
 
-// An inner solve that stops short of its tolerance is an error.  (PETSc's
-// own check, KSPSetErrorIfNotConverged, looks at a process-wide count of
-// nested solves, which two solves side by side raise.)
+// An inner solve that stops short of its tolerance is an error.
 PetscErrorCode inner_converged(KSP ksp, Vec, Vec, void*) {
     KSPConvergedReason reason = KSP_CONVERGED_ITERATING;
     if (const PetscErrorCode e = KSPGetConvergedReason(ksp, &reason)) return e;
     return reason < 0 ? PETSC_ERR_NOT_CONVERGED : 0;
-}
-
-// GMRES's orthogonalisation of its new basis vector (PETSc's classical
-// Gram-Schmidt, its default), with the turn given up: vector operations on
-// the side's own vectors and a reduction over the side's own communicator.
-PetscErrorCode orthogonalize(KSP ksp, PetscInt it) {
-    void* raw = nullptr;
-    if (const PetscErrorCode e = KSPGetApplicationContext(ksp, &raw)) return e;
-    const TurnGivenUp free_turn(static_cast<const InnerContext*>(raw)->turn);
-    return KSPGMRESClassicalGramSchmidtOrthogonalization(ksp, it);
 }
 
 }  // namespace torix::slepc

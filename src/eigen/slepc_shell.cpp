@@ -23,7 +23,6 @@ PetscErrorCode shell_product(Mat A, Vec x, Vec y, bool transpose) {
     }
     PetscErrorCode status = 0;
     try {
-        const TurnGivenUp free_turn(c->turn);
         if (transpose != c->transposed)
             c->op->apply_transpose(px, py);
         else

@@ -13,17 +13,15 @@
 #include <cmath>
 #include <complex>
 #include <cstdio>
-#include <exception>
 #include <optional>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include <omp.h>
 
 #include "core/error.hpp"
+#include "core/ranks.hpp"
 #include "eigen/mode_operator.hpp"
 #include "eigen/slepc_parts.hpp"
 
@@ -100,19 +98,16 @@ struct Pairs {
     std::vector<double> residual;        // |A v - lambda v| / (|lambda| |v|) with the operator itself
     std::int64_t inner = 0;
     int iterations = 0;
+    std::int64_t products = 0;  // operator products of the side so far
 };
 
 // One Krylov-Schur solve with shift-and-invert, set up in full (the
-// incomplete LU included) by the constructor; solve() then runs it,
-// possibly beside another one.  Every call into PETSc holds `turn` (see
-// Turn): the hooks that give it up (products, triangular solves,
-// orthogonalisation) may be reached from any of them.
+// incomplete LU included) by the constructor; solve() then runs it.
 class KrylovSchur {
 public:
-    KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, int levels, Turn& turn,
-                const char* label, const std::vector<std::vector<cplx>>& start = {})
-        : n_(n), turn_(&turn) {
-        const std::lock_guard<Turn> hold(turn);
+    KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, int levels, const char* label,
+                const std::vector<std::vector<cplx>>& start = {})
+        : n_(n) {
         MPI_Comm comm = MPI_COMM_NULL;
         check(PetscObjectGetComm(reinterpret_cast<PetscObject>(A), &comm), "PetscObjectGetComm");
         check(EPSCreate(comm, &eps_.h), "EPSCreate");
@@ -167,8 +162,7 @@ public:
         check(KSPSetPostSolve(ksp_, inner_converged, nullptr), "KSPSetPostSolve");
         // Incomplete LU of the local part with `levels` fill levels, natural
         // (grid) ordering, on 2 x 2 blocks, factored here (as PETSc's ILU
-        // preconditioner would) so that its triangular solves can run with
-        // the turn given up.  The triangular solves of an exact LU cost
+        // preconditioner would).  The triangular solves of an exact LU cost
         // several operator products once the grid is large (its fill grows
         // faster than the cells), while ILU(6) needs hardly more iterations:
         // see fill_levels.  A singular pivot block is an error (a shifted
@@ -194,14 +188,12 @@ public:
             throw FatalError("SOLVE_MODES: the incomplete LU of the local part has a singular pivot block at the "
                              "shift");
         inner_.factor = factor_.h;
-        inner_.turn = &turn;
         PC pc;
         check(KSPGetPC(ksp_, &pc), "KSPGetPC");
         check(PCSetType(pc, PCSHELL), "PCSetType");
         check(PCShellSetContext(pc, &inner_), "PCShellSetContext");
         check(PCShellSetApply(pc, inner_apply), "PCShellSetApply");
         check(KSPSetApplicationContext(ksp_, &inner_), "KSPSetApplicationContext");
-        check(KSPGMRESSetOrthogonalization(ksp_, orthogonalize), "KSPGMRESSetOrthogonalization");
         mon_.label = label;
         mon_.nev = nev;
         check(EPSMonitorSet(eps_.h, eps_monitor, &mon_, nullptr), "EPSMonitorSet");
@@ -212,12 +204,10 @@ public:
     KrylovSchur& operator=(const KrylovSchur&) = delete;
 
     void solve() {
-        const std::lock_guard<Turn> hold(*turn_);
         check(EPSSolve(eps_.h), "EPSSolve (the operator may be singular at the shift)");
     }
 
     [[nodiscard]] Pairs pairs() const {
-        const std::lock_guard<Turn> hold(*turn_);
         Pairs out;
         PetscInt nconv = 0, its = 0;
         check(EPSGetConverged(eps_.h, &nconv), "EPSGetConverged");
@@ -247,7 +237,6 @@ public:
 
 private:
     int n_;
-    Turn* turn_;
     // Declared before the EPS, which refers to them and goes first.
     OwnedMat factor_;
     InnerContext inner_;
@@ -256,57 +245,44 @@ private:
     KSP ksp_ = nullptr;  // owned by the EPS
 };
 
-// A duplicate of PETSC_COMM_WORLD (the same processes), freed at the end of
-// its scope.  The left solve's objects live there, so that the reductions
-// the two sides run with the turn given up (GMRES's orthogonalisation) are
-// never on one communicator at the same time.
-struct OwnedComm {
-    MPI_Comm c = MPI_COMM_NULL;
-    OwnedComm() {
-        if (MPI_Comm_dup(PETSC_COMM_WORLD, &c) != MPI_SUCCESS) throw FatalError("SOLVE_MODES: MPI_Comm_dup failed");
-    }
-    OwnedComm(const OwnedComm&) = delete;
-    OwnedComm& operator=(const OwnedComm&) = delete;
-    ~OwnedComm() {
-        if (c != MPI_COMM_NULL) MPI_Comm_free(&c);
-    }
-};
+// Pairs of the rank `root` on every rank (collective).
+void share(Pairs& p, int root) {
+    if (rank_count() == 1) return;
+    broadcast(p.lambda, root);
+    broadcast(p.residual, root);
+    broadcast(p.inner, root);
+    broadcast(p.iterations, root);
+    broadcast(p.products, root);
+    auto count = static_cast<std::uint64_t>(p.vec.size());
+    broadcast(count, root);
+    p.vec.resize(static_cast<std::size_t>(count));
+    for (auto& v : p.vec) broadcast(v, root);
+}
 
-// first() and second(), at the same time when `together` (second() on a
-// thread of its own; each with `each` threads for its own OpenMP loops and
-// transforms, whose teams then start from two separate threads), one after
-// the other otherwise.  An exception of either is thrown after both ended.
-template <class First, class Second>
-void side_by_side(bool together, int each, const First& first, const Second& second) {
-    std::exception_ptr failed[2];
-    const auto guarded = [&failed](int k, const auto& work) {
-        try {
-            work();
-        } catch (...) {
-            failed[k] = std::current_exception();
-        }
-    };
-    std::thread other;
-    const int saved = omp_get_max_threads();
-    if (together) {
-        omp_set_num_threads(each);
-        try {
-            other = std::thread([&] {
-                omp_set_num_threads(each);
-                guarded(1, second);
-            });
-        } catch (const std::system_error&) {
-            omp_set_num_threads(saved);  // no second thread: one after the other
-        }
+// The left vector of a right pair (v, lambda) of an undamped model without
+// the current vector.  There A = W^-1 J K: per number, J the quarter turn
+// of the local plane (the [m x] of the frame), W the multiplicity, and K
+// Hermitian (reciprocal tensor blocks, the self blocks of the equilibrium
+// field along m).  Then A^H (W J^-1) = -(W J^-1) A, so for an imaginary
+// lambda u = W J^-1 v gives A^H u = conj(lambda) u: u^H A = lambda u^H.
+std::vector<cplx> left_from_right(const std::vector<cplx>& v, const std::vector<int>& w) {
+    std::vector<cplx> u(v.size());
+    for (std::size_t n = 0; 2 * n + 1 < v.size(); ++n) {
+        u[2 * n] = static_cast<double>(w[n]) * v[2 * n + 1];
+        u[2 * n + 1] = -static_cast<double>(w[n]) * v[2 * n];
     }
-    guarded(0, first);
-    if (other.joinable())
-        other.join();
-    else if (!failed[0])
-        guarded(1, second);
-    omp_set_num_threads(saved);
-    for (const std::exception_ptr& e : failed)
-        if (e) std::rethrow_exception(e);
+    return u;
+}
+
+// |A^H u - conj(lambda) u| / (|lambda| |u|), by one transposed product:
+// A^T conj(u) - lambda conj(u) is its conjugate.
+double left_residual(const ModeProduct& op, const std::vector<cplx>& u, cplx lambda) {
+    std::vector<cplx> x(u.size()), y(u.size());
+    for (std::size_t r = 0; r < u.size(); ++r) x[r] = std::conj(u[r]);
+    op.apply_transpose(x.data(), y.data());
+    double rr = 0.0, uu = 0.0;
+    for (std::size_t r = 0; r < u.size(); ++r) rr += std::norm(y[r] - lambda * x[r]), uu += std::norm(x[r]);
+    return std::sqrt(rr / uu) / std::abs(lambda);
 }
 
 // Unit norm, the component of largest modulus real and positive (the form
@@ -380,11 +356,20 @@ std::vector<std::vector<cplx>> mode_columns(const Array<cplx, 3>& modes, int nmo
     return v;
 }
 
-ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left, const ComplexSparse& local, int layers,
-                               bool together, int each, int nmodes, double f0, double tol, ModeOutput out,
+ModesStats solve_mode_products(const ModeProduct& op, const ComplexSparse& local, int layers,
+                               const std::vector<int>* undamped, int nmodes, double f0, double tol, ModeOutput out,
                                const ModeStart* start) {
     if (tol <= 0.0) tol = 1e-10;
     const int n = op.order(), N = n / 2;
+    // Which rank solves which side: one rank both, one after the other; with
+    // two or more, rank 0 the right vectors and rank 1 the left ones at the
+    // same time (the others wait for the pairs).  An undamped model forms
+    // its left vectors from the right ones and solves for them only if one
+    // fails its residual (left_from_right).
+    const int ranks = rank_count(), me = my_rank();
+    const int left_rank = ranks > 1 ? 1 : 0;
+    const bool right_here = me == 0, left_here = me == left_rank;
+    const bool left_beside = ranks > 1 && undamped == nullptr;
     // Start vectors: right vectors for A; for A^T the conjugates of left
     // vectors (A^T conj(u) = lambda conj(u)).
     std::vector<std::vector<cplx>> start_right, start_left;
@@ -395,14 +380,8 @@ ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left
             for (std::size_t r = 0; r < u.size(); ++r) start_left.back()[r] = std::conj(u[r]);
         }
     }
-    Turn turn;
-    // The left solve's communicator, declared first: it is freed after the
-    // objects that live on it.
-    const OwnedComm left_comm;
-    ShellContext right_ctx{&op, false, 0, &turn}, left_ctx{&op_left, true, 0, &turn};
+    ShellContext right_ctx{&op, false, 0}, left_ctx{&op, true, 0};
     OwnedMat A, At, P, Pt;
-    make_shell(PETSC_COMM_WORLD, n, &right_ctx, A);
-    make_shell(left_comm.c, n, &left_ctx, At);
     // Where the solve aims.  For the lowest modes (f0 = 0) a shift at 0 is
     // a poor one when the wanted modes form a narrow band well above 0 (the
     // ten lowest of a saturated film lie within 5 to 20 % of each other,
@@ -422,64 +401,85 @@ ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left
     // A local part that cannot be factored at 0 (a singular block) leaves
     // the shift at 0; the real solve then fails there with PETSc's message.
     // The local part at 0 is the preconditioner's matrix when the shift
-    // stays there.
+    // stays there.  Rank 0 places the shift for every rank.
     double aim = f0;
-    if (f0 == 0.0) {
-        local_matrix(local, PetscScalar(0.0), P);
-        try {
-            // At least three values: the band of a single mode says nothing
-            // of how far the next one lies.
-            const auto band = local_band(P.h, std::min(N, std::max(nmodes, 3)));
-            if (band[0] > 0.0 && band[1] > 0.0 && band[1] < kNarrowBand * band[0]) aim = kAimFraction * band[0];
-        } catch (const FatalError&) {
-            aim = 0.0;
+    {
+        std::string failed;
+        if (right_here && f0 == 0.0) {
+            try {
+                local_matrix(local, PetscScalar(0.0), P);
+                // At least three values: the band of a single mode says
+                // nothing of how far the next one lies.
+                const auto band = local_band(P.h, std::min(N, std::max(nmodes, 3)));
+                if (band[0] > 0.0 && band[1] > 0.0 && band[1] < kNarrowBand * band[0]) aim = kAimFraction * band[0];
+            } catch (const FatalError& e) {
+                if (P.h == nullptr) failed = e.what();
+                aim = 0.0;
+            }
         }
+        agree_on_failure(failed.empty() ? nullptr : &failed);
+        broadcast(aim, 0);
     }
     const PetscScalar sigma(kOffAxis * aim, aim);
     ModesStats stats;
     stats.shift = aim;
-    stats.side_by_side = together;
-    if (aim != 0.0) {
-        OwnedMat shifted;
-        local_matrix(local, sigma, shifted);
-        std::swap(P.h, shifted.h);
+    stats.ranks = std::min(ranks, 2);
+    if (right_here) {
+        if (aim != 0.0 || P.h == nullptr) {
+            OwnedMat shifted;
+            local_matrix(local, sigma, shifted, PETSC_COMM_SELF);
+            std::swap(P.h, shifted.h);
+        }
+        make_shell(PETSC_COMM_SELF, n, &right_ctx, A);
     }
-    {
+    const auto prepare_left = [&] {
+        if (At.h != nullptr) return;
+        make_shell(PETSC_COMM_SELF, n, &left_ctx, At);
         OwnedMat P_left;
-        local_matrix(local, sigma, P_left, left_comm.c);
+        local_matrix(local, sigma, P_left, PETSC_COMM_SELF);
         check(MatTranspose(P_left.h, MAT_INITIAL_MATRIX, &Pt.h), "MatTranspose");
-    }
+    };
+    const int levels = fill_levels(layers);
+    // Left vectors: A^T w = lambda w gives u = conj(w) with u^H A = lambda u^H.
+    const auto solve_left = [&](int nev, Pairs& L) {
+        prepare_left();
+        KrylovSchur left(At.h, Pt.h, n, nev, sigma, tol, levels, "left", start_left);
+        left.solve();
+        L = left.pairs();
+        L.products = left_ctx.products;
+    };
 
     // Eigenvalues come in conjugate pairs; at a shift of 0 both members of a
     // pair are equally near, so twice the count is asked for.  Above 0 a few
     // extra cover the conjugates of modes near 0; the count grows until
-    // enough positive frequencies have converged.
+    // enough positive frequencies have converged.  Beside the right solve,
+    // the left one runs with each count.
     const auto positive = [tol](cplx l) { return l.imag() > 100.0 * tol * std::abs(l); };
     const cplx target(0.0, f0);
     int nev = std::min(n, aim == 0.0 ? 2 * nmodes : nmodes + 2);
     Pairs R, L;
+    bool have_left = false;
     std::vector<int> keep;
-    // Left vectors: A^T w = lambda w gives u = conj(w) with u^H A = lambda u^H.
-    // Side by side the left solve runs with each right one (a right solve
-    // that must be repeated with a larger count costs a left one as well,
-    // on the other thread); one after the other it runs once, after the last.
-    const int levels = fill_levels(layers);
-    const auto make_left = [&](std::optional<KrylovSchur>& left) {
-        left.emplace(At.h, Pt.h, n, nev, sigma, tol, levels, turn, "left", start_left);
-    };
     for (;;) {
-        // Both solves are set up before either runs (see KrylovSchur).
-        KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, turn, "right", start_right);
-        std::optional<KrylovSchur> left;
-        if (together) make_left(left);
-        side_by_side(together, each, [&] { right.solve(); }, [&] {
-            if (left) left->solve();
-        });
-        R = right.pairs();
+        std::string failed;
+        try {
+            if (right_here) {
+                KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, "right", start_right);
+                right.solve();
+                R = right.pairs();
+                R.products = right_ctx.products;
+            }
+            if (left_beside && left_here) solve_left(nev, L);
+        } catch (const FatalError& e) {
+            failed = e.what();
+        }
+        agree_on_failure(failed.empty() ? nullptr : &failed);
+        share(R, 0);
         stats.inner_iterations += R.inner;
         stats.outer_iterations += R.iterations;
-        if (left) {
-            L = left->pairs();
+        if (left_beside) {
+            share(L, left_rank);
+            have_left = true;
             stats.inner_iterations += L.inner;
             stats.outer_iterations += L.iterations;
         }
@@ -498,44 +498,64 @@ ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left
                      static_cast<int>(keep.size()), nmodes);
     // Modes by increasing f, as the dense solve orders them.
     std::stable_sort(keep.begin(), keep.end(), [&](int a, int b) { return R.lambda[a].imag() < R.lambda[b].imag(); });
-
     const int kept = static_cast<int>(keep.size());
-    if (!together && kept > 0) {
-        std::optional<KrylovSchur> left;
-        make_left(left);
-        left->solve();
-        L = left->pairs();
-        stats.inner_iterations += L.inner;
-        stats.outer_iterations += L.iterations;
-    }
-    std::vector<bool> used(L.lambda.size(), false);
-    std::vector<int> partner(static_cast<std::size_t>(kept), -1);
-    for (int p = 0; p < kept; ++p) {
-        const cplx l = R.lambda[keep[p]];
-        double best = 1e300;
-        for (std::size_t k = 0; k < L.lambda.size(); ++k)
-            if (!used[k] && std::abs(L.lambda[k] - l) < best) best = std::abs(L.lambda[k] - l), partner[p] = static_cast<int>(k);
-        // A partner must be the same eigenvalue, to the accuracy asked for.
-        if (partner[p] >= 0 && best > 1e3 * tol * std::abs(l)) partner[p] = -1;
-        if (partner[p] >= 0) used[partner[p]] = true;
-    }
 
     std::vector<cplx> lam(static_cast<std::size_t>(kept));
     std::vector<std::vector<cplx>> vr(static_cast<std::size_t>(kept)), vl(static_cast<std::size_t>(kept));
-    int missing_left = 0;
     for (int p = 0; p < kept; ++p) {
-        const int i = keep[p];
-        lam[p] = R.lambda[i];
-        vr[p] = R.vec[i];
+        lam[p] = R.lambda[keep[p]];
+        vr[p] = R.vec[keep[p]];
         normalise(vr[p]);
-        stats.worst_residual = std::max(stats.worst_residual, R.residual[i]);
-        vl[p].assign(static_cast<std::size_t>(n), cplx{});
-        if (const int k = partner[p]; k >= 0) {
-            for (int r = 0; r < n; ++r) vl[p][r] = std::conj(L.vec[k][r]);
+        stats.worst_residual = std::max(stats.worst_residual, R.residual[keep[p]]);
+    }
+    // Undamped: the left vectors from the right ones, each checked with one
+    // transposed product (a model outside the conditions of left_from_right,
+    // or an unstable state, fails the check and is solved for).
+    std::vector<double> derived_residual(static_cast<std::size_t>(kept), 0.0);
+    bool derived = undamped != nullptr && kept > 0;
+    for (int p = 0; p < kept && derived; ++p) {
+        vl[p] = left_from_right(vr[p], *undamped);
+        derived_residual[p] = left_residual(op, vl[p], lam[p]);
+        derived = derived_residual[p] <= tol;
+    }
+    if (!derived && !have_left && kept > 0) {
+        std::string failed;
+        try {
+            if (left_here) solve_left(nev, L);
+        } catch (const FatalError& e) {
+            failed = e.what();
+        }
+        agree_on_failure(failed.empty() ? nullptr : &failed);
+        share(L, left_rank);
+        stats.inner_iterations += L.inner;
+        stats.outer_iterations += L.iterations;
+    }
+    stats.left_from_right = derived;
+    int missing_left = 0;
+    if (derived) {
+        for (int p = 0; p < kept; ++p) {
             normalise(vl[p]);
-            stats.worst_residual = std::max(stats.worst_residual, L.residual[k]);
-        } else {
-            ++missing_left;
+            stats.worst_residual = std::max(stats.worst_residual, derived_residual[p]);
+        }
+    } else {
+        std::vector<bool> used(L.lambda.size(), false);
+        for (int p = 0; p < kept; ++p) {
+            const cplx l = lam[p];
+            double best = 1e300;
+            int partner = -1;
+            for (std::size_t k = 0; k < L.lambda.size(); ++k)
+                if (!used[k] && std::abs(L.lambda[k] - l) < best) best = std::abs(L.lambda[k] - l), partner = static_cast<int>(k);
+            // A partner must be the same eigenvalue, to the accuracy asked for.
+            if (partner >= 0 && best > 1e3 * tol * std::abs(l)) partner = -1;
+            vl[p].assign(static_cast<std::size_t>(n), cplx{});
+            if (partner < 0) {
+                ++missing_left;
+                continue;
+            }
+            used[partner] = true;
+            for (int r = 0; r < n; ++r) vl[p][r] = std::conj(L.vec[partner][r]);
+            normalise(vl[p]);
+            stats.worst_residual = std::max(stats.worst_residual, L.residual[partner]);
         }
     }
     biorthogonalise(lam, vr, vl, 1e3 * tol);
@@ -557,44 +577,27 @@ ModesStats solve_mode_products(const ModeProduct& op, const ModeProduct& op_left
     if (stats.worst_residual > tol)
         std::fprintf(stderr, " SOLVE_MODES: warning: the worst residual %.3g is above the tolerance %.3g\n",
                      stats.worst_residual, tol);
-    stats.products = right_ctx.products + left_ctx.products;
+    stats.products = R.products + L.products + (derived ? kept : 0);
     stats.converged = kept;
     return stats;
 }
 
+std::vector<int> undamped_multiplicities(const MatrixInput& in) {
+    if (in.alpha != 0.0 || in.happ != std::array<double, 3>{0.0, 0.0, 0.0}) return {};
+    std::vector<int> w(static_cast<std::size_t>(in.N));
+    for (int k = 1; k <= in.N; ++k) w[k - 1] = in.w(k);
+    return w;
+}
+
 ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol, ModeOutput out) {
-    const bool concurrent = start_petsc();
-    // The right and the left solve are independent (the same shift and
-    // count): with two threads or more they run side by side, each on half
-    // of the threads with an operator of its own.  Most of a solve's work
-    // (the triangular solves of the incomplete LU, GMRES's
-    // orthogonalisation, the convolutions of a small grid) does not share
-    // out over threads within one solve.  Either way each side does the
-    // same arithmetic.
-    const int threads = omp_get_max_threads();
-    const bool together = threads >= 2 && concurrent;
-    const int each = together ? threads / 2 : threads;
-    // Both operators' transforms are planned here, for the threads each
-    // side will have.
-    std::optional<ModeOperator> op_right, twin;
-    {
-        omp_set_num_threads(each);
-        try {
-            op_right.emplace(in, each);
-            if (together) twin.emplace(*op_right, each);
-        } catch (...) {
-            omp_set_num_threads(threads);
-            throw;
-        }
-        omp_set_num_threads(threads);
-    }
-    const ModeOperator& op = *op_right;
+    start_petsc();
+    const ModeOperator op(in);
     if (!op.reciprocal_tensor())
         throw FatalError("SOLVE_MODES: the interaction tensor is not the transpose of itself at the opposite "
                          "offset (D(-r) = D(r)^T), so the left vectors cannot be formed from its Fourier form "
                          "(use SOLVE_MATRIX)");
-    const ModeOperator& op_left = twin ? *twin : op;
-    return solve_mode_products(op, op_left, complex_sparse(op.local_part(1, true)), in.nz + 1, together, each, nmodes,
+    const std::vector<int> w = undamped_multiplicities(in);
+    return solve_mode_products(op, complex_sparse(op.local_part(1, true)), in.nz + 1, w.empty() ? nullptr : &w, nmodes,
                                f0, tol, out);
 }
 

@@ -1,6 +1,9 @@
 #include "interpreter/command_table.hpp"
 
 #include <algorithm>
+#include <fstream>
+#include <optional>
+#include <sstream>
 #include <iostream>
 #include <new>
 #include <string>
@@ -9,6 +12,7 @@
 
 #include "core/error.hpp"
 #include "core/interrupt.hpp"
+#include "core/ranks.hpp"
 #include "interpreter/notices.hpp"
 #include "interpreter/session.hpp"
 
@@ -111,7 +115,23 @@ void run_script(const std::string& path, const std::string& display) {
 }
 
 void run_script(ModelState& st, const std::string& path, const std::string& display) {
-    ListReader in(path, display);
+    std::optional<ListReader> reader;
+    if (rank_count() == 1) {
+        reader.emplace(path, display);
+    } else {
+        // Rank 0 reads the script; every rank runs the same text.
+        std::string text, failure;
+        if (my_rank() == 0) {
+            std::ifstream f(path, std::ios::binary);
+            std::ostringstream all;
+            if (f) all << f.rdbuf();
+            if (!f || f.bad()) failure = display + ": cannot open file for reading";
+            text = all.str();
+        }
+        agree_on_failure(failure.empty() ? nullptr : &failure);
+        reader.emplace(ListReader::FromText{}, broadcast(std::move(text), 0), display);
+    }
+    ListReader& in = *reader;
     std::vector<std::string> names;
     for (const Command& c : kCommands) names.emplace_back(c.name);
     in.warn_to(std::cerr, names);
@@ -153,16 +173,22 @@ void run_script(ModelState& st, const std::string& path, const std::string& disp
             // A command's own complaints (about the state it finds) carry the
             // script line of its keyword; a reader's message already names
             // its file and line or record.
+            // Every rank ends every command here together (ranks.hpp), so
+            // that a failure on one rank ends them all.
+            const auto located = [&](const std::string& msg) {
+                return msg.rfind(*kw + ":", 0) != 0 ? msg : display + ":" + std::to_string(at) + ": " + msg;
+            };
+            std::optional<std::string> failure;
             try {
                 c.run(s);
+            } catch (const AgreedFailure& e) {
+                throw AgreedFailure(located(e.what()));  // the ranks agreed within the command
             } catch (const FatalError& e) {
-                const std::string msg = e.what();
-                if (msg.rfind(*kw + ":", 0) != 0) throw;
-                throw FatalError(display + ":" + std::to_string(at) + ": " + msg);
+                failure = located(e.what());
             } catch (const std::bad_alloc&) {
-                throw FatalError(display + ":" + std::to_string(at) + ": " + *kw +
-                                 ": out of memory while allocating its arrays");
+                failure = display + ":" + std::to_string(at) + ": " + *kw + ": out of memory while allocating its arrays";
             }
+            agree_on_failure(failure ? &*failure : nullptr);
             if (solve) tell(growing_mode_lines(st, *kw));
             break;
         }

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iostream>
 #include <new>
+#include <string>
 #include <xmmintrin.h>
 #include <pmmintrin.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include "core/console.hpp"
 #include "core/error.hpp"
 #include "core/interrupt.hpp"
+#include "core/ranks.hpp"
 #include "interpreter/command_table.hpp"
 
 namespace {
@@ -32,19 +34,18 @@ void settle_thread_runtime(char** argv) {
 
 }  // namespace
 
-int main(int, char** argv) {
+int main(int argc, char** argv) {
     settle_thread_runtime(argv);
     torix::install_interrupt_handlers();
     // Denormal results are flushed to zero for the whole run.
     _MM_SET_FLUSH_ZERO_MODE(_MM_FLUSH_ZERO_ON);
     _MM_SET_DENORMALS_ZERO_MODE(_MM_DENORMALS_ZERO_ON);
     try {
-        std::ifstream probe("input.dat");
-        if (!probe) {
-            std::cerr << "input.dat: cannot open the command script in the working directory\n";
-            return 1;
-        }
-        probe.close();
+        torix::start_ranks(&argc, &argv);
+        std::string missing;
+        if (torix::my_rank() == 0 && !std::ifstream("input.dat"))
+            missing = "input.dat: cannot open the command script in the working directory";
+        torix::agree_on_failure(missing.empty() ? nullptr : &missing);
         torix::say("TORIX version 2.0");
         torix::say("micromagnetic normal-mode solver, by the TORIX developers");
         std::cout << '\n' << std::flush;
@@ -52,6 +53,8 @@ int main(int, char** argv) {
     } catch (const torix::FatalError& e) {
         std::cout << std::flush;
         std::cerr << e.what() << '\n';
+        return 1;
+    } catch (const torix::OtherRankReports&) {
         return 1;
     } catch (const std::bad_alloc&) {
         std::cout << std::flush;

@@ -1,0 +1,135 @@
+// A script run on two MPI ranks against the same script on one: the same
+// console, the same files to 1e-9, one message for a failure.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "test_util.hpp"
+
+namespace fs = std::filesystem;
+
+namespace torix {
+namespace {
+
+const char* const kLauncher = "mpirun --allow-run-as-root --oversubscribe -n 2";
+
+bool have_launcher() { return std::system("command -v mpirun > /dev/null 2>&1") == 0; }
+
+// A relaxed box in a perpendicular field: dense modes, then the matrix-free
+// ones with damping (the right and the left side on a rank each) and
+// without (the left vectors formed from the right ones).
+const char* const kScript = R"(SET_CELL
+5e-7 5e-7 5e-7
+MASQUE_CREATE
+60e-7 50e-7 10e-7
+LOAD_MAT
+1
+1.3e-6 800
+ADD_SHAPE
+3
+60e-7 50e-7 10e-7 0 0 0 1
+TENSOR_CREATE
+0
+INIT_M
+2
+0.2 0 1
+ADD_EXT_FIELD
+1
+0 0 12000
+RELAX
+1 1e-9 0.1
+SOLVE_MATRIX
+8
+OMEGA_PRINT
+dense.txt
+SET_BETA
+0.01
+SOLVE_MODES
+5 0 1e-10
+OMEGA_PRINT
+damped.txt
+EIGEN_SAVE_TEXT
+5 damped_vectors.txt
+SET_BETA
+0
+SOLVE_MODES
+5 0 1e-10
+OMEGA_PRINT
+undamped.txt
+EIGEN_SAVE_TEXT
+5 undamped_vectors.txt
+)";
+
+std::vector<double> numbers_of(const std::string& text) {
+    std::vector<double> v;
+    std::istringstream in(text);
+    for (std::string w; in >> w;) {
+        char* end = nullptr;
+        const double x = std::strtod(w.c_str(), &end);
+        if (end != w.c_str() && *end == '\0') v.push_back(x);
+    }
+    return v;
+}
+
+// The console without its timings.
+std::string without_times(const std::string& out) {
+    std::istringstream in(out);
+    std::string kept;
+    for (std::string l; std::getline(in, l);) {
+        if (l.rfind(" time spent", 0) == 0 || l.rfind(" matrix ", 0) == 0) continue;
+        if (l.rfind(" modes ", 0) == 0) l = l.substr(0, l.find(" worst residual"));
+        kept += l + "\n";
+    }
+    return kept;
+}
+
+TEST(Ranks, TwoRanksGiveWhatOneGives) {
+    if (!have_launcher()) GTEST_SKIP() << "no mpirun";
+    TempDir one, two;
+    for (const TempDir* d : {&one, &two}) std::ofstream(d->path() / "input.dat") << kScript << "END\n";
+    const RunResult r1 = run_torix(one, 1), r2 = run_torix(two, 1, kLauncher);
+    ASSERT_EQ(r1.status, 0) << r1.err;
+    ASSERT_EQ(r2.status, 0) << r2.err;
+    EXPECT_EQ(without_times(r2.out), without_times(r1.out));
+    for (const char* name : {"dense.txt", "damped.txt", "damped_vectors.txt", "undamped.txt", "undamped_vectors.txt"}) {
+        SCOPED_TRACE(name);
+        const auto a = numbers_of(one.read(name)), b = numbers_of(two.read(name));
+        ASSERT_EQ(a.size(), b.size());
+        ASSERT_GT(a.size(), 5u);
+        double big = 0.0;
+        for (double x : a) big = std::max(big, std::abs(x));
+        for (std::size_t k = 0; k < a.size(); ++k) ASSERT_NEAR(b[k], a[k], 1e-9 * big) << k;
+    }
+    // Rank 0 alone wrote: no temporaries, one file of each.
+    for (const auto& e : fs::directory_iterator(two.path()))
+        EXPECT_EQ(e.path().filename().string().find(".tmp-"), std::string::npos) << e.path();
+}
+
+// Rank 0 cannot write a file that the other rank only pretends to write:
+// every rank ends, with rank 0's one message, status 1, and the file
+// written before intact.
+TEST(Ranks, AFailureOnOneRankEndsThemAll) {
+    if (!have_launcher()) GTEST_SKIP() << "no mpirun";
+    TempDir dir;
+    fs::create_directory(dir.path() / "blocked.txt");
+    std::string script = kScript;
+    script = script.substr(0, script.find("SET_BETA")) + "OMEGA_PRINT\nblocked.txt\nEND\n";
+    std::ofstream(dir.path() / "input.dat") << script;
+    const RunResult r = run_torix(dir, 1, kLauncher);
+    EXPECT_EQ(r.status, 1);
+    const std::string msg = "blocked.txt: write failed";
+    const auto at = r.err.find(msg);
+    ASSERT_NE(at, std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find(msg, at + 1), std::string::npos) << r.err;
+    EXPECT_GT(numbers_of(dir.read("dense.txt")).size(), 20u);
+}
+
+}  // namespace
+}  // namespace torix
