@@ -11,6 +11,9 @@
 # seconds, the solver's own summary, and the load average at the start.
 # On a busy machine run it with OMP_WAIT_POLICY=passive: spinning threads
 # wait for a core that other jobs hold (2 threads ran 5x slower than 1).
+# BETA (default 0.008) is the damping of the solves (0: undamped, whose left
+# vectors follow from the right ones); LAUNCHER (e.g. "mpirun -n 2") starts
+# the solves; the relaxations always run as one plain process.
 set -euo pipefail
 TORIX=$(realpath "$1")
 what=$2
@@ -18,10 +21,12 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 
-run() {  # label
+run() {  # label [launcher]
     local load
     load=$(cut -d' ' -f1-3 /proc/loadavg)
-    /usr/bin/time -f "%e %M" -o time.txt "$TORIX" > out.txt 2> err.txt
+    # GNU time sees the launcher; its peak RSS is then that of the largest
+    # process (a rank), reported as such.
+    /usr/bin/time -f "%e %M" -o time.txt ${2:-} "$TORIX" > out.txt 2> err.txt
     read -r wall rss < time.txt
     printf '%-28s wall %8.2f s  rss %7.1f MB  cpu %s  %s  load %s\n' "$1" "$wall" "$(awk -v r="$rss" 'BEGIN {print r / 1024}')" \
         "$(awk '/ time spent| matrix (prepared|solved) in/ {s += $NF} END {print s}' out.txt)" \
@@ -47,7 +52,7 @@ EOF
 }
 
 load_state() {
-    printf 'M_LOAD\n2 m.bin\nH_LOAD\n2 h.bin\nSET_BETA\n0.008\n'
+    printf 'M_LOAD\n2 m.bin\nH_LOAD\n2 h.bin\nSET_BETA\n%s\n' "${BETA:-0.008}"
 }
 
 case "$what" in
@@ -61,7 +66,7 @@ fmr)
     run "fmr SOLVE_MATRIX 12"
     tol=${3:-0}
     { model 24 24 2; load_state; printf 'SOLVE_MODES\n12 0 %s\nOMEGA_PRINT\nmodes.txt\nEND\n' "$tol"; } > input.dat
-    run "fmr SOLVE_MODES 12 tol $tol"
+    run "fmr SOLVE_MODES 12 tol $tol" "${LAUNCHER:-}"
     paste dense.txt modes.txt | awk '{d = ($5 - $2) / $2; if (d < 0) d = -d; if (d > w) w = d}
         END {printf "largest relative difference of f: %.3g\n", w}'
     ;;
@@ -74,7 +79,7 @@ film)
       printf 'M_SAVE\n2 m.bin\nH_SAVE\n2 h.bin\nEND\n'; } > input.dat
     run "film $n relax"
     { model "$n" "$n" 1; load_state; printf 'SOLVE_MODES\n%d 0 0\nEND\n' "$k"; } > input.dat
-    run "film ${n}x${n} SOLVE_MODES $k"
+    run "film ${n}x${n} SOLVE_MODES $k" "${LAUNCHER:-}"
     ;;
 *)
     echo "usage: $0 TORIX fmr [TOL] | film N [K]" >&2

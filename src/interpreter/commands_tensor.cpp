@@ -158,6 +158,12 @@ void cmd_tensor_save(Session& s) {
             savetensort(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME, st.tensor_periodicity);
         else
             savetensor(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME, st.tensor_periodicity);
+        // The terms that are not linear in M live beside the tensor, not in
+        // it: a run that loads the file must add them again.
+        if (!st.local_terms.empty())
+            s.in.warn("the tensor file \"" + st.FNAME + "\" holds the tensor only; the cubic anisotropy and the "
+                      "interlayer exchange of the model are not in it (after TENSOR_LOAD in another run, add them "
+                      "again with ADD_CUBIC_ANISOTROPY and ADD_INTERLAYER_EXCHANGE)");
     }
     s.ack();
 }
