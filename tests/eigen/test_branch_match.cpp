@@ -37,5 +37,24 @@ TEST(BranchMatch, FollowsProfilesThroughACrossingAndDropsStrangers) {
     EXPECT_EQ(all[2], 3);
 }
 
+TEST(BranchMatch, WeightIsTheShareOfTheOldVectorInItsOwnNorm) {
+    // Solvers scale their vectors freely: here old mode 1 = 2u + 0.4v, old
+    // mode 2 = v, new mode 1 = 3u, new mode 2 = v, with u uniform and v
+    // one-node (orthogonal, |u| = |v|).  By hand from the definition:
+    //   c_11 = (3u)^H (2u + 0.4v) / |3u|^2 = 2/3,  w_11 = (2/3) 3|u| / |2u + 0.4v| = 2 / sqrt(4.16),
+    //   c_21 = 0.4,  w_21 = 0.4 / sqrt(4.16),  w_12 = 0,  w_22 = 1.
+    const auto old_r = modes({{2.4, 2.4, 1.6, 1.6}, {1, 1, -1, -1}});
+    const auto new_r = modes({{3, 3, 3, 3}, {1, 1, -1, -1}});
+    const auto w = branch_weights(old_r, 2, new_r, new_r, 2);
+    EXPECT_NEAR(w[0], 2.0 / std::sqrt(4.16), 1e-12);
+    EXPECT_NEAR(w[2], 0.4 / std::sqrt(4.16), 1e-12);
+    EXPECT_NEAR(w[1], 0.0, 1e-12);
+    EXPECT_NEAR(w[3], 1.0, 1e-12);
+    // Both continue their branch: the scale of the vectors does not matter.
+    const auto m = match_branches(w, 2, 2, 0.6);
+    EXPECT_EQ(m[0], 1);
+    EXPECT_EQ(m[1], 2);
+}
+
 }  // namespace
 }  // namespace torix

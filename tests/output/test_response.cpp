@@ -184,6 +184,14 @@ TEST(CalcC, SingleSpinCircularModeHasTheHandComputedCoupling) {
     row.drive(1.0, -I, 0.0);
     calc_c(1, 0, 0, 0, 1, md.R, md.L, row.M, row.mask, row.num, row.h, C);
     EXPECT_NEAR(std::abs(C(1)), 0.0, 1e-12);
+    // The co-rotating drive x + i y, under any overall phase e^{ia}, carries
+    // it all: S2 = conj(h).R = sqrt2 e^{-ia}, q = Ms e^{ia} (-i, 1, 0),
+    // S1 = sqrt2 i Ms e^{ia}, kappa = 2 i Ms: four times the drive x, whose
+    // co-rotating half (x + i y)/2 alone couples.
+    const cplx phase = std::polar(1.0, 0.7);
+    row.drive(phase, phase * I, 0.0);
+    calc_c(1, 0, 0, 0, 1, md.R, md.L, row.M, row.mask, row.num, row.h, C);
+    EXPECT_NEAR(std::abs(C(1) - 2.0 * kMs * I), 0.0, 1e-10);
 }
 
 TEST(CalcC, UniformDriveCouplesOnlyToTheInPhaseMode) {

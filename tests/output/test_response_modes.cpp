@@ -9,6 +9,7 @@
 #include "dynamics/direct_field.hpp"
 #include "eigen/deg.hpp"
 #include "eigen/dense_solve.hpp"
+#include "geometry/local_to_cart.hpp"
 #include "geometry/numbering.hpp"
 #include "geometry/shapes.hpp"
 #include "output/response.hpp"
@@ -119,6 +120,18 @@ TEST(SaturatedSphere, TransverseDriveCouplesMostToTheKittelMode) {
     const auto Cy = s.couplings(s.uniform(0.0, 1.0, 0.0));
     EXPECT_EQ(strongest(Cy, s.nmodes), p);
     EXPECT_NEAR(std::abs(Cy(p) - C(p)), 0.0, 0.01 * macro);
+    // Circular drives: the drive x is half x + i y and half x - i y; the one
+    // turning with the mode takes all of the coupling (4 kappa(x), |h|^2
+    // being 2), the other none.  With dM/dt = -M x H about +z the deviation
+    // turns counterclockwise, dm = Re(u e^{-ift}) with u = (1, i) (docs/modes.md).
+    Array<cplx, 2> u;
+    local_to_cart(s.n, s.n, s.n, s.N, s.mask, s.num, s.M, s.R, p, u);
+    const int centre = s.num(2, 2, 2);
+    EXPECT_NEAR(std::abs(u(centre, 2) / u(centre, 1) - cplx(0.0, 1.0)), 0.0, 0.05);
+    const auto Cco = s.couplings(s.uniform(1.0, cplx(0.0, 1.0), 0.0));
+    const auto Ccounter = s.couplings(s.uniform(1.0, cplx(0.0, -1.0), 0.0));
+    EXPECT_NEAR(std::abs(Cco(p) - 4.0 * C(p)), 0.0, 0.03 * macro);
+    EXPECT_LT(std::abs(Ccounter(p)), 0.03 * macro);
 }
 
 TEST(SaturatedSphere, DriveAlongTheMagnetizationCouplesToNothing) {
