@@ -2,6 +2,7 @@
 // Small models for the eigenmode tests: mask, materials, tensor, uniform or
 // given magnetization, the equilibrium field H = HINIT + sum AIJ M, the
 // numbering and its multiplicities.
+#include <array>
 #include <cmath>
 #include <complex>
 #include <functional>
@@ -120,6 +121,24 @@ inline double frobenius(const std::vector<double>& A) {
     double fro = 0.0;
     for (double a : A) fro += a * a;
     return std::sqrt(fro);
+}
+
+// Relative errors of an operator's products against the assembled matrix A
+// (real or complex, column-major, order n) for one fixed complex vector x:
+// ||op x - A x|| / ||A x|| and ||opt x - A^T x|| / ||A^T x||.
+template <class Op, class T>
+std::array<double, 2> product_errors(const Op& op, const Op& opt, const std::vector<T>& A, int n) {
+    std::vector<cplx> x(n), y(n), yt(n), want(n), wantt(n);
+    for (int r = 0; r < n; ++r) x[r] = cplx(std::sin(1.3 * r + 0.2), std::cos(0.7 * r * r));
+    for (int r = 0; r < n; ++r)
+        for (int c = 0; c < n; ++c) {
+            want[r] += A[r + c * static_cast<std::size_t>(n)] * x[c];
+            wantt[r] += A[c + r * static_cast<std::size_t>(n)] * x[c];
+        }
+    op.apply(x.data(), y.data());
+    opt.apply_transpose(x.data(), yt.data());
+    for (int r = 0; r < n; ++r) y[r] -= want[r], yt[r] -= wantt[r];
+    return {norm(y) / norm(want), norm(yt) / norm(wantt)};
 }
 
 // ||A v - lambda v|| / (||A||_F ||v||) with A real column-major.

@@ -277,38 +277,6 @@ TEST(LocalTerms, DenseMatrixIsTheJacobianOfTheTorque) {
     }
 }
 
-// The matrix-free products (and the transposed one) equal the dense matrix,
-// and the local part over the whole grid holds the whole matrix, the
-// terms' blocks included.
-TEST(LocalTerms, MatrixFreeOperatorEqualsTheDenseMatrix) {
-    const Model m = layered(0.02);
-    const auto A = dense_matrix(m);
-    const ModeOperator op(m.input());
-    const int n = op.order();
-    std::mt19937 gen(5);
-    std::uniform_real_distribution<double> u(-1.0, 1.0);
-    for (int trial = 0; trial < 3; ++trial) {
-        std::vector<cplx> x(n), y(n), yt(n), want(n, 0.0), want_t(n, 0.0);
-        for (cplx& z : x) z = cplx(u(gen), u(gen));
-        op.apply(x.data(), y.data());
-        op.apply_transpose(x.data(), yt.data());
-        for (int c = 0; c < n; ++c)
-            for (int r = 0; r < n; ++r) {
-                want[r] += A[r + c * n] * x[c];
-                want_t[c] += A[r + c * n] * x[r];
-            }
-        double d = 0.0, dt = 0.0;
-        for (int k = 0; k < n; ++k) d += std::norm(y[k] - want[k]), dt += std::norm(yt[k] - want_t[k]);
-        EXPECT_LT(std::sqrt(d), 1e-12 * norm(want));
-        EXPECT_LT(std::sqrt(dt), 1e-12 * norm(want_t));
-    }
-    const SparseMatrix S = op.local_part(m.nz + 1);
-    std::vector<double> B(A.size(), 0.0);
-    for (std::int64_t k = 0; k < S.count(); ++k)
-        B[(S.row[k] - 1) + static_cast<std::size_t>(S.col[k] - 1) * n] += S.val[k];
-    EXPECT_LT(max_diff(A, B), 1e-12 * max_abs(A));
-}
-
 // One cubic cell (its demagnetizing tensor is isotropic and drops out) in a
 // field along a crystal direction d: the frequency by the Smit-Beljers
 // formula, f = sqrt(F_tt F_pp - F_tp^2) / Ms at theta = pi/2, with
@@ -489,41 +457,38 @@ TEST(InterlayerExchange, PairRelaxesAntiparallelOrParallel) {
     }
 }
 
-}  // namespace
-}  // namespace torix::test
 
-namespace torix::test {
-namespace {
-
-// The Bloch routes take the same blocks: the complex matrix at k = 0 is the
-// real one with the terms, the Bloch operator's products and transposed
-// products equal it, and its local part holds the interlayer entries two
-// cells apart.
-TEST(LocalTerms, BlochRoutesAddTheSameBlocks) {
+// The matrix-free routes take the same blocks as the dense matrix: the
+// operator's products and transposed products equal it, and its local part
+// over the whole grid holds all of it, the terms' blocks included; the
+// complex matrix at k = 0 is the real one, the Bloch operator's products
+// equal it, and its local part holds the interlayer entries two cells apart.
+TEST(LocalTerms, MatrixFreeAndBlochRoutesAddTheSameBlocks) {
     const Model m = layered(0.02);
     const std::vector<double> Ar = dense_matrix(m);
+    const int n = 2 * m.N;
+    const double big = max_abs(Ar);
+    const ModeOperator mop(m.input());
+    ASSERT_EQ(mop.order(), n);
+    const auto merr = product_errors(mop, mop, Ar, n);
+    EXPECT_LT(merr[0], 1e-12);
+    EXPECT_LT(merr[1], 1e-12);
+    const SparseMatrix S = mop.local_part(m.nz + 1);
+    std::vector<double> B(Ar.size(), 0.0);
+    for (std::int64_t k = 0; k < S.count(); ++k)
+        B[(S.row[k] - 1) + static_cast<std::size_t>(S.col[k] - 1) * n] += S.val[k];
+    EXPECT_LT(max_diff(Ar, B), 1e-12 * big);
+
     const NeighbourBlocks nb = exchange_neighbour_blocks(m.A, m.MS, m.dx, m.dy, m.dz, 2);
     const Lattice lat{Periodicity{}, m.nx, m.ny, m.nz, m.dx, m.dy, m.dz};
     const BlochKernel K = bloch_kernel(m.AIJ, nb, BlochTensor{}, lat, {0.0, 0.0, 0.0});
-    const int n = 2 * m.N;
     std::vector<cplx> Ac(Ar.size());
     assemble_dense_bloch(m.input(), K, Ac.data());
-    const double big = max_abs(Ar);
     for (std::size_t q = 0; q < Ar.size(); ++q) EXPECT_NEAR(std::abs(Ac[q] - Ar[q]), 0.0, 1e-12 * big);
     const BlochOperator op(m.input(), K, lat.p);
-    std::vector<cplx> x(n), y(n), yt(n), want(n), wantt(n);
-    for (int r = 0; r < n; ++r) x[r] = cplx(std::sin(1.3 * r + 0.2), std::cos(0.7 * r * r));
-    for (int r = 0; r < n; ++r)
-        for (int c = 0; c < n; ++c) {
-            want[r] += Ar[r + c * static_cast<std::size_t>(n)] * x[c];
-            wantt[r] += Ar[c + r * static_cast<std::size_t>(n)] * x[c];
-        }
-    op.apply(x.data(), y.data());
-    op.apply_transpose(x.data(), yt.data());
-    std::vector<cplx> d(n), dt(n);
-    for (int r = 0; r < n; ++r) d[r] = y[r] - want[r], dt[r] = yt[r] - wantt[r];
-    EXPECT_LT(norm(d), 1e-12 * norm(want));
-    EXPECT_LT(norm(dt), 1e-12 * norm(wantt));
+    const auto err = product_errors(op, op, Ar, n);
+    EXPECT_LT(err[0], 1e-12);
+    EXPECT_LT(err[1], 1e-12);
     // Cells (x, 0, 1) and (x, 0, 3) are linked: beyond the local part's
     // reach of one cell, their entries hold the interlayer blocks alone (the
     // matrix's entries less those of the model without terms; the dipolar
