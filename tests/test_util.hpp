@@ -2,6 +2,7 @@
 // Helpers shared by the test programs: scratch directories and running the
 // built program on a script.
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <vector>
 #include <unistd.h>
 #include <sys/wait.h>
 
@@ -88,6 +90,28 @@ public:
 private:
     std::filesystem::path path_;
 };
+
+// How many times `what` occurs in `text` (overlaps counted).
+inline std::size_t count_of(const std::string& text, const std::string& what) {
+    std::size_t n = 0;
+    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+}
+
+// The rows of numbers of a table whose comment lines start with '#'
+// ("nan" and "-nan" read as not a number).
+inline std::vector<std::vector<double>> number_rows(const std::string& text) {
+    std::vector<std::vector<double>> out;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream items(line);
+        std::vector<double> r;
+        for (std::string t; items >> t;) r.push_back(t == "nan" || t == "-nan" ? std::nan("") : std::stod(t));
+        out.push_back(r);
+    }
+    return out;
+}
 
 struct RunResult {
     int status = -1;

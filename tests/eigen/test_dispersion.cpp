@@ -230,11 +230,7 @@ TEST(Dispersion, TableAndPlot) {
     plot_dispersion_svg(svg, d, 2.8e6);
     std::ifstream sin(svg);
     const std::string text((std::istreambuf_iterator<char>(sin)), std::istreambuf_iterator<char>());
-    const auto count = [&](const std::string& what) {
-        std::size_t n = 0;
-        for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-        return n;
-    };
+    const auto count = [&](const std::string& what) { return count_of(text, what); };
     EXPECT_EQ(count("class=\"branch\""), 2u);
     EXPECT_EQ(count("<polyline"), 1u);  // branch 2 has no two neighbouring points
     EXPECT_EQ(count("class=\"marker\""), 5u);
@@ -313,20 +309,6 @@ TEST(DispersionFilm, CellTensorOracleApproachesTheFilm) {
 namespace torix {
 namespace {
 
-// Rows of numbers of a DISPERSION table (header lines skipped).
-std::vector<std::vector<double>> read_table(const std::filesystem::path& p) {
-    std::vector<std::vector<double>> rows;
-    std::ifstream in(p);
-    for (std::string line; std::getline(in, line);) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream items(line);
-        std::vector<double> r;
-        for (std::string t; items >> t;) r.push_back(t == "nan" ? std::nan("") : std::stod(t));
-        rows.push_back(r);
-    }
-    return rows;
-}
-
 // The infinite film one cell thick (a 1 x 1 x 1 grid periodic in x and y,
 // 2 nm cells in-plane), Permalloy, saturated in-plane by 1 kOe along x
 // (k along x: backward volume; along y: Damon-Eshbach) and out of plane by
@@ -362,7 +344,7 @@ void check_film(double d) {
         const std::string n(name);
         const bool in_plane = n != "perp.txt", along_y = n == "de.txt";
         const double H0 = in_plane ? 1000.0 : 12000.0 - four_pi_ms;
-        const auto rows = read_table(dir.path() / name);
+        const auto rows = number_rows(dir.read(name));
         ASSERT_EQ(rows.size(), 2u) << name;
         for (const auto& row : rows) {
             ASSERT_EQ(row.size(), 7u);
@@ -446,7 +428,7 @@ TEST(DispersionGuide, EvenAndOddEdgeModesKeepTheirBranchesThroughCrossings) {
     dir.write("input.dat", script + "END\n");
     const RunResult r = run_torix(dir);
     ASSERT_EQ(r.status, 0) << r.err;
-    const auto rows = read_table(dir.path() / "guide.txt");
+    const auto rows = number_rows(dir.read("guide.txt"));
     ASSERT_EQ(rows.size(), 11u);
     ASSERT_EQ(rows[0].size(), 4u + 2 * 3) << "two branches, none started later";
     int parity[2] = {0, 0};

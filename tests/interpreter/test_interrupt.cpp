@@ -162,14 +162,8 @@ TEST(Interrupt, SigintDuringAFieldSweepKeepsTheFinishedSteps) {
               "ADD_SHAPE\n3\n40e-7 40e-7 5e-7 0 0 0 1\nTENSOR_CREATE\n0\nINIT_M\n2\n1 0 0\nRELAX\n1 1e-9 0.1\n"
               "SWEEP_FIELD\n3000 0 0 0 0 0 2000\n4 1 0\nsweep.txt\nEND\n");
     Running run(dir);
-    auto rows = [&] {
-        std::istringstream in(dir.read("sweep.txt"));
-        int n = 0;
-        for (std::string l; std::getline(in, l);)
-            if (!l.empty() && l[0] != '#') ++n;
-        return n;
-    };
-    ASSERT_TRUE(run.wait_until([&] { return rows() >= 3; })) << dir.read("stderr.txt");
+    ASSERT_TRUE(run.wait_until([&] { return number_rows(dir.read("sweep.txt")).size() >= 3; }))
+        << dir.read("stderr.txt");
     EXPECT_EQ(run.signal_and_wait(SIGINT), 130);
     EXPECT_NE(dir.read("stderr.txt").find("input.dat:18: SWEEP_FIELD: interrupted by SIGINT"), std::string::npos)
         << dir.read("stderr.txt");
