@@ -29,9 +29,10 @@ std::string run(TempDir& d, const std::string& script) {
 
 TEST(MasqueCreate, CellCountsRoundHalvesAwayFromZero) {
     TempDir d;
-    // 2.5 cells -> 3 (nx = 2); 2.4 -> 2 (ny = 1); 0.4 -> 0 cells (empty, nz = -1)
-    const std::string out = run(d, "SET_CELL\n2 2 2\nMASQUE_CREATE\n5 4.8 0.8\nMASQUE_INFO\nEND\n");
-    EXPECT_NE(out.find(" 0 2 1 -1\n"), std::string::npos) << out;
+    // Each length over its own cell size: 5 / 2 = 2.5 cells -> 3 (nx = 2);
+    // 4.8 / 1.5 = 3.2 -> 3 (ny = 2); 0.8 / 2 = 0.4 -> 0 cells (empty, nz = -1).
+    const std::string out = run(d, "SET_CELL\n2 1.5 2\nMASQUE_CREATE\n5 4.8 0.8\nMASQUE_INFO\nEND\n");
+    EXPECT_NE(out.find(" 0 2 2 -1\n"), std::string::npos) << out;
 }
 
 TEST(MasqueCreate, NegativeLengthsGiveTheSameEmptyExtentAsZero) {
