@@ -149,6 +149,7 @@ TEST(LocalTerms, LinksCrossEmptyCellsOnly) {
     const Case cases[] = {
         {{1, 0, 0, 2}, {{0, 3}}},          // a thick spacer
         {{1, 2}, {{0, 1}}},                // no spacer
+        {{2, 1}, {{1, 0}}},                // no spacer, the partner below
         {{1, 3, 2}, {}},                   // a third material in between
         {{2, 0, 1, 0, 2}, {{2, 0}, {2, 4}}},  // a layer between two: both sides
         {{1, 1, 0, 2, 2}, {{1, 3}}},       // only the facing cells
