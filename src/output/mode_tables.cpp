@@ -54,15 +54,25 @@ std::string mode_comment(const ModeInput& in, int p) {
 }
 
 void print_phases(const ModeInput& in, int p1, int p2, const std::string& phases_name, const std::string& max_name) {
-    std::string ph = "# i j k a/amax phase1 phase2 Re(ux) Im(ux) Re(uy) Im(uy) Re(uz) Im(uz)\n";
+    // Phases of the local components (polar, azimuthal: their frames turn
+    // about a pole of the magnetization) and, last, in the fixed frame of
+    // the pictures, in which a mode that precesses alike everywhere has one
+    // phase.
+    std::string ph =
+        "# i j k a/amax phase(v1 local polar) phase(v2 local azimuthal) Re(ux) Im(ux) Re(uy) Im(uy) Re(uz) Im(uz) "
+        "phase(fixed frame)\n";
+    const FixedFrame frame = fixed_frame(in.M, in.MASQUE, in.nx, in.ny, in.nz);
     std::string mx = "# p f g i j k amax participation";
     mx += in.gyro != 1.0 ? " f_Hz\n" : "\n";
     CVecGrid u;
     char buf[64];
     for (int p = p1; p <= p2; ++p) {
         const PhaseRef r = reference_mode(in, p, false, u);
+        const FixedPhase fixed = fixed_phase(u, frame, r, in.MASQUE, in.nx, in.ny, in.nz);
+        const auto& axis = fixed.axis(frame);
         block_gap(ph, p == p1);
         ph += mode_comment(in, p) + '\n';
+        ph += "# fixed-frame phase: of u." + frame.name(fixed.component) + '\n';
         for (int i = 0; i <= in.nx; ++i)
             for (int j = 0; j <= in.ny; ++j)
                 for (int k = 0; k <= in.nz; ++k) {
@@ -71,6 +81,7 @@ void print_phases(const ModeInput& in, int p1, int p2, const std::string& phases
                     put_cell(ph, i, j, k);
                     put_reals(ph, {amplitude(u, i, j, k), phase_of(v[0]), phase_of(v[1])});
                     for (int c = 1; c <= 3; ++c) put_reals(ph, {u(i, j, k, c).real(), u(i, j, k, c).imag()});
+                    put_reals(ph, {fixed.phase(along(u, i, j, k, axis))});
                     ph += '\n';
                 }
         std::snprintf(buf, sizeof buf, "%5d", p);

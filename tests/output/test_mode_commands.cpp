@@ -530,7 +530,7 @@ TEST(ModeCommands, PerpendicularFilmUniformModeHasOnePhaseAndATitledScaledMap) {
     dir.write("input.dat",
               "SET_CELL\n10e-7 10e-7 5e-7\nMASQUE_CREATE\n80e-7 10e-7 10e-7\nLOAD_MAT\n1\n1.3e-6 800\n"
               "ADD_SHAPE\n3\n80e-7 10e-7 10e-7 0 0 0 1\nTENSOR_CREATE\n0\nINIT_M\n4\nADD_EXT_FIELD\n1\n0 0 15000\n"
-              "RELAX\n1 1e-10 0.1\nSOLVE_MATRIX\n2\nDRAW_MODES\n1 1\nEND\n");
+              "RELAX\n1 1e-10 0.1\nSOLVE_MATRIX\n2\nDRAW_MODES\n1 1\nPRINT_PHASES\n1 1\nEND\n");
     ModelState st;
     const auto old = std::filesystem::current_path();
     std::filesystem::current_path(dir.path());
@@ -544,6 +544,15 @@ TEST(ModeCommands, PerpendicularFilmUniformModeHasOnePhaseAndATitledScaledMap) {
         for (std::size_t s = 0; s < P.phase.size(); ++s)
             if (P.present[s]) spread = std::max(spread, std::abs(wrap(P.phase[s] - pic.panels[0].phase[0])));
     EXPECT_LT(spread, 1e-6);
+    // The table's last column is the same fixed-frame phase: 0 everywhere
+    // (relative to the reference cell).
+    const auto ph = blocks(dir.read("phases.dat"));
+    ASSERT_EQ(ph.size(), 1u);
+    ASSERT_EQ(ph[0].rows.size(), 16u);
+    for (const auto& row : ph[0].rows) {
+        ASSERT_EQ(row.size(), 13u);
+        EXPECT_LT(std::abs(wrap(row[12])), 1e-6);
+    }
     // The local frames do wind: the azimuthal component's phase is not one number.
     CVecGrid u;
     reference_mode(mode_input(st), 1, false, u);
