@@ -3,7 +3,7 @@
 set -euo pipefail
 pkgs=(cmake g++ make pkg-config libopenblas-openmp-dev liblapacke-dev libarpack2-dev
       libfftw3-dev libgtest-dev libbenchmark-dev libpng-dev libslepc-complex-dev
-      libmpfr-dev ghostscript python3-vtk9 clang libclang-rt-14-dev time)
+      libmpfr-dev openmpi-bin ghostscript python3-vtk9 clang libclang-rt-14-dev time)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
