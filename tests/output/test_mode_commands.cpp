@@ -64,6 +64,18 @@ int index_of(const std::string& comment) {
 // so the local frame is the identity and u = (v1, v2, 0).  Mode q has
 // v1 = e^{i m_q theta} (theta the azimuth of the cell centre), v2 = 0, and
 // amplitude 1.5 at the cell (22, 11), which makes it the reference.
+// The pixels of a PNG file as 8-bit RGB triples, row by row.
+bool read_rgb(const std::filesystem::path& file, std::vector<unsigned char>& px, int& W, int& H) {
+    png_image img{};
+    img.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&img, file.c_str())) return false;
+    img.format = PNG_FORMAT_RGB;
+    px.assign(PNG_IMAGE_SIZE(img), 0);
+    if (!png_image_finish_read(&img, nullptr, px.data(), 0, nullptr)) return false;
+    W = static_cast<int>(img.width), H = static_cast<int>(img.height);
+    return true;
+}
+
 struct Ring {
     static constexpr int n = 23;
     static constexpr double c = 11.5;
@@ -203,13 +215,10 @@ TEST(ModeCommands, DrawingsOfARingMode) {
     ring.write(dir);
     const RunResult r = run(dir, Ring::script("DRAW_MODES_E\n2500\nDRAW_MODES\n1 1\nDRAW_MODES_P\n2 0\n3\n"));
     ASSERT_EQ(r.status, 0) << r.err;
-    png_image img{};
-    img.version = PNG_IMAGE_VERSION;
-    ASSERT_TRUE(png_image_begin_read_from_file(&img, (dir / "mode001.png").c_str()));
-    img.format = PNG_FORMAT_RGB;
-    std::vector<unsigned char> px(PNG_IMAGE_SIZE(img));
-    ASSERT_TRUE(png_image_finish_read(&img, nullptr, px.data(), 0, nullptr));
-    const PanelBox box = find_panel(px, static_cast<int>(img.width), static_cast<int>(img.height));
+    std::vector<unsigned char> px;
+    int W = 0, H = 0;
+    ASSERT_TRUE(read_rgb(dir / "mode001.png", px, W, H));
+    const PanelBox box = find_panel(px, W, H);
     const int b = box.w / 24;
     ASSERT_GT(b, 0);
     ASSERT_EQ(box.w, 24 * b);
@@ -217,7 +226,7 @@ TEST(ModeCommands, DrawingsOfARingMode) {
     const auto at = [&](int i, int j) {  // centre pixel of cell (i, j), y up
         const std::size_t x = static_cast<std::size_t>(box.x + i * b + b / 2),
                           y = static_cast<std::size_t>(box.y + (23 - j) * b + b / 2);
-        const unsigned char* p = &px[(y * img.width + x) * 3];
+        const unsigned char* p = &px[(static_cast<std::size_t>(y) * W + x) * 3];
         return std::array<int, 3>{p[0], p[1], p[2]};
     };
     EXPECT_EQ(at(22, 11), (std::array<int, 3>{255, 0, 0}));
@@ -564,13 +573,9 @@ TEST(ModeCommands, PerpendicularFilmUniformModeHasOnePhaseAndATitledScaledMap) {
         }
     EXPECT_GT(hi - lo, 1.0);
 
-    png_image img{};
-    img.version = PNG_IMAGE_VERSION;
-    ASSERT_TRUE(png_image_begin_read_from_file(&img, (dir / "mode001.png").c_str()));
-    img.format = PNG_FORMAT_RGB;
-    std::vector<unsigned char> px(PNG_IMAGE_SIZE(img));
-    ASSERT_TRUE(png_image_finish_read(&img, nullptr, px.data(), 0, nullptr));
-    const int W = static_cast<int>(img.width), H = static_cast<int>(img.height);
+    std::vector<unsigned char> px;
+    int W = 0, H = 0;
+    ASSERT_TRUE(read_rgb(dir / "mode001.png", px, W, H));
     const PanelBox box = find_panel(px, W, H);
     ASSERT_GT(box.w, 0);
     const auto black = [&](int x, int y) {
