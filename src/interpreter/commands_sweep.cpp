@@ -73,10 +73,10 @@ void relax_step(ModelState& st, int method) {
     if (st.relax_alpha > 0.0) {
         st.H = st.HINIT;
         relax(st.M, st.H, st.MS, st.MP, st.beta, st.AIJ, st.MASQUE, st.nx, st.ny, st.nz, st.nmat, st.relax_alpha,
-              st.relax_threshold, method, st.AIJ_FFT, st.M2);
+              st.relax_threshold, method, st.AIJ_FFT, st.M2, 0, st.local_terms);
     } else {
         relaxrk4(st.M, st.MS, st.MP, st.MASQUE, st.nx, st.ny, st.nz, st.nmat, st.beta, st.gyro, st.timestep, st.AIJ,
-                 st.AIJ_FFT, st.H, method, st.relax_threshold, st.HINIT, st.HRF, st.M2);
+                 st.AIJ_FFT, st.H, method, st.relax_threshold, st.HINIT, st.HRF, st.M2, st.local_terms);
     }
     compute_field(st);
 }
