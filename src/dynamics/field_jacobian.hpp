@@ -12,6 +12,11 @@ namespace torix {
 struct FieldJacobianBlock {
     std::int64_t target = 0, source = 0;  // grid points, i + (nx+1)(j + (ny+1) k); equal for a self block
     std::array<double, 9> J{};            // column-major: J[a + 3 b] = dH_a(target) / dM_b(source)
+    // The source is the image of grid point `source` moved by shift[a]
+    // periods along axis a (nonzero only for a link across a periodic
+    // boundary): it matters to the Bloch routes, where the image carries
+    // the phase of its lattice vector.
+    std::array<int, 3> shift{0, 0, 0};
 };
 
 }  // namespace torix

@@ -6,21 +6,41 @@ namespace torix {
 
 namespace {
 
-// Calls fn(pa, pb) for every link of column (i, j), pa the m1 cell and pb
-// the m2 cell, from the bottom of the column up.
+// The first magnetic cell met from height k of a column going along s
+// (+1 or -1), and the periods crossed on the way (periodic z only); z = -1
+// when the column ends first.  Going round a periodic column meets the
+// start cell at the latest.
+struct Met {
+    int z = -1, shift = 0;
+};
+Met first_met(const std::int32_t* q, std::int64_t plane, int nz, int k, int s, bool periodic) {
+    int z = k, shift = 0;
+    for (int step = 0; step <= nz; ++step) {
+        z += s;
+        if (z < 0 || z > nz) {
+            if (!periodic) return {};
+            z = z < 0 ? nz : 0;
+            shift += s;
+        }
+        if (q[z * plane] != 0) return {z, shift};
+    }
+    return {};
+}
+
+// Calls fn(pa, pb, shift) for every link of column (i, j), pa the m1 cell
+// and pb the m2 cell, from the bottom of the column up.
 template <class Fn>
 void column_links(const InterlayerExchange& t, const IntGrid& mask, int i, int j, Fn&& fn) {
     const int nz = mask.hi(2);
     const std::int64_t sx = mask.extent(0), plane = sx * mask.extent(1);
-    const std::int32_t* q = mask.data() + i + sx * j;
+    const std::int64_t base = i + sx * j;
+    const std::int32_t* q = mask.data() + base;
     for (int k = 0; k <= nz; ++k) {
         if (q[k * plane] != t.m1) continue;
-        int d = k - 1;
-        while (d >= 0 && q[d * plane] == 0) --d;
-        if (d >= 0 && q[d * plane] == t.m2) fn(i + sx * j + k * plane, i + sx * j + d * plane);
-        int u = k + 1;
-        while (u <= nz && q[u * plane] == 0) ++u;
-        if (u <= nz && q[u * plane] == t.m2) fn(i + sx * j + k * plane, i + sx * j + u * plane);
+        for (int s : {-1, 1}) {
+            const Met c = first_met(q, plane, nz, k, s, t.periodic_z);
+            if (c.z >= 0 && q[c.z * plane] == t.m2) fn(base + k * plane, base + c.z * plane, c.shift);
+        }
     }
 }
 
@@ -47,7 +67,8 @@ std::vector<InterlayerLink> interlayer_links(const InterlayerExchange& t, const 
     std::vector<InterlayerLink> links;
     for (int j = 0; j <= mask.hi(1); ++j)
         for (int i = 0; i <= mask.hi(0); ++i)
-            column_links(t, mask, i, j, [&](std::int64_t a, std::int64_t b) { links.push_back({a, b}); });
+            column_links(t, mask, i, j,
+                         [&](std::int64_t a, std::int64_t b, int shift) { links.push_back({a, b, shift}); });
     return links;
 }
 
@@ -59,7 +80,7 @@ void interlayer_field(const InterlayerExchange& t, const VecGrid& M, const Array
     // A column's links touch only that column: columns run in parallel.
 #pragma omp parallel for schedule(static) if (np > 16384)
     for (int col = 0; col < columns; ++col)
-        column_links(t, mask, col % sx, col / sx, [&](std::int64_t pa, std::int64_t pb) {
+        column_links(t, mask, col % sx, col / sx, [&](std::int64_t pa, std::int64_t pb, int) {
             const Pair p = pair_of(M, MS, mask, pa, pb);
             const double f = t.J1 + 2.0 * t.J2 * p.c;
             for (int k = 0; k < 3; ++k) {
@@ -89,8 +110,8 @@ void interlayer_jacobian(const InterlayerExchange& t, const VecGrid& M, const Ar
         const Pair p = pair_of(M, MS, mask, l.a, l.b);
         const double f = t.J1 + 2.0 * t.J2 * p.c;
         FieldJacobianBlock ab, ba, aa, bb;
-        ab.target = l.a, ab.source = l.b;
-        ba.target = l.b, ba.source = l.a;
+        ab.target = l.a, ab.source = l.b, ab.shift = {0, 0, l.shift};
+        ba.target = l.b, ba.source = l.a, ba.shift = {0, 0, -l.shift};
         aa.target = aa.source = l.a;
         bb.target = bb.source = l.b;
         const double sab = 1.0 / (p.msa * p.msb * t.dz);

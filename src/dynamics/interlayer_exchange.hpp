@@ -6,7 +6,9 @@
 // Links: a magnetic cell of material m1 and the first magnetic cell met
 // from it along -z, and the first met along +z, in the same column (i, j),
 // across empty cells only (none, one or more), when that cell is of
-// material m2.  Each link of two cells with reduced magnetizations m1, m2
+// material m2.  Along a periodic z the search goes on through the boundary
+// into the next period (a stack m1 / spacer / m2 / spacer repeated couples
+// every m1 layer to the m2 layers above and below it).  Each link of two cells with reduced magnetizations m1, m2
 // (unit vectors M / MS) carries the energy per interface area (erg/cm^2)
 //     sigma = -J1 m1 . m2 - J2 (m1 . m2)^2
 // over the cell face dx dy; J1 > 0 favours parallel layers, J1 < 0
@@ -26,11 +28,13 @@ struct InterlayerExchange {
     int m1 = 0, m2 = 0;
     double J1 = 0.0, J2 = 0.0;  // erg/cm^2
     double dz = 0.0;            // cell height, cm
+    bool periodic_z = false;    // the grid repeats along z
 };
 
 // The linked pairs of grid points (m1 cell, m2 cell), column by column.
 struct InterlayerLink {
     std::int64_t a = 0, b = 0;
+    int shift = 0;  // periods along z from b's grid point to the linked image of b
 };
 std::vector<InterlayerLink> interlayer_links(const InterlayerExchange& t, const IntGrid& mask);
 

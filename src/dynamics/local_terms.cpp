@@ -13,16 +13,20 @@ void add_local_fields(const LocalTerms& terms, const VecGrid& M, const Array<dou
                       VecGrid& H) {
     for (const CubicAnisotropy& t : terms.cubic) cubic_field(t, M, MS, mask, H);
     for (const InterlayerExchange& t : terms.interlayer) interlayer_field(t, M, MS, mask, H);
+    dmi_interface_field(terms.dmi, M, mask, H);
 }
 
 double local_energy_correction(const LocalTerms& terms, const VecGrid& M, const Array<double, 1>& MS,
                                const IntGrid& mask) {
-    if (terms.empty()) return 0.0;
+    // The DMI of the interfaces is linear in M and symmetric: -(1/2) M . H
+    // counts it exactly, so it needs nothing here.
+    if (terms.cubic.empty() && terms.interlayer.empty()) return 0.0;
     double e = 0.0;
     for (const CubicAnisotropy& t : terms.cubic) e += cubic_energy(t, M, MS, mask);
     for (const InterlayerExchange& t : terms.interlayer) e += interlayer_energy(t, M, MS, mask);
     VecGrid h = make_vec_grid(mask.hi(0), mask.hi(1), mask.hi(2), 0.0);
-    add_local_fields(terms, M, MS, mask, h);
+    for (const CubicAnisotropy& t : terms.cubic) cubic_field(t, M, MS, mask, h);
+    for (const InterlayerExchange& t : terms.interlayer) interlayer_field(t, M, MS, mask, h);
     const std::ptrdiff_t np = static_cast<std::ptrdiff_t>(mask.size());
     const std::int32_t* q = mask.data();
     const double* m = M.data();
@@ -39,6 +43,7 @@ std::vector<FieldJacobianBlock> local_jacobian(const LocalTerms& terms, const Ve
     std::vector<FieldJacobianBlock> out;
     for (const CubicAnisotropy& t : terms.cubic) cubic_jacobian(t, M, MS, mask, out);
     for (const InterlayerExchange& t : terms.interlayer) interlayer_jacobian(t, M, MS, mask, out);
+    dmi_interface_jacobian(terms.dmi, mask, out);
     return out;
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 // The field terms that are not a convolution with the interaction tensor:
 // cubic anisotropy and interlayer exchange (ADD_CUBIC_ANISOTROPY,
-// ADD_INTERLAYER_EXCHANGE).  The model state keeps their records in one
+// ADD_INTERLAYER_EXCHANGE), and the DMI taken off the bonds between two
+// materials (dmi_interfaces.hpp, set by ADD_DMI and TENSOR_LOAD).  The model state keeps their records in one
 // list; every field evaluation adds their field after the tensor field
 // (field_by_method), the energy measures count their energy, and the
 // dynamic matrix and the matrix-free operator add their Jacobian blocks.
@@ -11,6 +12,7 @@
 
 #include "core/array.hpp"
 #include "dynamics/cubic_anisotropy.hpp"
+#include "dynamics/dmi_interfaces.hpp"
 #include "dynamics/field_jacobian.hpp"
 #include "dynamics/interlayer_exchange.hpp"
 
@@ -19,7 +21,8 @@ namespace torix {
 struct LocalTerms {
     std::vector<CubicAnisotropy> cubic;
     std::vector<InterlayerExchange> interlayer;
-    [[nodiscard]] bool empty() const { return cubic.empty() && interlayer.empty(); }
+    DmiInterfaces dmi;
+    [[nodiscard]] bool empty() const { return cubic.empty() && interlayer.empty() && dmi.empty(); }
     // An empty list, for callers without terms.
     static const LocalTerms& none();
 };
@@ -37,7 +40,8 @@ double local_energy_correction(const LocalTerms& terms, const VecGrid& M, const 
 
 // Every 3x3 block of the terms' Jacobian dH/dM at M: one self block per
 // cell and term, two pair blocks per interlayer link (and two self blocks
-// where J2 is not zero).  Blocks of one cell pair are not merged.
+// where J2 is not zero), one pair block per direction of a bond between
+// materials.  Blocks of one cell pair are not merged.
 std::vector<FieldJacobianBlock> local_jacobian(const LocalTerms& terms, const VecGrid& M, const Array<double, 1>& MS,
                                                const IntGrid& mask);
 

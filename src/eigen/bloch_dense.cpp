@@ -15,7 +15,7 @@ extern "C" void zgeevx_(const char* balanc, const char* jobvl, const char* jobvr
 
 namespace torix {
 
-void assemble_dense_bloch(const MatrixInput& in, const BlochKernel& K, cplx* A) {
+void assemble_dense_bloch(const MatrixInput& in, const BlochKernel& K, const std::array<double, 3>& kcell, cplx* A) {
     const MagneticCells c = magnetic_cells(in);
     const int N = in.N;
     const std::size_t n2 = 2 * static_cast<std::size_t>(N);
@@ -50,12 +50,12 @@ void assemble_dense_bloch(const MatrixInput& in, const BlochKernel& K, cplx* A) 
                     const std::size_t col = 2 * static_cast<std::size_t>(c.num[j] - 1);
                     r1[col] += b11, r2[col] += b21, r1[col + 1] += b12, r2[col + 1] += b22;
                 }
-                // The local terms: real, k-independent blocks between cells of
-                // one period.
+                // The local terms: real blocks, phased by their offset.
                 for (const LocalBlock& b : c.local[i]) {
                     const auto B = local_block(c.blk[i], b, c.blk[b.source]);
+                    const cplx ph = local_phase(b, kcell);
                     const std::size_t col = 2 * static_cast<std::size_t>(c.num[b.source] - 1);
-                    r1[col] += B[0], r2[col] += B[1], r1[col + 1] += B[2], r2[col + 1] += B[3];
+                    r1[col] += ph * B[0], r2[col] += ph * B[1], r1[col + 1] += ph * B[2], r2[col + 1] += ph * B[3];
                 }
             }
             const double w = in.w(n);
@@ -115,7 +115,7 @@ void calcmatrix_bloch(const BlochProblem& p, int nsel, ModeOutput out) {
     std::vector<cplx> A(static_cast<std::size_t>(n) * static_cast<std::size_t>(n));
     {
         const BlochKernel K = bloch_kernel(p.in.AIJ, p.neighbours, p.lattice, p.k);
-        assemble_dense_bloch(p.in, K, A.data());
+        assemble_dense_bloch(p.in, K, wave_per_cell(p.lattice, p.k), A.data());
     }
     const std::clock_t t1 = std::clock();
     say("matrix prepared in", static_cast<double>(t1 - t0) / CLOCKS_PER_SEC);

@@ -34,8 +34,21 @@ struct BlochProblem {
     std::array<double, 3> k{0.0, 0.0, 0.0};  // rad/cm, along periodic axes only
 };
 
-// The complex matrix of order 2N, column-major, for the kernel K.
-void assemble_dense_bloch(const MatrixInput& in, const BlochKernel& K, cplx* A);
+// k times the cell size along each axis (rad per cell): what the phases of
+// the local terms' blocks need.
+[[nodiscard]] inline std::array<double, 3> wave_per_cell(const Lattice& lat, const std::array<double, 3>& k) {
+    return {k[0] * lat.dx, k[1] * lat.dy, k[2] * lat.dz};
+}
+
+// A local term's block acts on u across its offset o (target minus the
+// source's image) with the phase e^{-i k.o}, as the kernel does.
+[[nodiscard]] inline cplx local_phase(const LocalBlock& b, const std::array<double, 3>& kcell) {
+    return std::polar(1.0, -(kcell[0] * b.offset[0] + kcell[1] * b.offset[1] + kcell[2] * b.offset[2]));
+}
+
+// The complex matrix of order 2N, column-major, for the kernel K at the
+// wave vector of `kcell` (wave_per_cell).
+void assemble_dense_bloch(const MatrixInput& in, const BlochKernel& K, const std::array<double, 3>& kcell, cplx* A);
 
 // Complex eigen solve (zgeevx: balancing, right and left vectors) and the
 // modes with f > 0 by increasing f (equal f by solver position), at most

@@ -17,7 +17,7 @@ ModesStats solve_modes_bloch(const BlochProblem& p, int nmodes, double f0, doubl
 ModesStats solve_modes_bloch(const BlochProblem& p, const BlochKernel& K, int nmodes, double f0, double tol,
                              ModeOutput out, const ModeStart* start) {
     start_petsc();
-    const BlochOperator op(p.in, K, p.lattice.p);
+    const BlochOperator op(p.in, K, p.lattice.p, wave_per_cell(p.lattice, p.k));
     const std::vector<int> w = undamped_multiplicities(p.in);
     return solve_mode_products(op, op.local_part(), p.in.nz + 1, w.empty() ? nullptr : &w, nmodes, f0, tol, out,
                                start);

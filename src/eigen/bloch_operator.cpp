@@ -1,5 +1,7 @@
 #include "eigen/bloch_operator.hpp"
 
+#include "eigen/bloch_dense.hpp"
+
 #include <algorithm>
 #include <set>
 
@@ -56,8 +58,12 @@ inline std::size_t wrap(const std::array<int, 3>& L, int i, int j, int l) {
 
 }  // namespace
 
-BlochOperator::BlochOperator(const MatrixInput& in, const BlochKernel& K, const Periodicity& p)
+BlochOperator::BlochOperator(const MatrixInput& in, const BlochKernel& K, const Periodicity& p,
+                             const std::array<double, 3>& kcell)
     : in_(in), c_(magnetic_cells(in)), K_(&K), p_(p) {
+    phase_.resize(c_.size());
+    for (std::size_t c = 0; c < c_.size(); ++c)
+        for (const LocalBlock& b : c_.local[c]) phase_[c].push_back(local_phase(b, kcell));
     const int n[3] = {in.nx, in.ny, in.nz};
     for (int a = 0; a < 3; ++a) L_[a] = p.along(a) ? n[a] + 1 : 2 * (n[a] + 1);
     work_ = std::make_unique<detail::BlochPlans>(L_);
@@ -152,9 +158,12 @@ void BlochOperator::apply(const cplx* x, cplx* y) const {
     convolve(src_, false, h_);
     // The local terms' blocks J act on the Cartesian deviations directly.
     for (std::size_t c = 0; c < ncell; ++c)
-        for (const LocalBlock& b : c_.local[c]) {
+        for (std::size_t l = 0; l < c_.local[c].size(); ++l) {
+            const LocalBlock& b = c_.local[c][l];
             const cplx* v = &src_[3 * static_cast<std::size_t>(b.source)];
-            for (int a = 0; a < 3; ++a) h_[3 * c + a] += b.J[a] * v[0] + b.J[a + 3] * v[1] + b.J[a + 6] * v[2];
+            const cplx ph = phase_[c][l];
+            for (int a = 0; a < 3; ++a)
+                h_[3 * c + a] += ph * (b.J[a] * v[0] + b.J[a + 3] * v[1] + b.J[a + 6] * v[2]);
         }
     std::fill(y, y + order(), cplx{});
     for (std::size_t c = 0; c < ncell; ++c) {
@@ -190,10 +199,13 @@ void BlochOperator::apply_transpose(const cplx* x, cplx* y) const {
     convolve(src_, true, h_);
     // J^T of the local terms' blocks, from their target to their source.
     for (std::size_t c = 0; c < ncell; ++c)
-        for (const LocalBlock& b : c_.local[c]) {
+        for (std::size_t l = 0; l < c_.local[c].size(); ++l) {
+            const LocalBlock& b = c_.local[c][l];
             const cplx* u = &src_[3 * c];
             cplx* t = &h_[3 * static_cast<std::size_t>(b.source)];
-            for (int k = 0; k < 3; ++k) t[k] += b.J[3 * k] * u[0] + b.J[3 * k + 1] * u[1] + b.J[3 * k + 2] * u[2];
+            const cplx ph = phase_[c][l];
+            for (int k = 0; k < 3; ++k)
+                t[k] += ph * (b.J[3 * k] * u[0] + b.J[3 * k + 1] * u[1] + b.J[3 * k + 2] * u[2]);
         }
     for (std::size_t c = 0; c < ncell; ++c) {
         const auto& Q = c_.blk[c].Q;
@@ -269,9 +281,11 @@ ComplexSparse BlochOperator::local_part() const {
                         add(c_.num[j], b);
                     }
             // The local terms' blocks, whatever their distance.
-            for (const LocalBlock& lb : c_.local[i]) {
+            for (std::size_t l = 0; l < c_.local[i].size(); ++l) {
+                const LocalBlock& lb = c_.local[i][l];
                 const auto B = local_block(c_.blk[i], lb, c_.blk[lb.source]);
-                add(c_.num[lb.source], std::array<cplx, 4>{B[0], B[2], B[1], B[3]});
+                const cplx ph = phase_[i][l];
+                add(c_.num[lb.source], std::array<cplx, 4>{ph * B[0], ph * B[2], ph * B[1], ph * B[3]});
             }
             // The far cells' field as if their deviation were this cell's.
             const auto& Q = c_.blk[i].Q;

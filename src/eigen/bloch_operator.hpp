@@ -31,8 +31,10 @@ class BlochOperator : public ModeProduct {
 public:
     // The Fourier forms of K (offsets -n..n of every axis) and of its flipped
     // transpose, for every material present.  `in` must outlive the
-    // operator.  Plans FFTW transforms: not beside another planner.
-    BlochOperator(const MatrixInput& in, const BlochKernel& K, const Periodicity& p);
+    // operator.  `kcell` (wave_per_cell) phases the local terms' blocks.
+    // Plans FFTW transforms: not beside another planner.
+    BlochOperator(const MatrixInput& in, const BlochKernel& K, const Periodicity& p,
+                  const std::array<double, 3>& kcell);
     BlochOperator(const BlochOperator&) = delete;
     BlochOperator& operator=(const BlochOperator&) = delete;
     ~BlochOperator() override;
@@ -56,6 +58,7 @@ private:
 
     MatrixInput in_;
     MagneticCells c_;
+    std::vector<std::vector<cplx>> phase_;  // per cell, the phase of each of its local blocks
     std::array<int, 3> L_{};  // grid lengths of the transforms
     std::shared_ptr<const detail::BlochSpectra> spec_;
     std::unique_ptr<detail::BlochPlans> work_;

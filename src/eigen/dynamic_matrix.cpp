@@ -117,7 +117,10 @@ MagneticCells magnetic_cells(const MatrixInput& in) {
         for (std::size_t k = 0; k < c.size(); ++k) index[c.x[k] + sx * (c.y[k] + sy * c.z[k])] = static_cast<int>(k);
         for (const FieldJacobianBlock& b : local_jacobian(*in.terms, in.M, in.MS, in.MASQUE)) {
             const int t = index[b.target], s = index[b.source];
-            c.local[t].push_back(LocalBlock{s, b.J});
+            const std::array<int, 3> o{c.x[t] - c.x[s] - b.shift[0] * (in.nx + 1),
+                                       c.y[t] - c.y[s] - b.shift[1] * (in.ny + 1),
+                                       c.z[t] - c.z[s] - b.shift[2] * (in.nz + 1)};
+            c.local[t].push_back(LocalBlock{s, b.J, o});
         }
     }
     return c;

@@ -62,6 +62,7 @@ CellBlocks cell_blocks(const double m[3], const double h[3], double ms, double a
 struct LocalBlock {
     int source = 0;
     std::array<double, 9> J{};  // column-major
+    std::array<int, 3> offset{0, 0, 0};  // target minus the source's image, in cells (for Bloch phases)
 };
 
 // The magnetic cells of a model in grid order (x outermost, z innermost)

@@ -50,7 +50,8 @@ ModeOperator::ModeOperator(const MatrixInput& in, int threads) : in_(in), c_(mag
     prepare_work(threads);
     local_in_.assign(c_.size(), {});
     for (std::size_t t = 0; t < c_.size(); ++t)
-        for (const LocalBlock& b : c_.local[t]) local_in_[b.source].push_back(LocalBlock{static_cast<int>(t), b.J});
+        for (const LocalBlock& b : c_.local[t]) local_in_[b.source].push_back(
+                LocalBlock{static_cast<int>(t), b.J, {-b.offset[0], -b.offset[1], -b.offset[2]}});
     // Reciprocal blocks: D(-r)_ba = D(r)_ab over the offsets a grid pair can
     // take, to rounding of the largest entry.
     double big = 0.0;

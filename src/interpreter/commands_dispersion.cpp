@@ -142,7 +142,7 @@ void cmd_dispersion(Session& s) {
         const int n = 2 * st.ncells;
         if (n <= kDenseOrder) {
             std::vector<cplx> A(static_cast<std::size_t>(n) * static_cast<std::size_t>(n));
-            assemble_dense_bloch(in, K, A.data());
+            assemble_dense_bloch(in, K, wave_per_cell(lattice, k), A.data());
             solve_dense_bloch(st.ncells, A.data(), nmodes, mo);
             return;
         }

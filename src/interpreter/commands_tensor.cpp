@@ -140,6 +140,7 @@ void cmd_add_dmi(Session& s) {
     if (kind != kDmiInterfacial && kind != kDmiBulk)
         s.in.fail("the DMI kind must be 1 (interfacial) or 2 (bulk), not " + std::to_string(kind));
     adddmi(st.AIJ, st.neighbours, st.MS, st.tensor_periodicity, st.nx, st.ny, st.nz, st.dx, st.dy, st.dz, kind, D, m);
+    st.local_terms.dmi = dmi_interfaces(st.neighbours, st.tensor_periodicity, st.nmat);
     refresh_fourier(st);
     s.ack();
 }
@@ -160,7 +161,7 @@ void cmd_tensor_save(Session& s) {
             savetensor(st.AIJ, st.nx, st.ny, st.nz, m, st.nmat, st.FNAME, st.tensor_periodicity);
         // The terms that are not linear in M live beside the tensor, not in
         // it: a run that loads the file must add them again.
-        if (!st.local_terms.empty())
+        if (!st.local_terms.cubic.empty() || !st.local_terms.interlayer.empty())
             s.in.warn("the tensor file \"" + st.FNAME + "\" holds the tensor only; the cubic anisotropy and the "
                       "interlayer exchange of the model are not in it (after TENSOR_LOAD in another run, add them "
                       "again with ADD_CUBIC_ANISOTROPY and ADD_INTERLAYER_EXCHANGE)");
@@ -195,6 +196,7 @@ void cmd_tensor_load(Session& s) {
         // that the slices hold.
         st.neighbours = exchange_neighbour_blocks(st.A, st.MS, st.dx, st.dy, st.dz, st.nmat);
         add_antisymmetric_neighbours(st.AIJ, st.neighbours, st.nx, st.ny, st.nz, st.nmat);
+        st.local_terms.dmi = dmi_interfaces(st.neighbours, st.tensor_periodicity, st.nmat);
         refresh_fourier(st);
     }
     s.ack();

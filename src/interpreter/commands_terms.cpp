@@ -61,7 +61,8 @@ void cmd_add_interlayer_exchange(Session& s) {
     if (m1 == m2)
         s.in.fail("expected two different materials, found " + std::to_string(m1) +
                   " twice (the coupling is between layers of two materials)");
-    s.st.local_terms.interlayer.push_back(InterlayerExchange{m1, m2, J1, J2, s.st.dz});
+    s.st.local_terms.interlayer.push_back(
+        InterlayerExchange{m1, m2, J1, J2, s.st.dz, s.st.tensor_periodicity.pz != 0});
     s.ack();
 }
 

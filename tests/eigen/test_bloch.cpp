@@ -9,6 +9,7 @@
 #include <complex>
 #include <numbers>
 
+#include "dynamics/dmi_interfaces.hpp"
 #include "dynamics/relax.hpp"
 #include "dynamics/trajectory.hpp"
 #include "eigen/bloch_dense.hpp"
@@ -127,7 +128,7 @@ Solved solve_at(const Periodic& p, double k) {
     const BlochKernel K = bloch_kernel(p.m.AIJ, p.nb, cut_dipolar_k(p, k), p.lat, {k, 0.0, 0.0});
     const std::size_t n = 2 * static_cast<std::size_t>(p.m.N);
     s.A.assign(n * n, cplx{});
-    assemble_dense_bloch(p.m.input(), K, s.A.data());
+    assemble_dense_bloch(p.m.input(), K, wave_per_cell(p.lat, {k, 0.0, 0.0}), s.A.data());
     std::vector<cplx> work = s.A;
     solve_dense_bloch(p.m.N, work.data(), 4 * p.m.N, s.modes.out());
     return s;
@@ -163,6 +164,18 @@ const std::vector<std::pair<double, double>> kTwoMats = {{1.3e-6, 800.0}, {1.0e-
 Periodic two_material_chain(int periods, bool dipolar) {
     return periodic_chain(2 * periods - 1, 1, kTwoMats, [](int x, int) { return x % 2 == 0 ? 1 : 2; }, dipolar,
                           15000.0, 500.0 / 800.0);
+}
+
+// Interfacial DMI of its own strength in each material, in the tensor and
+// its record, the bonds between the two materials taken off again; m and
+// the field turned along y, across waves along x, where DMI on the bonds
+// along x would shift the waves.
+void add_two_dmis(Periodic& p) {
+    adddmi(p.m.AIJ, p.nb, p.m.MS, p.lat.p, p.m.nx, p.m.ny, p.m.nz, kD, kD, kD, kDmiInterfacial, 2.0, 1);
+    adddmi(p.m.AIJ, p.nb, p.m.MS, p.lat.p, p.m.nx, p.m.ny, p.m.nz, kD, kD, kD, kDmiInterfacial, -1.5, 2);
+    p.m.terms.dmi = dmi_interfaces(p.nb, p.lat.p, 2);
+    set_m(p.m, [](int, int, int) { return std::array<double, 3>{0.0, 1.0, 0.0}; });
+    set_field(p.m, {0.0, 15000.0, 0.0});
 }
 
 TEST(BlochKernel, HermitianAndPeriodicWithTheProgramsLatticeSums) {
@@ -209,7 +222,7 @@ TEST(BlochDense, ComplexPathAtZeroIsTheRealMatrix) {
     const Lattice lat{Periodicity{}, m.nx, m.ny, m.nz, kD, kD, kD};
     const BlochKernel K = bloch_kernel(m.AIJ, nb, BlochTensor{}, lat, {0.0, 0.0, 0.0});
     std::vector<cplx> Ac(Ar.size());
-    assemble_dense_bloch(m.input(), K, Ac.data());
+    assemble_dense_bloch(m.input(), K, {0.0, 0.0, 0.0}, Ac.data());
     const double fro = frobenius(Ar);
     for (std::size_t q = 0; q < Ar.size(); ++q) {
         EXPECT_NEAR(Ac[q].real(), Ar[q], 1e-14 * fro);
@@ -233,11 +246,20 @@ TEST(BlochDense, ComplexPathAtZeroIsTheRealMatrix) {
 TEST(BlochDense, ZoneFoldingAgainstSupercells) {
     // One period (2 x 2 cells, two materials, cut-off dipolar field,
     // exchange, anisotropy) at k + 2 pi m / 4L, m = 0..3, against the
-    // supercell of four periods at k (its own real path at k = 0).
-    const Periodic one = two_material_chain(1, true);
-    const Periodic four = two_material_chain(4, true);
+    // supercell of four periods at k (its own real path at k = 0).  Then
+    // with DMI in both materials: every bond along x joins the two
+    // materials, so the interface term's blocks, phased across the
+    // boundary, must cancel the tensor's there.
+    Periodic one = two_material_chain(1, true);
+    Periodic four = two_material_chain(4, true);
     const double L = 2 * kD, kappa = 2 * kPi / (4 * L);
-    for (const double k : {0.0, 0.3 * kappa}) {
+    for (const double k : {0.0, 0.3 * kappa, -1.0, 0.0, 0.3 * kappa}) {
+        if (k < 0.0) {  // from here on with DMI
+            add_two_dmis(one);
+            add_two_dmis(four);
+            ASSERT_FALSE(one.m.terms.dmi.empty());
+            continue;
+        }
         std::vector<double> folded;
         for (int s = 0; s < 4; ++s) {
             const Solved r = solve_at(one, k + s * kappa);
@@ -413,13 +435,19 @@ TEST(BlochMatrixFree, ProductsAndModesMatchTheDenseMatrix) {
     // across, open along y), damped, with cells of multiplicity 2 and the
     // DMI of both kinds (interfacial on material 1, bulk on material 2) on
     // the tensor's images and in the neighbour record: antisymmetric blocks
-    // whose images across the boundary take their phase.  The operator's
+    // whose images across the boundary take their phase, and the interface
+    // term that takes them off the bonds between the materials, phased as
+    // well.  The operator's
     // products and transposed products against the assembled matrix, the
     // local part's near entries against the matrix's, and the SLEPc solve
     // against the dense one.
     Periodic p = two_material_chain(2, true);
     adddmi(p.m.AIJ, p.nb, p.m.MS, p.lat.p, p.m.nx, p.m.ny, 0, kD, kD, kD, kDmiInterfacial, 2.0, 1);
     adddmi(p.m.AIJ, p.nb, p.m.MS, p.lat.p, p.m.nx, p.m.ny, 0, kD, kD, kD, kDmiBulk, -1.5, 2);
+    p.m.terms.dmi = dmi_interfaces(p.nb, p.lat.p, 2);
+    // m off every axis, so that no DMI block drops out of the linearisation.
+    set_m(p.m, [](int, int, int) { return std::array<double, 3>{0.3, 0.8, 0.5}; });
+    set_field(p.m, {0.3 * 15000.0, 0.8 * 15000.0, 0.5 * 15000.0});
     p.m.alpha = 0.01;
     set_numbering(p.m, 1, 2, 1);
     ASSERT_EQ(p.m.N, 4);
@@ -427,8 +455,8 @@ TEST(BlochMatrixFree, ProductsAndModesMatchTheDenseMatrix) {
     const BlochKernel K = bloch_kernel(p.m.AIJ, p.nb, cut_dipolar_k(p, k), p.lat, {k, 0.0, 0.0});
     const int n = 2 * p.m.N;
     std::vector<cplx> A(static_cast<std::size_t>(n) * n);
-    assemble_dense_bloch(p.m.input(), K, A.data());
-    const BlochOperator op(p.m.input(), K, p.lat.p);
+    assemble_dense_bloch(p.m.input(), K, wave_per_cell(p.lat, {k, 0.0, 0.0}), A.data());
+    const BlochOperator op(p.m.input(), K, p.lat.p, wave_per_cell(p.lat, {k, 0.0, 0.0}));
     const auto err = product_errors(op, op, A, n);
     EXPECT_LT(err[0], 1e-12);
     EXPECT_LT(err[1], 1e-12);
@@ -466,7 +494,7 @@ TEST(BlochMatrixFree, ProductsAndModesMatchTheDenseMatrix) {
     // modes of the dense solve there.
     const double k2 = 1.1 * k;
     const BlochKernel K2 = bloch_kernel(p.m.AIJ, p.nb, cut_dipolar_k(p, k2), p.lat, {k2, 0.0, 0.0});
-    assemble_dense_bloch(p.m.input(), K2, A.data());
+    assemble_dense_bloch(p.m.input(), K2, wave_per_cell(p.lat, {k2, 0.0, 0.0}), A.data());
     Modes dense2, started;
     solve_dense_bloch(p.m.N, A.data(), 3, dense2.out());
     const ModeStart start{mode_columns(free_modes.R, 3), mode_columns(free_modes.L, 3)};

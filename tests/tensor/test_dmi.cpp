@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "dynamics/direct_field.hpp"
+#include "dynamics/dmi_interfaces.hpp"
 #include "tensor/anisotropy.hpp"
 #include "tensor/dmi.hpp"
 #include "tensor/neighbour_blocks.hpp"
@@ -34,11 +35,12 @@ TensorArray dmi_tensor(const Chain& g, const Array<double, 1>& MS, int kind, dou
     return T;
 }
 
-// The energy (erg) of the density of `kind` with D in erg/cm^2, every
-// derivative the forward difference to the neighbour along +x, +y, +z (the
-// neighbour across a periodic boundary where the axis is periodic); a term
-// whose neighbour is missing is left out.
-double dmi_energy(const Chain& g, const IntGrid& mask, const std::vector<double>& m, int kind, double D) {
+// The energy (erg) of the density of `kind` with D(material) in erg/cm^2,
+// every derivative the forward difference to the neighbour along +x, +y, +z
+// (the neighbour across a periodic boundary where the axis is periodic); a
+// term whose neighbour is missing or of another material is left out.
+double dmi_energy(const Chain& g, const IntGrid& mask, const std::vector<double>& m, int kind,
+                  const std::vector<double>& D) {
     const int n[3] = {g.nx, g.ny, g.nz};
     const double h[3] = {g.dx, g.dy, g.dz};
     auto at = [&](int i, int j, int k, int a) {
@@ -46,7 +48,8 @@ double dmi_energy(const Chain& g, const IntGrid& mask, const std::vector<double>
     };
     double E = 0.0;
     for_cells(g.nx, g.ny, g.nz, [&](int i, int j, int k) {
-        if (mask(i, j, k) == 0) return;
+        const int mat = mask(i, j, k);
+        if (mat == 0) return;
         // d[ax][a]: forward difference of component a along ax, or missing.
         double d[3][3] = {};
         bool has[3] = {false, false, false};
@@ -57,7 +60,7 @@ double dmi_energy(const Chain& g, const IntGrid& mask, const std::vector<double>
                 if (!g.p.along(ax)) continue;
                 q[ax] = 0;
             }
-            if (mask(q[0], q[1], q[2]) == 0) continue;
+            if (mask(q[0], q[1], q[2]) != mat) continue;
             has[ax] = true;
             for (int a = 0; a < 3; ++a) d[ax][a] = (at(q[0], q[1], q[2], a) - at(i, j, k, a)) / h[ax];
         }
@@ -71,7 +74,7 @@ double dmi_energy(const Chain& g, const IntGrid& mask, const std::vector<double>
             if (has[1]) w += mx * d[1][2] - mz * d[1][0];
             if (has[2]) w += -mx * d[2][1] + my * d[2][0];
         }
-        E += D * w * g.dx * g.dy * g.dz;
+        E += D[mat - 1] * w * g.dx * g.dy * g.dz;
     });
     return E;
 }
@@ -79,63 +82,72 @@ double dmi_energy(const Chain& g, const IntGrid& mask, const std::vector<double>
 // The field of the DMI is minus the gradient of its energy per volume and
 // MS, H = -(1 / (MS V)) dE/dm, on every magnetic cell: at holes, at the
 // grid's faces and across periodic boundaries (the energy is quadratic, so
-// the central difference is exact to rounding).
+// the central difference is exact to rounding).  With two materials of
+// their own D and MS, bonds between them carry no DMI: the tensor's field
+// with the interface term.
 TEST(DmiTensor, FieldIsMinusTheGradientOfTheEnergyDensity) {
-    const double ms = 860.0, D = 2.5;
-    const Array<double, 1> MS = table({ms});
+    const std::vector<double> ms = {860.0, 600.0}, D = {2.5, -1.5};
+    const Array<double, 1> MS = table({ms[0], ms[1]});
     const Chain grids[] = {{4, 3, 2, 2e-7, 3e-7, 1.5e-7, {}},
                            {4, 2, 1, 2e-7, 3e-7, 1.5e-7, {1, 0, 0}},
                            {3, 1, 0, 2e-7, 3e-7, 1.5e-7, {1, 1, 0}},
                            {0, 3, 2, 2e-7, 3e-7, 1.5e-7, {1, 0, 0}}};
     for (const Chain& g : grids)
-        for (int kind : {kDmiInterfacial, kDmiBulk}) {
-            SCOPED_TRACE(testing::Message() << "grid " << g.nx << 'x' << g.ny << 'x' << g.nz << " periodic "
-                                            << g.p.px << g.p.py << " kind " << kind);
-            NeighbourBlocks nb;
-            const TensorArray T = dmi_tensor(g, MS, kind, D, nb);
-            std::mt19937 gen(7u + kind + g.nx);
-            std::uniform_real_distribution<double> u(-1.0, 1.0);
-            IntGrid mask = make_int_grid(g.nx, g.ny, g.nz, 1);
-            VecGrid M = make_vec_grid(g.nx, g.ny, g.nz, 0.0), H = make_vec_grid(g.nx, g.ny, g.nz, 0.0);
-            const int ncell = (g.nx + 1) * (g.ny + 1) * (g.nz + 1);
-            std::vector<double> m(3 * ncell);
-            for_cells(g.nx, g.ny, g.nz, [&](int i, int j, int k) {
-                if (g.p.count() == 0 && (i + 2 * j + k) % 5 == 3) mask(i, j, k) = 0;  // holes
-                for (int a = 0; a < 3; ++a) {
-                    const double v = u(gen);
-                    m[3 * (i + (g.nx + 1) * (j + (g.ny + 1) * k)) + a] = v;
-                    M(i, j, k, a + 1) = ms * v;
+        for (int kind : {kDmiInterfacial, kDmiBulk})
+            for (int nmat : {1, 2}) {
+                SCOPED_TRACE(testing::Message() << "grid " << g.nx << 'x' << g.ny << 'x' << g.nz << " periodic "
+                                                << g.p.px << g.p.py << " kind " << kind << " materials " << nmat);
+                NeighbourBlocks nb;
+                TensorArray T = dmi_tensor(g, MS, kind, D[0], nb);
+                adddmi(T, nb, MS, g.p, g.nx, g.ny, g.nz, g.dx, g.dy, g.dz, kind, D[1], 2);
+                std::mt19937 gen(7u + kind + g.nx);
+                std::uniform_real_distribution<double> u(-1.0, 1.0);
+                IntGrid mask = make_int_grid(g.nx, g.ny, g.nz, 1);
+                VecGrid M = make_vec_grid(g.nx, g.ny, g.nz, 0.0), H = make_vec_grid(g.nx, g.ny, g.nz, 0.0);
+                const int ncell = (g.nx + 1) * (g.ny + 1) * (g.nz + 1);
+                std::vector<double> m(3 * ncell);
+                for_cells(g.nx, g.ny, g.nz, [&](int i, int j, int k) {
+                    if (nmat == 2 && (i + 2 * j + 3 * k) % 3 == 1) mask(i, j, k) = 2;
+                    if (g.p.count() == 0 && (i + 2 * j + k) % 5 == 3) mask(i, j, k) = 0;  // holes
+                    for (int a = 0; a < 3; ++a) {
+                        const double v = u(gen);
+                        m[3 * (i + (g.nx + 1) * (j + (g.ny + 1) * k)) + a] = v;
+                        M(i, j, k, a + 1) = ms[std::max(mask(i, j, k), 1) - 1] * v;
+                    }
+                });
+                calcfields(M, MS, {0.0, 0.0, 0.0}, 0.0, mask, T, H, g.nx, g.ny, g.nz, 2);
+                const DmiInterfaces between = dmi_interfaces(nb, g.p, nmat);
+                EXPECT_EQ(between.empty(), nmat == 1);
+                dmi_interface_field(between, M, mask, H);
+                const double V = g.dx * g.dy * g.dz;
+                double big = 0.0, worst = 0.0;
+                for_cells(g.nx, g.ny, g.nz, [&](int i, int j, int k) {
+                    if (mask(i, j, k) == 0) return;
+                    for (int a = 0; a < 3; ++a) {
+                        const std::size_t at = 3 * (i + (g.nx + 1) * (j + (g.ny + 1) * k)) + a;
+                        const double keep = m[at], eps = 1e-3;
+                        m[at] = keep + eps;
+                        const double ep = dmi_energy(g, mask, m, kind, D);
+                        m[at] = keep - eps;
+                        const double em = dmi_energy(g, mask, m, kind, D);
+                        m[at] = keep;
+                        const double want = -(ep - em) / (2.0 * eps) / (ms[mask(i, j, k) - 1] * V);
+                        big = std::max(big, std::abs(want));
+                        worst = std::max(worst, std::abs(H(i, j, k, a + 1) - want));
+                    }
+                });
+                EXPECT_GT(big, 1.0);
+                EXPECT_LT(worst, 1e-9 * big);
+                // The record beside the tensor holds the same six blocks.
+                for (int d = 1; d <= 6; ++d) {
+                    const auto o = neighbour_offset(d);
+                    const int ax = (d - 1) / 2;
+                    const int n[3] = {g.nx, g.ny, g.nz};
+                    if (g.p.along(ax) || o[ax] < -n[ax] || o[ax] > n[ax]) continue;  // images add up there
+                    for (int c = 1; c <= 9; ++c)
+                        EXPECT_EQ(nb(c, d, 1), T(o[0], o[1], o[2], c, 1)) << d << ' ' << c;
                 }
-            });
-            calcfields(M, MS, {0.0, 0.0, 0.0}, 0.0, mask, T, H, g.nx, g.ny, g.nz, 1);
-            const double V = g.dx * g.dy * g.dz;
-            double big = 0.0, worst = 0.0;
-            for_cells(g.nx, g.ny, g.nz, [&](int i, int j, int k) {
-                if (mask(i, j, k) == 0) return;
-                for (int a = 0; a < 3; ++a) {
-                    const std::size_t at = 3 * (i + (g.nx + 1) * (j + (g.ny + 1) * k)) + a;
-                    const double keep = m[at], eps = 1e-3;
-                    m[at] = keep + eps;
-                    const double ep = dmi_energy(g, mask, m, kind, D);
-                    m[at] = keep - eps;
-                    const double em = dmi_energy(g, mask, m, kind, D);
-                    m[at] = keep;
-                    const double want = -(ep - em) / (2.0 * eps) / (ms * V);
-                    big = std::max(big, std::abs(want));
-                    worst = std::max(worst, std::abs(H(i, j, k, a + 1) - want));
-                }
-            });
-            EXPECT_GT(big, 1.0);
-            EXPECT_LT(worst, 1e-9 * big);
-            // The record beside the tensor holds the same six blocks.
-            for (int d = 1; d <= 6; ++d) {
-                const auto o = neighbour_offset(d);
-                const int ax = (d - 1) / 2;
-                const int n[3] = {g.nx, g.ny, g.nz};
-                if (g.p.along(ax) || o[ax] < -n[ax] || o[ax] > n[ax]) continue;  // images add up there
-                for (int c = 1; c <= 9; ++c) EXPECT_EQ(nb(c, d, 1), T(o[0], o[1], o[2], c, 1)) << d << ' ' << c;
             }
-        }
 }
 
 // A tensor read from a file gives back its DMI to the nearest-neighbour
