@@ -45,15 +45,17 @@ static void leak_check(bool on) {
 // A process that no MPI launcher started runs as a singleton of one rank.
 // Open MPI would then start a daemon process beside it and probe every
 // network transport it knows (0.3 s of each solve's start, and a second
-// process on a shared machine); one rank needs neither.  Settings the
-// environment makes are kept, and a launched job is left as the launcher
-// set it up.
+// process on a shared machine); one rank needs neither, and talks only to
+// itself (transport "self": no shared-memory segment, no sockets, fewer
+// things to fail while the machine is busy).  Settings the environment
+// makes are kept, and a launched job is left as the launcher set it up.
 static void settle_singleton_mpi() {
 #if defined(OPEN_MPI)
     for (const char* launched : {"OMPI_COMM_WORLD_SIZE", "PMIX_RANK", "PMI_RANK", "PMI_SIZE"})
         if (std::getenv(launched) != nullptr) return;
     setenv("OMPI_MCA_ess_singleton_isolated", "1", 0);
     setenv("OMPI_MCA_pml", "ob1", 0);
+    setenv("OMPI_MCA_btl", "self", 0);
 #endif
 }
 

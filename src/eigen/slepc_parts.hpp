@@ -52,8 +52,9 @@ int fill_levels(int layers);
 void local_matrix(const ComplexSparse& S, PetscScalar sigma, OwnedMat& P, MPI_Comm comm = PETSC_COMM_WORLD);
 
 // The lowest positive frequency of the local part L0 and its count-th
-// lowest (0 where there are fewer or the lowest has not settled).
-std::array<double, 2> local_band(Mat L0, int count);
+// lowest (0 where there are fewer or the lowest has not settled); the inner
+// solves by GMRES with the incomplete LU of `levels` fill levels.
+std::array<double, 2> local_band(Mat L0, int count, int levels);
 
 // What the hooks of one side's inner solves need: the incomplete LU of the
 // local part (the preconditioner: its triangular solves).

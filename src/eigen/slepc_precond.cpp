@@ -86,19 +86,21 @@ PetscErrorCode ritz_monitor(EPS, PetscInt, PetscInt, PetscScalar* eigr, PetscSca
 // The band of the sparse local part: its lowest positive frequency and the
 // count-th lowest (0 where there are fewer), from one Krylov-Schur pass
 // (2 count values, SLEPc's default basis, no restart) with
-// shift-and-invert at 0 whose inner solves are the exact LU of the local
-// part: triangular solves only, no convolution (faster here than GMRES with
-// the incomplete LU: 8.3 s against 10.9 s on a 200 x 200 film).  The band
-// only places the shift of the real solve, and it takes the Ritz values of
-// that one pass, converged or not.  The lowest frequency is the extreme
-// value of the inverse, the first to converge: after one pass it equals the
-// converged value to 0.1 Oe on the FMR problem and films of 100 x 100 and
-// 200 x 200 cells.  The count-th comes out too high if anything (2807 Oe
-// against 2122 Oe on the 200 x 200 film, whose band the converged run took
-// 11 passes and 6 s to resolve), which can only keep a narrow band's shift
-// at 0, never misplace it.
+// shift-and-invert at 0 whose inner solves are GMRES on the local part
+// preconditioned by its incomplete LU with `levels` fill levels, as the
+// inner solves of the real solve: no convolution, and no exact factor,
+// whose fill (nested dissection: 5.7 kB per cell of a film of 10^5 cells)
+// set the peak memory of the whole solve.  The band only places the shift
+// of the real solve, and it takes the Ritz values of that one pass,
+// converged or not.  The lowest frequency is the extreme value of the
+// inverse, the first to converge: after one pass it equals the converged
+// value to 0.1 Oe on the FMR problem and films of 100 x 100 and 200 x 200
+// cells.  The count-th comes out too high if anything (2807 Oe against
+// 2122 Oe on the 200 x 200 film, whose band the converged run took 11
+// passes and 6 s to resolve), which can only keep a narrow band's shift at
+// 0, never misplace it.
 constexpr double kBandSettled = 1e-2;  // largest error estimate of the lowest value the band uses
-std::array<double, 2> local_band(Mat L0, int count) {
+std::array<double, 2> local_band(Mat L0, int count, int levels) {
     OwnedEPS eps;
     check(EPSCreate(PETSC_COMM_WORLD, &eps.h), "EPSCreate");
     check(EPSSetOperators(eps.h, L0, nullptr), "EPSSetOperators");
@@ -122,9 +124,11 @@ std::array<double, 2> local_band(Mat L0, int count) {
     check(STGetKSP(st, &ksp), "STGetKSP");
     PC pc;
     check(KSPGetPC(ksp, &pc), "KSPGetPC");
-    check(KSPSetType(ksp, KSPPREONLY), "KSPSetType");
-    check(PCSetType(pc, PCLU), "PCSetType");
-    check(PCFactorSetMatOrderingType(pc, MATORDERINGND), "PCFactorSetMatOrderingType");
+    check(KSPSetType(ksp, KSPGMRES), "KSPSetType");
+    check(KSPSetTolerances(ksp, 1e-10, PETSC_DEFAULT, PETSC_DEFAULT, 2000), "KSPSetTolerances");
+    check(PCSetType(pc, PCILU), "PCSetType");
+    check(PCFactorSetLevels(pc, levels), "PCFactorSetLevels");
+    check(PCFactorSetMatOrderingType(pc, MATORDERINGNATURAL), "PCFactorSetMatOrderingType");
     check(EPSSolve(eps.h), "EPSSolve (the local part may be singular at 0)");
     std::vector<std::pair<double, double>> f;  // frequency, error estimate
     for (std::size_t i = 0; i < ritz.values.size(); ++i) {

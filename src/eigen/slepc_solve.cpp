@@ -410,7 +410,7 @@ ModesStats solve_mode_products(const ModeProduct& op, const ComplexSparse& local
                 local_matrix(local, PetscScalar(0.0), P);
                 // At least three values: the band of a single mode says
                 // nothing of how far the next one lies.
-                const auto band = local_band(P.h, std::min(N, std::max(nmodes, 3)));
+                const auto band = local_band(P.h, std::min(N, std::max(nmodes, 3)), fill_levels(layers));
                 if (band[0] > 0.0 && band[1] > 0.0 && band[1] < kNarrowBand * band[0]) aim = kAimFraction * band[0];
             } catch (const FatalError& e) {
                 if (P.h == nullptr) failed = e.what();
