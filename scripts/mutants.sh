@@ -61,8 +61,9 @@ programs() {  # $1: source folder name first
 run_suite() {  # $1: source folder name; $2: log name; prints the first failing test, returns 1 on a failure
     local exe first
     for exe in $(programs "$1"); do
+        # No stdin: a launcher that a test starts (mpirun) would read it.
         if ! (cd "$(dirname "$exe")" && OMP_NUM_THREADS=2 OMP_WAIT_POLICY=PASSIVE \
-              timeout "$plimit" "$exe" --gtest_fail_fast --gtest_brief=1) >> "$logs/$2.test.log" 2>&1; then
+              timeout "$plimit" "$exe" --gtest_fail_fast --gtest_brief=1) < /dev/null >> "$logs/$2.test.log" 2>&1; then
             first=$(grep -m1 -E '^\[  FAILED  \] [A-Za-z_]' "$logs/$2.test.log" | sed -E 's/^\[  FAILED  \] ([^ ,]+).*/\1/')
             echo "${first:-$(basename "$exe") (crashed or timed out)}"
             return 1
@@ -97,7 +98,8 @@ table=$scratch/kill-table.md
 } > "$table"
 cat "$table"
 id=0 killed=0 survived=0 unbuilt=0
-while IFS= read -r line || [[ -n "$line" ]]; do
+# The list comes on descriptor 3, out of reach of what the loop runs.
+while IFS= read -r -u 3 line || [[ -n "$line" ]]; do
     [[ -z "${line// /}" || "$line" == \#* ]] && continue
     path=${line%% @@ *}
     rest=${line#* @@ }
@@ -125,7 +127,7 @@ while IFS= read -r line || [[ -n "$line" ]]; do
     row="| $id | \`${path#src/}\` | \`${old//|/\\|}\` -> \`${new//|/\\|}\` | $result | $failing |"
     echo "$row" >> "$table"
     echo "$row"
-done < "$list"
+done 3< "$list"
 
 total=$((killed + survived))
 echo

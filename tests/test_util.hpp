@@ -120,10 +120,11 @@ struct RunResult {
 };
 
 // Runs the built program in `dir` (which holds input.dat) on `threads`
-// threads, started by `launcher` (e.g. "mpirun -n 2") when given.
+// threads, started by `launcher` (e.g. "mpirun -n 2") when given; without
+// stdin, which a launcher would otherwise take from the caller.
 inline RunResult run_torix(const TempDir& dir, int threads = 2, const std::string& launcher = {}) {
     const std::string cmd = "cd '" + dir.path().string() + "' && OMP_NUM_THREADS=" + std::to_string(threads) + " " +
-                            launcher + " '" TORIX_BIN "' > stdout.txt 2> stderr.txt";
+                            launcher + " '" TORIX_BIN "' < /dev/null > stdout.txt 2> stderr.txt";
     const int rc = std::system(cmd.c_str());
     RunResult r;
     r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
