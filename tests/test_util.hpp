@@ -18,6 +18,8 @@
 
 #include "core/array.hpp"
 #include "core/error.hpp"
+#include "interpreter/command_table.hpp"
+#include "interpreter/model_state.hpp"
 
 namespace torix {
 
@@ -111,6 +113,38 @@ inline std::vector<std::vector<double>> number_rows(const std::string& text) {
         out.push_back(r);
     }
     return out;
+}
+
+// Makes `dir` the working directory for its lifetime.
+class InDir {
+public:
+    explicit InDir(const TempDir& dir) : old_(std::filesystem::current_path()) { std::filesystem::current_path(dir.path()); }
+    ~InDir() { std::filesystem::current_path(old_); }
+    InDir(const InDir&) = delete;
+    InDir& operator=(const InDir&) = delete;
+
+private:
+    std::filesystem::path old_;
+};
+
+// Runs `script` in-process as input.dat in `dir` on `st` and returns what
+// it printed on std::cout; what it printed on std::cerr goes to *err when
+// given.  A FatalError passes through, the streams and folder restored.
+inline std::string run_in(const TempDir& dir, ModelState& st, const std::string& script, std::string* err = nullptr) {
+    dir.write("input.dat", script);
+    const InDir in(dir);
+    std::ostringstream cerr_text;
+    struct Restore {
+        std::streambuf* old;
+        ~Restore() { std::cerr.rdbuf(old); }
+    } restore{std::cerr.rdbuf(cerr_text.rdbuf())};
+    const std::string out = captured_cout([&] { run_script(st, "input.dat", "input.dat"); });
+    if (err != nullptr) *err = cerr_text.str();
+    return out;
+}
+inline std::string run_in(const TempDir& dir, const std::string& script) {
+    ModelState st;
+    return run_in(dir, st, script);
 }
 
 struct RunResult {

@@ -9,22 +9,7 @@
 using namespace torix;
 
 namespace {
-// Runs `script` in a scratch directory and returns stdout.
-std::string run(TempDir& d, const std::string& script) {
-    d.write("input.dat", script);
-    const auto old = std::filesystem::current_path();
-    std::filesystem::current_path(d.path());
-    testing::internal::CaptureStdout();
-    try {
-        run_script("input.dat", "input.dat");
-    } catch (...) {
-        testing::internal::GetCapturedStdout();
-        std::filesystem::current_path(old);
-        throw;
-    }
-    std::filesystem::current_path(old);
-    return testing::internal::GetCapturedStdout();
-}
+std::string run(TempDir& d, const std::string& script) { return run_in(d, script); }
 }  // namespace
 
 TEST(MasqueCreate, CellCountsRoundHalvesAwayFromZero) {
@@ -269,31 +254,16 @@ TEST(LocalTermCommands, BadInputAndLifetime) {
          "input.dat:12: ADD_INTERLAYER_EXCHANGE: expected two different materials, found 2 twice"},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.body);
         TempDir d;
-        std::string msg = "no error";
-        try {
-            run(d, head + c.body + "END\n");
-        } catch (const FatalError& e) {
-            msg = e.what();
-        }
-        EXPECT_EQ(msg.rfind(c.message, 0), 0u) << msg;
+        const std::string msg = fatal_message([&] { run(d, head + c.body + "END\n"); });
+        EXPECT_EQ(msg.rfind(c.message, 0), 0u) << c.body << msg;
     }
     // Kept by TENSOR_LOAD, removed by TENSOR_CREATE.
     TempDir d;
-    d.write("input.dat", head + tensor +
-                             "TENSOR_SAVE\n2 1 t1.bin\nADD_CUBIC_ANISOTROPY\n1 4e5 0\n1 0 0 0 1 0\n"
-                             "ADD_INTERLAYER_EXCHANGE\n1 2 0.1 0\nTENSOR_LOAD\n2 1 t1.bin\nEND\n");
-    d.write("again.dat", tensor + "END\n");
-    const auto old = std::filesystem::current_path();
-    std::filesystem::current_path(d.path());
     ModelState st;
-    testing::internal::CaptureStdout();
-    run_script(st, "input.dat", "input.dat");
-    const bool kept = st.local_terms.cubic.size() == 1 && st.local_terms.interlayer.size() == 1;
-    run_script(st, "again.dat", "again.dat");
-    testing::internal::GetCapturedStdout();
-    std::filesystem::current_path(old);
-    EXPECT_TRUE(kept);
+    run_in(d, st, head + tensor + "TENSOR_SAVE\n2 1 t1.bin\nADD_CUBIC_ANISOTROPY\n1 4e5 0\n1 0 0 0 1 0\n"
+                  "ADD_INTERLAYER_EXCHANGE\n1 2 0.1 0\nTENSOR_LOAD\n2 1 t1.bin\nEND\n");
+    EXPECT_TRUE(st.local_terms.cubic.size() == 1 && st.local_terms.interlayer.size() == 1);
+    run_in(d, st, tensor + "END\n");
     EXPECT_TRUE(st.local_terms.empty());
 }

@@ -8,9 +8,6 @@
 #include <numbers>
 #include <sstream>
 
-#include "core/error.hpp"
-#include "interpreter/command_table.hpp"
-#include "interpreter/model_state.hpp"
 #include "output/sweep_files.hpp"
 #include "test_util.hpp"
 
@@ -37,27 +34,6 @@ double aharoni(double a, double b, double c) {
     d += c / (a * b) * (ac + bc);
     d -= (std::pow(ab, 3) + std::pow(bc, 3) + std::pow(ac, 3)) / (3 * a * b * c);
     return d / kPi;
-}
-
-// Runs `script` in `d` on `st`; returns stdout, stderr in `err`.
-std::string run(TempDir& d, ModelState& st, const std::string& script, std::string* err = nullptr) {
-    d.write("input.dat", script);
-    const auto old = std::filesystem::current_path();
-    std::filesystem::current_path(d.path());
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    std::string fail;
-    try {
-        run_script(st, "input.dat", "input.dat");
-    } catch (const FatalError& e) {
-        fail = e.what();
-    }
-    std::filesystem::current_path(old);
-    const std::string e = testing::internal::GetCapturedStderr();
-    if (err != nullptr) *err = e;
-    const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(fail, "");
-    return out;
 }
 
 // The "# k s_res fwhm P" lines at the end of an absorption file.
@@ -114,12 +90,10 @@ TEST(SweepField, OneCellFollowsKittelAndItsAbsorptionIsALorentzianInTheField) {
     ModelState st;
     const double dx = 5e-7, dy = 4e-7, dz = 3e-7;
     const double gyro = 1.76e7, f0 = 12.0;  // GHz
-    std::string err;
-    run(d, st,
-        one_cell(dx, dy, dz) + "ADD_EXT_FIELD\n1\n100 0 0\nRELAX\n1 1e-12 0.1\nSWEEP_FIELD\n500 0 0 3000 0 0 5\n1 1 0\n"
-                               "kittel\nSET_GYRO\n1.76e7\nSET_BETA\n0.001\nSET_HRF\n2\n0 1 0\n"
-                               "SWEEP_FIELD\n2000 0 0 5000 0 0 60\n1 1 12\nk\nEND\n",
-        &err);
+    run_in(d, st,
+           one_cell(dx, dy, dz) + "ADD_EXT_FIELD\n1\n100 0 0\nRELAX\n1 1e-12 0.1\nSWEEP_FIELD\n500 0 0 3000 0 0 5\n"
+                                  "1 1 0\nkittel\nSET_GYRO\n1.76e7\nSET_BETA\n0.001\nSET_HRF\n2\n0 1 0\n"
+                                  "SWEEP_FIELD\n2000 0 0 5000 0 0 60\n1 1 12\nk\nEND\n");
     const double Nx = aharoni(dy, dz, dx), Ny = aharoni(dx, dz, dy), Nz = aharoni(dx, dy, dz);
     const auto tk = number_rows(d.read("kittel"));
     ASSERT_EQ(tk.size(), 6u);
@@ -192,7 +166,7 @@ TEST(SweepField, OneCellFollowsKittelAndItsAbsorptionIsALorentzianInTheField) {
 TEST(SweepField, ThinSquareFollowsTheFilmFormula) {
     TempDir d;
     ModelState st;
-    run(d, st,
+    run_in(d, st,
         one_cell(1e-4, 1e-4, 3e-7) + "SET_BETA\n0.01\nSET_HRF\n2\n0 0 1\nRELAX\n1 1e-12 0.1\n"
                                      "SWEEP_FIELD\n200 0 0 3200 0 0 60\n1 1 10\nfilm\nEND\n");
     const double fourpims = 4 * kPi * 800;
@@ -220,7 +194,7 @@ TEST(SweepField, MatrixFreeAndDenseSweepsAgree) {
         "SET_CELL\n5e-7 5e-7 5e-7\nMASQUE_CREATE\n40e-7 20e-7 5e-7\nLOAD_MAT\n1\n1.3e-6 800\n"
         "ADD_SHAPE\n3\n40e-7 20e-7 5e-7 0 0 0 1\nTENSOR_CREATE\n0\nINIT_M\n2\n0 1 0\nSET_BETA\n0.01\n"
         "SET_HRF\n2\n0 0 1\nRELAX\n1 1e-12 0.1\n";
-    run(d, st, model + "SWEEP_FIELD\n0 1500 0 0 3000 0 3\n6 1 0\ndense\nSWEEP_FIELD\n0 1500 0 0 3000 0 3\n6 0 0\n"
+    run_in(d, st, model + "SWEEP_FIELD\n0 1500 0 0 3000 0 3\n6 1 0\ndense\nSWEEP_FIELD\n0 1500 0 0 3000 0 3\n6 0 0\n"
                        "free\nEND\n");
     const auto a = number_rows(d.read("dense")), b = number_rows(d.read("free"));
     ASSERT_EQ(a.size(), 4u);
@@ -241,7 +215,7 @@ TEST(SweepField, MatrixFreeAndDenseSweepsAgree) {
 TEST(SweepField, CrossingBranchesKeepTheirIdentity) {
     TempDir d;
     ModelState st;
-    run(d, st,
+    run_in(d, st,
         "SET_CELL\n5e-7 5e-7 5e-7\nMASQUE_CREATE\n105e-7 5e-7 5e-7\nLOAD_MAT\n2\n1.3e-6 800\n1.3e-6 800\n"
         "ADD_SHAPE\n3\n5e-7 5e-7 5e-7 0 0 0 1\nADD_SHAPE\n3\n5e-7 5e-7 5e-7 100e-7 0 0 2\nTENSOR_CREATE\n0\n"
         "ADD_ANISOTROPY\n1 1 0 0 4e5\nADD_ANISOTROPY\n2 0 0 1 -1.6e6\nINIT_M\n2\n1 0 0\nRELAX\n1 1e-12 0.1\n"
@@ -287,7 +261,7 @@ TEST(SweepField, DownAndUpThroughTheSwitchingFieldShowHysteresis) {
     TempDir d;
     ModelState st;
     std::string err;
-    run(d, st,
+    run_in(d, st,
         "SET_CELL\n5e-7 5e-7 5e-7\nMASQUE_CREATE\n5e-7 5e-7 5e-7\nLOAD_MAT\n1\n1.3e-6 800\n"
         "ADD_SHAPE\n3\n5e-7 5e-7 5e-7 0 0 0 1\nTENSOR_CREATE\n0\nADD_ANISOTROPY\n1 1 0 0 4e5\nINIT_M\n2\n1 0 0\n"
         "RELAX\n1 1e-13 0.05\nSWEEP_FIELD\n1000 50 0 -1000 -50 0 20\n1 1 0\ndown\n"
