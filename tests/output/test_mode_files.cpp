@@ -51,16 +51,11 @@ Output run(const std::string& cmd) {
     return o;
 }
 
-// Runs vti_read.py on the files with the first Python that has VTK (the
-// system's own first, where Debian's python3-vtk9 lives); nullopt when none has.
+// Runs vti_read.py on the files; nullopt when no Python has VTK.
 std::optional<Output> read_vti(const std::string& files) {
-    for (const char* py : {"/usr/bin/python3", "python3"}) {
-        Output o = run(std::string(py) + " " + kTests + "vti_read.py " + files);
-        if (o.status != 0 && o.text.find("No module named 'vtk'") != std::string::npos) continue;
-        if (o.status == 127 || o.text.find("not found") != std::string::npos) continue;
-        return o;
-    }
-    return std::nullopt;
+    const std::string py = python_with("vtk");
+    if (py.empty()) return std::nullopt;
+    return run(py + " " + kTests + "vti_read.py " + files);
 }
 
 // "key v1 v2 ..." lines of the reader scripts, by key (cell arrays as "array NAME").
