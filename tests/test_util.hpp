@@ -62,6 +62,18 @@ std::string captured_cout(Fn&& fn) {
     return cap.str();
 }
 
+// The whole content of a file ("" when it cannot be read), and a text's lines.
+inline std::string read_file(const std::filesystem::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+inline std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string l; std::getline(in, l);) out.push_back(l);
+    return out;
+}
+
 // A fresh directory under the system temp dir, removed with its contents.
 class TempDir {
 public:
@@ -83,10 +95,7 @@ public:
         std::ofstream(path_ / name, std::ios::binary) << text;
         return path_ / name;
     }
-    [[nodiscard]] std::string read(const std::string& name) const {
-        std::ifstream in(path_ / name, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
+    [[nodiscard]] std::string read(const std::string& name) const { return read_file(path_ / name); }
     [[nodiscard]] bool exists(const std::string& name) const { return std::filesystem::exists(path_ / name); }
 
 private:

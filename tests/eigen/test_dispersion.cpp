@@ -228,8 +228,7 @@ TEST(Dispersion, TableAndPlot) {
 
     const std::string svg = (dir.path() / "disp.svg").string();
     plot_dispersion_svg(svg, d, 2.8e6);
-    std::ifstream sin(svg);
-    const std::string text((std::istreambuf_iterator<char>(sin)), std::istreambuf_iterator<char>());
+    const std::string text = read_file(svg);
     const auto count = [&](const std::string& what) { return count_of(text, what); };
     EXPECT_EQ(count("class=\"branch\""), 2u);
     EXPECT_EQ(count("<polyline"), 1u);  // branch 2 has no two neighbouring points
@@ -237,12 +236,6 @@ TEST(Dispersion, TableAndPlot) {
     EXPECT_NE(text.find("frequency (GHz)"), std::string::npos);
     EXPECT_NE(text.find("rad/\xc2\xb5m"), std::string::npos);
 }
-
-}  // namespace
-}  // namespace torix
-
-namespace torix {
-namespace {
 
 // The film one cell thick, tiled by cells dx x dy x d, one cell per period,
 // by an independent route: the Bloch-summed cell tensor equals the sum over
@@ -303,12 +296,6 @@ TEST(DispersionFilm, CellTensorOracleApproachesTheFilm) {
     EXPECT_EQ(zero[2], 1.0);
 }
 
-}  // namespace
-}  // namespace torix
-
-namespace torix {
-namespace {
-
 // The infinite film one cell thick (a 1 x 1 x 1 grid periodic in x and y,
 // 2 nm cells in-plane), Permalloy, saturated in-plane by 1 kOe along x
 // (k along x: backward volume; along y: Damon-Eshbach) and out of plane by
@@ -366,12 +353,6 @@ void check_film(double d) {
 
 TEST(DispersionFilm, FiveNanometreFilmFollowsTheFilmFormula) { check_film(5e-7); }
 TEST(DispersionFilm, TwentyNanometreFilmFollowsTheFilmFormula) { check_film(20e-7); }
-
-}  // namespace
-}  // namespace torix
-
-namespace torix {
-namespace {
 
 // Frequency f (Oe) and mirror parity across the width (+1 even, -1 odd) of
 // each mode of a text eigen file of a grid one cell long and thick, ny + 1
