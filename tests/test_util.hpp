@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 #include <unistd.h>
+#include <omp.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include "core/array.hpp"
@@ -37,6 +39,20 @@ void for_cells(int nx, int ny, int nz, Fn&& fn) {
     for (int k = 0; k <= nz; ++k)
         for (int j = 0; j <= ny; ++j)
             for (int i = 0; i <= nx; ++i) fn(i, j, k);
+}
+
+// fn() run on one thread equals fn() run on each of `threads`: how the work
+// is shared out must not change a single bit.
+template <class Fn>
+void expect_thread_independent(Fn&& fn, std::initializer_list<int> threads = {3}) {
+    const int saved = omp_get_max_threads();
+    omp_set_num_threads(1);
+    const auto one = fn();
+    for (int t : threads) {
+        omp_set_num_threads(t);
+        EXPECT_TRUE(fn() == one) << t << " threads";
+    }
+    omp_set_num_threads(saved);
 }
 
 // The message of the FatalError that fn throws; "no error" when it throws none.

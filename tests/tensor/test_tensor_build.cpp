@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cmath>
-#include <omp.h>
 #include <random>
 
 #include "tensor_test_util.hpp"
@@ -17,15 +16,6 @@ struct Grid {
     int nx, ny, nz;
     double dx, dy, dz;
 };
-
-void expect_close(const TensorArray& ref, const TensorArray& got, const char* what) {
-    ASSERT_EQ(ref.size(), got.size());
-    const double tol = 1e-10 * max_abs(ref);
-    std::size_t bad = 0;
-    for (std::size_t n = 0; n < ref.size(); ++n)
-        if (!(std::fabs(ref.data()[n] - got.data()[n]) <= tol)) ++bad;
-    EXPECT_EQ(bad, 0u) << what;
-}
 
 // One entry of the reference formulas at offset (i, j, k), evaluated in
 // extended precision: the same difference trees over the point functions,
@@ -85,15 +75,7 @@ TEST(TensorBuild, MatchesReferenceOnSmallGrids) {
 // must not change a single bit.
 TEST(TensorBuild, SameBitsForAnyNumberOfThreads) {
     const auto A = table({1.3e-6, 3e-7}), MS = table({800.0, 1400.0});
-    const int saved = omp_get_max_threads();
-    omp_set_num_threads(1);
-    const TensorArray one = fast(A, MS, 9, 4, 2, 5e-7, 4e-7, 3e-7);
-    for (int t : {2, 3, 7}) {
-        omp_set_num_threads(t);
-        const TensorArray many = fast(A, MS, 9, 4, 2, 5e-7, 4e-7, 3e-7);
-        EXPECT_TRUE(one == many) << t << " threads";
-    }
-    omp_set_num_threads(saved);
+    expect_thread_independent([&] { return fast(A, MS, 9, 4, 2, 5e-7, 4e-7, 3e-7); }, {2, 3, 7});
 }
 
 TEST(TensorBuild, MaterialsDifferOnlyByExchangeOnNearestNeighbours) {
