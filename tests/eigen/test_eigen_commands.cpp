@@ -20,8 +20,6 @@ namespace {
 class EigenCommands : public ::testing::Test {
 protected:
     void SetUp() override {
-        old_ = std::filesystem::current_path();
-        std::filesystem::current_path(dir_.path());
         // 3 x 3 x 2 box in a strong field along z: a relaxed sample.
         Model m = make_model(2, 2, 1, 5e-7, 5e-7, 5e-7, {{1.3e-6, 800.0}}, [](int, int, int) { return 1; });
         set_m(m, [](int, int, int) { return std::array<double, 3>{0.0, 0.0, 1.0}; });
@@ -32,7 +30,6 @@ protected:
         st_.MS = m.MS, st_.A = m.A, st_.MASQUE = m.MASQUE, st_.AIJ = m.AIJ, st_.M = m.M, st_.H = m.H;
         st_.beta = 0.02;
     }
-    void TearDown() override { std::filesystem::current_path(old_); }
 
     // Runs one handler on the given parameter lines; returns the console.
     std::string run(const std::string& keyword, Handler h, const std::string& params) {
@@ -44,7 +41,7 @@ protected:
     }
 
     TempDir dir_;
-    std::filesystem::path old_;
+    InDir in_{dir_};
     ModelState st_;
 };
 
@@ -170,16 +167,11 @@ TEST(PeriodicFilm, LowestModeIsKittelsInAndOutOfPlane) {
                          Case{"0 0 1", 15000.0, 15000.0 - four_pi_ms}}) {
         const std::string field = c.dir[0] == '1' ? "1000 0 0" : "0 0 15000";
         for (const char* solve : {"SOLVE_MATRIX\n2\n", "SOLVE_MODES\n2 0 1e-11\n"}) {
-            const auto script = dir.path() / "input.dat";
-            std::ofstream(script) << "SET_CELL\n5e-7 5e-7 3e-7\nMASQUE_CREATE\n2e-6 2e-6 3e-7\nADD_SHAPE\n3\n"
-                                     "2e-6 2e-6 3e-7 0 0 0 1\nLOAD_MAT\n1\n1.3e-6 800\nSET_PERIODIC\n1 1 0\n"
-                                     "TENSOR_CREATE\n0\nINIT_M\n2\n"
-                                  << c.dir << "\nADD_EXT_FIELD\n1\n" << field << "\nCALC_FIELD\n" << solve << "END\n";
             ModelState st;
-            const auto old = std::filesystem::current_path();
-            std::filesystem::current_path(dir.path());
-            captured_cout([&] { run_script(st, script.string(), "input.dat"); });
-            std::filesystem::current_path(old);
+            run_in(dir, st,
+                   "SET_CELL\n5e-7 5e-7 3e-7\nMASQUE_CREATE\n2e-6 2e-6 3e-7\nADD_SHAPE\n3\n2e-6 2e-6 3e-7 0 0 0 1\n"
+                   "LOAD_MAT\n1\n1.3e-6 800\nSET_PERIODIC\n1 1 0\nTENSOR_CREATE\n0\nINIT_M\n2\n" + std::string(c.dir) +
+                       "\nADD_EXT_FIELD\n1\n" + field + "\nCALC_FIELD\n" + solve + "END\n");
             ASSERT_GE(st.nmodes, 1) << solve;
             EXPECT_NEAR(st.W(1, 1), c.f, 1e-9 * c.f) << solve << " along " << c.dir;
         }

@@ -135,28 +135,24 @@ TEST(EigenFiles, CorruptFilesNameFileAndRecord) {
     Array<double, 2> W;
     Array<cplx, 3> modes;
     IntGrid num;
+    const auto says = [](const std::string& msg, std::initializer_list<const char*> words) {
+        for (const char* w : words) EXPECT_NE(msg.find(w), std::string::npos) << w << " not in: " << msg;
+    };
     // Truncated inside the last mode.
     dir.write("eig.dat", good.substr(0, good.size() - 40));
-    std::string msg = fatal_message([&] { loadmodes(f, N, nm, W, modes); });
-    EXPECT_NE(msg.find("eig.dat"), std::string::npos) << msg;
-    EXPECT_NE(msg.find("10 records"), std::string::npos) << msg;
+    says(fatal_message([&] { loadmodes(f, N, nm, W, modes); }), {"eig.dat", "10 records"});
     // A wrong key inside a mode.
     std::string bad = good;
     bad[36 * 6] = 7;  // record 7: cell 2 of mode 1
     dir.write("eig.dat", bad);
-    msg = fatal_message([&] { loadmodes(f, N, nm, W, modes); });
-    EXPECT_NE(msg.find("record 7"), std::string::npos) << msg;
+    says(fatal_message([&] { loadmodes(f, N, nm, W, modes); }), {"record 7"});
     // A cell outside the grid.
-    msg = fatal_message([&] { read_number(f, num, 0, 0, 0, N); });
-    EXPECT_NE(msg.find("record 3"), std::string::npos) << msg;
-    EXPECT_NE(msg.find("outside the grid"), std::string::npos) << msg;
+    says(fatal_message([&] { read_number(f, num, 0, 0, 0, N); }), {"record 3", "outside the grid"});
     // No separator.
     dir.write("eig.dat", good.substr(0, 36 * 3));
-    msg = fatal_message([&] { read_number(f, num, 1, 1, 0, N); });
-    EXPECT_NE(msg.find("separator"), std::string::npos) << msg;
+    says(fatal_message([&] { read_number(f, num, 1, 1, 0, N); }), {"separator"});
     // Missing file.
-    msg = fatal_message([&] { loadmodes((dir / "none.dat").string(), N, nm, W, modes); });
-    EXPECT_NE(msg.find("none.dat"), std::string::npos) << msg;
+    says(fatal_message([&] { loadmodes((dir / "none.dat").string(), N, nm, W, modes); }), {"none.dat"});
 }
 
 TEST(EigenFiles, CellCountBeyondTheCellRecordsIsRefusedBeforeTheNumberTable) {
