@@ -55,6 +55,17 @@ void expect_thread_independent(Fn&& fn, std::initializer_list<int> threads = {3}
     omp_set_num_threads(saved);
 }
 
+// Whether `text` holds each of `parts`, in this order.
+inline ::testing::AssertionResult holds(const std::string& text, const std::vector<std::string>& parts) {
+    std::size_t at = 0;
+    for (const std::string& p : parts) {
+        if ((at = text.find(p, at)) == std::string::npos)
+            return ::testing::AssertionFailure() << "\"" << p << "\" missing (in this order) in:\n" << text;
+        at += p.size();
+    }
+    return ::testing::AssertionSuccess();
+}
+
 // The message of the FatalError that fn throws; "no error" when it throws none.
 template <class Fn>
 std::string fatal_message(Fn&& fn) {

@@ -135,24 +135,21 @@ TEST(EigenFiles, CorruptFilesNameFileAndRecord) {
     Array<double, 2> W;
     Array<cplx, 3> modes;
     IntGrid num;
-    const auto says = [](const std::string& msg, std::initializer_list<const char*> words) {
-        for (const char* w : words) EXPECT_NE(msg.find(w), std::string::npos) << w << " not in: " << msg;
-    };
     // Truncated inside the last mode.
     dir.write("eig.dat", good.substr(0, good.size() - 40));
-    says(fatal_message([&] { loadmodes(f, N, nm, W, modes); }), {"eig.dat", "10 records"});
+    EXPECT_TRUE(holds(fatal_message([&] { loadmodes(f, N, nm, W, modes); }), {"eig.dat", "10 records"}));
     // A wrong key inside a mode.
     std::string bad = good;
     bad[36 * 6] = 7;  // record 7: cell 2 of mode 1
     dir.write("eig.dat", bad);
-    says(fatal_message([&] { loadmodes(f, N, nm, W, modes); }), {"record 7"});
+    EXPECT_TRUE(holds(fatal_message([&] { loadmodes(f, N, nm, W, modes); }), {"record 7"}));
     // A cell outside the grid.
-    says(fatal_message([&] { read_number(f, num, 0, 0, 0, N); }), {"record 3", "outside the grid"});
+    EXPECT_TRUE(holds(fatal_message([&] { read_number(f, num, 0, 0, 0, N); }), {"record 3", "outside the grid"}));
     // No separator.
     dir.write("eig.dat", good.substr(0, 36 * 3));
-    says(fatal_message([&] { read_number(f, num, 1, 1, 0, N); }), {"separator"});
+    EXPECT_TRUE(holds(fatal_message([&] { read_number(f, num, 1, 1, 0, N); }), {"separator"}));
     // Missing file.
-    says(fatal_message([&] { loadmodes((dir / "none.dat").string(), N, nm, W, modes); }), {"none.dat"});
+    EXPECT_TRUE(holds(fatal_message([&] { loadmodes((dir / "none.dat").string(), N, nm, W, modes); }), {"none.dat"}));
 }
 
 TEST(EigenFiles, CellCountBeyondTheCellRecordsIsRefusedBeforeTheNumberTable) {
@@ -179,8 +176,7 @@ TEST(EigenFiles, CellCountBeyondTheCellRecordsIsRefusedBeforeTheNumberTable) {
     Array<double, 2> W;
     Array<cplx, 3> modes;
     const std::string msg = fatal_message([&] { loadmodes(f, N, nm, W, modes); });
-    EXPECT_NE(msg.find("the mode records (1 x 2147483648 after the separator at record 4)"), std::string::npos)
-        << msg;
+    EXPECT_TRUE(holds(msg, {"the mode records (1 x 2147483648 after the separator at record 4)"}));
 }
 
 }  // namespace

@@ -106,7 +106,7 @@ TEST(Program, MissingScriptIsAClearError) {
     TempDir dir;
     const RunResult r = run_torix(dir);
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("input.dat"), std::string::npos) << r.err;
+    EXPECT_TRUE(holds(r.err, {"input.dat"}));
 }
 
 TEST(Program, BannerThenAcknowledgements) {

@@ -159,7 +159,7 @@ TEST(ModeCommands, RingModesGiveTheirAzimuthalIndexAndPhases) {
     ring.write(dir);
     const RunResult r = run(dir, Ring::script("PRINT_ANGLE\n1 4 0 12e-6 12e-6 8e-6 5\nPRINT_PHASES\n0 9\n"));
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find(" PRINT_ANGLE ok"), std::string::npos);
+    EXPECT_TRUE(holds(r.out, {" PRINT_ANGLE ok"}));
 
     const auto angle = blocks(dir.read("p.dat"));
     ASSERT_EQ(angle.size(), 4u);
@@ -278,10 +278,10 @@ TEST(ModeCommands, BadInputIsRefusedAndEarlierFilesStay) {
     RunResult r = run(dir, "SET_CELL\n1e-6 1e-6 1e-6\nMASQUE_LOAD\n1\nmask.txt\nLOAD_MAT\n1\n1.3e-6 800\nINIT_M\n4\n"
                            "DRAW_MODES\n1 1\nEND\n");
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("input.dat:11: DRAW_MODES: no modes"), std::string::npos) << r.err;
+    EXPECT_TRUE(holds(r.err, {"input.dat:11: DRAW_MODES: no modes"}));
     r = run(dir, Ring::script("MASQUE_CREATE\n1e-5 1e-5 1e-6\nINIT_M\n4\nPRINT_PHASES\n1 1\n"));
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("PRINT_PHASES: the modes belong to another grid"), std::string::npos) << r.err;
+    EXPECT_TRUE(holds(r.err, {"PRINT_PHASES: the modes belong to another grid"}));
 }
 
 namespace {

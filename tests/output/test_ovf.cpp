@@ -138,9 +138,7 @@ TEST(Ovf, BinaryAndTextWritesReadBackWithEmptyCellsZero) {
     ASSERT_NE(at, std::string::npos);
     EXPECT_EQ(b.substr(at + tag.size(), 8), le(123456789012345.0));
     EXPECT_EQ(b.substr(at + tag.size() + 8 + 24, 8), le(m(1, 0, 0, 1) * 1000.0));
-    EXPECT_NE(b.find("# xnodes: 5\n# ynodes: 3\n# znodes: 2\n"), std::string::npos);
-    EXPECT_NE(b.find("# xstepsize: 3e-09\n"), std::string::npos);
-    EXPECT_NE(b.find("# zmax: 1e-08\n"), std::string::npos);
+    EXPECT_TRUE(holds(b, {"# xstepsize: 3e-09\n", "# xnodes: 5\n# ynodes: 3\n# znodes: 2\n", "# zmax: 1e-08\n"}));
 }
 
 TEST(Ovf, ReadsTheLayoutsOfOtherPrograms) {
@@ -203,15 +201,13 @@ TEST(Ovf, GridMismatchesAndLyingFilesAreClearErrors) {
         EXPECT_NE(at, std::string::npos) << a;
         return s.replace(at, a.size(), b);
     };
-    const auto has = [](const std::string& msg, const std::string& words) {
-        EXPECT_NE(msg.find(words), std::string::npos) << words << "\n got: " << msg;
-    };
     EXPECT_EQ(load(good), "no error");
-    has(load(good, 3), "the mesh has 3 x 2 x 2 nodes, the grid 4 x 2 x 2 cells");
+    EXPECT_TRUE(holds(load(good, 3), {"the mesh has 3 x 2 x 2 nodes, the grid 4 x 2 x 2 cells"}));
     // Cell sizes: 1e-7 relative is accepted, 1e-5 is not.
     EXPECT_EQ(load(good, 2, 2e-7 * (1 + 1e-7)), "no error");
-    has(load(good, 2, 2e-7 * (1 + 1e-5)),
-        "xstepsize 2e-07 cm differs from the cell size dx = 2.00002e-07 cm by more than 1e-6 relative");
+    EXPECT_TRUE(
+        holds(load(good, 2, 2e-7 * (1 + 1e-5)),
+              {"xstepsize 2e-07 cm differs from the cell size dx = 2.00002e-07 cm by more than 1e-6 relative"}));
 
     const struct {
         std::string text;
@@ -237,18 +233,20 @@ TEST(Ovf, GridMismatchesAndLyingFilesAreClearErrors) {
     };
     for (const auto& b : bad) {
         const std::string msg = load(b.text);
-        has(msg, b.message);
+        EXPECT_TRUE(holds(msg, {b.message}));
         EXPECT_EQ(msg.rfind(path + ":", 0), 0u) << msg;
     }
     // Text blocks: one value short, one value too many, a word.
     const std::string text = oommf_text_file(3, 2, 2, 20.0);
     const auto tload = [&](const std::string& t) { return load(t, 2, 2e-6); };
     EXPECT_EQ(tload(text), "no error");
-    has(tload(replace(text, "  1.150000e+01 ", " ")), "ends after 35 of the 36 values");
-    has(tload(replace(text, "## end of row", "7")), "more than the 36 values");
-    has(tload(replace(text, "1.150000e+01", "2.0O5e1")), "expected a number in the data block, found \"2.0O5e1\"");
-    has(tload(replace(text, "# End: data text", "#")), "no \"# End: data text\" line");
-    has(tload(replace(text, "1.150000e+01", "inf")), "node 6 (x fastest, from 0), component 1: inf is not a finite number");
+    EXPECT_TRUE(holds(tload(replace(text, "  1.150000e+01 ", " ")), {"ends after 35 of the 36 values"}));
+    EXPECT_TRUE(holds(tload(replace(text, "## end of row", "7")), {"more than the 36 values"}));
+    EXPECT_TRUE(holds(tload(replace(text, "1.150000e+01", "2.0O5e1")),
+                      {"expected a number in the data block, found \"2.0O5e1\""}));
+    EXPECT_TRUE(holds(tload(replace(text, "# End: data text", "#")), {"no \"# End: data text\" line"}));
+    EXPECT_TRUE(holds(tload(replace(text, "1.150000e+01", "inf")),
+                      {"node 6 (x fastest, from 0), component 1: inf is not a finite number"}));
 
     // Every truncation and many single-byte corruptions of a whole file end
     // in a clean error or a good read, never in a crash or a hang.
@@ -291,7 +289,7 @@ TEST(OvfCommands, MagnetizationRoundTripAndAppliedFieldUnits) {
               "OVF_LOAD\n3\nhapp.ovf\nOVF_SAVE\n3 1\nhapp_out.ovf\nOVF_SAVE\n7 1\nnever.ovf\nEND\n");
     const RunResult r = run_torix(dir);
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find(" OVF_SAVE ok\n OVF_SAVE ok\n INIT_M ok\n OVF_LOAD ok\n"), std::string::npos) << r.out;
+    EXPECT_TRUE(holds(r.out, {" OVF_SAVE ok\n OVF_SAVE ok\n INIT_M ok\n OVF_LOAD ok\n"}));
     EXPECT_FALSE(dir.exists("never.ovf"));
     VecGrid a = make_vec_grid(2, 1, 0), b = make_vec_grid(2, 1, 0);
     const IntGrid mask = make_int_grid(2, 1, 0, 1);
@@ -316,10 +314,9 @@ TEST(OvfCommands, MagnetizationRoundTripAndAppliedFieldUnits) {
         EXPECT_EQ(h(i, j, k, 2), 0.0);
         EXPECT_NEAR(h(i, j, k, 3), on * -500.0 * am, 1e-9 * am * 1000.0);
     });
-    // The text file says what it holds in the header.
-    const std::string t = dir.read("mt.ovf");
-    EXPECT_NE(t.find("# valueunits: A/m A/m A/m\n"), std::string::npos);
-    EXPECT_NE(t.find("\n0 0 0\n# End: Data Text\n# End: Segment\n"), std::string::npos);  // empty cell (2, 1, 0)
+    // The text file says what it holds in the header; the empty cell (2, 1, 0) is zero.
+    EXPECT_TRUE(
+        holds(dir.read("mt.ovf"), {"# valueunits: A/m A/m A/m\n", "\n0 0 0\n# End: Data Text\n# End: Segment\n"}));
 }
 
 TEST(OvfCommands, ScriptErrorsNameTheFileOrTheLine) {
@@ -363,9 +360,7 @@ TEST(OvfCommands, EffectiveAndDrivingFieldsInSI) {
     const RunResult r = run_torix(dir);
     EXPECT_EQ(r.status, 1);
     // PLOT_ABS needs the couplings, as PRINT_ABS does.
-    EXPECT_NE(r.err.find("input.dat:30: PLOT_ABS: no coupling coefficients for the modes; run CALC_C first"),
-              std::string::npos)
-        << r.err;
+    EXPECT_TRUE(holds(r.err, {"input.dat:30: PLOT_ABS: no coupling coefficients for the modes; run CALC_C first"}));
     const double am = 1000.0 / (4.0 * std::numbers::pi);
     VecGrid h = make_vec_grid(0, 0, 0), rf = make_vec_grid(0, 0, 0);
     const OvfHeader hh = loadovf((dir / "h.ovf").string(), 0, 0, 0, 5e-7, 5e-7, 5e-7, h);
