@@ -183,6 +183,24 @@ inline std::string run_in(const TempDir& dir, const std::string& script) {
     return run_in(dir, st, script);
 }
 
+// Demagnetizing factor along z of a rectangular prism of sides proportional
+// to a, b, c (along x, y, z), in the closed form of A. Aharoni, J. Appl.
+// Phys. 83, 3432 (1998), eq. (1).
+inline double aharoni_nz(double a, double b, double c) {
+    const double r = std::sqrt(a * a + b * b + c * c);
+    const double ab = std::sqrt(a * a + b * b), bc = std::sqrt(b * b + c * c), ac = std::sqrt(a * a + c * c);
+    const double abc = a * b * c;
+    const double s = (b * b - c * c) / (2 * b * c) * std::log((r - a) / (r + a)) +
+                     (a * a - c * c) / (2 * a * c) * std::log((r - b) / (r + b)) +
+                     b / (2 * c) * std::log((ab + a) / (ab - a)) + a / (2 * c) * std::log((ab + b) / (ab - b)) +
+                     c / (2 * a) * std::log((bc - b) / (bc + b)) + c / (2 * b) * std::log((ac - a) / (ac + a)) +
+                     2 * std::atan(a * b / (c * r)) + (a * a * a + b * b * b - 2 * c * c * c) / (3 * abc) +
+                     (a * a + b * b - 2 * c * c) / (3 * abc) * r + c / (a * b) * (ac + bc) -
+                     (std::pow(a * a + b * b, 1.5) + std::pow(b * b + c * c, 1.5) + std::pow(c * c + a * a, 1.5)) /
+                         (3 * abc);
+    return s / 3.14159265358979323846;
+}
+
 struct RunResult {
     int status = -1;
     std::string out;
