@@ -2,6 +2,8 @@
 // Helpers shared by the test programs: scratch directories and running the
 // built program on a script.
 #include <array>
+#include <bit>
+#include <cstdint>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -54,6 +56,17 @@ void expect_thread_independent(Fn&& fn, std::initializer_list<int> threads = {3}
     }
     omp_set_num_threads(saved);
 }
+
+// The little-endian 32-bit integer and 64-bit real at byte `at` of a file's bytes.
+inline std::uint64_t le_bits(const std::string& s, std::size_t at, int bytes) {
+    std::uint64_t u = 0;
+    for (int b = 0; b < bytes; ++b) u |= static_cast<std::uint64_t>(static_cast<unsigned char>(s.at(at + b))) << (8 * b);
+    return u;
+}
+inline std::int32_t le_int(const std::string& s, std::size_t at) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(le_bits(s, at, 4)));
+}
+inline double le_real(const std::string& s, std::size_t at) { return std::bit_cast<double>(le_bits(s, at, 8)); }
 
 // Whether `text` holds each of `parts`, in this order.
 inline ::testing::AssertionResult holds(const std::string& text, const std::vector<std::string>& parts) {

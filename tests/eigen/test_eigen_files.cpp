@@ -13,17 +13,8 @@
 namespace torix::test {
 namespace {
 
-std::int32_t key_at(const std::string& b, std::size_t rec) {
-    std::uint32_t u = 0;
-    for (int k = 0; k < 4; ++k) u |= static_cast<std::uint32_t>(static_cast<unsigned char>(b[36 * (rec - 1) + k])) << (8 * k);
-    return static_cast<std::int32_t>(u);
-}
-double real_at(const std::string& b, std::size_t rec, int slot) {  // slot 0..3
-    std::uint64_t u = 0;
-    for (int k = 0; k < 8; ++k)
-        u |= static_cast<std::uint64_t>(static_cast<unsigned char>(b[36 * (rec - 1) + 4 + 8 * slot + k])) << (8 * k);
-    return std::bit_cast<double>(u);
-}
+std::int32_t key_at(const std::string& b, std::size_t rec) { return le_int(b, 36 * (rec - 1)); }
+double real_at(const std::string& b, std::size_t rec, int slot) { return le_real(b, 36 * (rec - 1) + 4 + 8 * slot); }
 
 // 2 x 2 x 1 grid: (0,0,0) material 1, (1,0,0) empty, (0,1,0) material -1
 // (text only), (1,1,0) material 2; numbers 1 and 2 (the negative cell
