@@ -66,15 +66,13 @@ struct Model {
     // Calls fn(i, j, k) for every magnetic cell.
     template <class Fn>
     void each_cell(Fn fn) const {
-        for (int k = 0; k <= nz; ++k)
-            for (int j = 0; j <= ny; ++j)
-                for (int i = 0; i <= nx; ++i)
-                    if (mask(i, j, k) != 0) fn(i, j, k);
+        for_cells(nx, ny, nz, [&](int i, int j, int k) {
+            if (mask(i, j, k) != 0) fn(i, j, k);
+        });
     }
     void applied(double hx, double hy, double hz) {
-        for (int k = 0; k <= nz; ++k)
-            for (int j = 0; j <= ny; ++j)
-                for (int i = 0; i <= nx; ++i) HINIT(i, j, k, 1) = hx, HINIT(i, j, k, 2) = hy, HINIT(i, j, k, 3) = hz;
+        for_cells(nx, ny, nz,
+                  [&](int i, int j, int k) { HINIT(i, j, k, 1) = hx, HINIT(i, j, k, 2) = hy, HINIT(i, j, k, 3) = hz; });
     }
     double run_relax(double alpha, double threshold, long max_passes = 0) {
         H = HINIT;
@@ -157,12 +155,10 @@ TEST(Relax, ThinSquarePlateletRelaxesInPlane) {
     initdir(m.M, m.MS, m.mask, 9, 9, 0, 0.3, 0.1, 1.0);  // mostly out of plane
     quietly([&] { m.run_relax(0.02, 1e-5); });
     double mz_worst = 0.0, mx = 0.0, my = 0.0;
-    for (int j = 0; j <= 9; ++j)
-        for (int i = 0; i <= 9; ++i) {
-            mz_worst = std::max(mz_worst, std::abs(m.M(i, j, 0, 3)) / 800.0);
-            mx += m.M(i, j, 0, 1) / 800.0 / 100.0;
-            my += m.M(i, j, 0, 2) / 800.0 / 100.0;
-        }
+    m.each_cell([&](int i, int j, int k) {
+        mz_worst = std::max(mz_worst, std::abs(m.M(i, j, k, 3)) / 800.0);
+        mx += m.M(i, j, k, 1) / 800.0 / 100.0, my += m.M(i, j, k, 2) / 800.0 / 100.0;
+    });
     EXPECT_LT(mz_worst, 1e-3);
     EXPECT_GT(std::hypot(mx, my), 0.9);  // a nearly uniform in-plane state
 }
@@ -357,17 +353,10 @@ TEST(RungeKutta, RelaxationPrintsZeemanPlusSelfEnergy) {
     EXPECT_GT((m.M(0, 0, 0, 1) * hx + m.M(0, 0, 0, 3) * hz) / (800.0 * std::hypot(hx, hz)), 0.99);
 }
 
-std::vector<std::array<double, 5>> read_trajectory(const std::string& path) {
-    std::ifstream in(path);
-    std::vector<std::array<double, 5>> rows;
-    std::string line;
-    while (std::getline(in, line)) {
-        auto items = split_items(line);
-        if (items.size() != 5) ADD_FAILURE() << "bad line: " << line;
-        std::array<double, 5> r{};
-        for (int c = 0; c < 5 && c < static_cast<int>(items.size()); ++c) r[c] = *parse_real(items[c]);
-        rows.push_back(r);
-    }
+// Rows t, mx, my, mz, E of a trajectory file.
+std::vector<std::vector<double>> read_trajectory(const std::string& path) {
+    auto rows = number_rows(read_file(path));
+    for (const auto& r : rows) EXPECT_EQ(r.size(), 5u);
     return rows;
 }
 

@@ -155,17 +155,39 @@ void add_two_dmis(Periodic& p) {
     set_field(p.m, {0.0, 15000.0, 0.0});
 }
 
+// One material on the grid of `lat` with the program's own periodic tensor
+// (its lattice sums) and neighbour record; `settle` then puts m along u in
+// the field h u and numbers the cells.
+struct Own {
+    Model m;
+    Lattice lat;
+    NeighbourBlocks nb;
+    explicit Own(const Lattice& l) : lat(l) {
+        m = make_model(l.nx, l.ny, l.nz, l.dx, l.dy, l.dz, {{1.3e-6, 800.0}}, [](int, int, int) { return 1; });
+        m.AIJ.fill(0.0);
+        tensor_periodic(m.A, m.MS, m.AIJ, lat, 1);
+        nb = exchange_neighbour_blocks(m.A, m.MS, l.dx, l.dy, l.dz, 1);
+    }
+    void settle(const std::array<double, 3>& u, double h) {
+        set_m(m, [&](int, int, int) { return u; });
+        set_field(m, {h * u[0], h * u[1], h * u[2]});
+        set_numbering(m);
+    }
+    std::vector<double> freqs_at(const std::array<double, 3>& k, int max) {
+        Modes r;
+        captured_cout([&] { calcmatrix_bloch(BlochProblem{m.input(), nb, lat, k}, max, r.out()); });
+        return freqs(r);
+    }
+};
+
 TEST(BlochKernel, HermitianAndPeriodicWithTheProgramsLatticeSums) {
     // A strip of 3 x 2 cells periodic along x, the program's own periodic
     // tensor and k part: K(-o) = K(o)^H, and K(o + P) = K(o) to the
     // accuracy of the image sum (its images end at different distances).
-    Model m = make_model(2, 1, 0, kD, kD, kD, {{1.3e-6, 800.0}}, [](int, int, int) { return 1; });
-    const Lattice lat{Periodicity{1, 0, 0}, 2, 1, 0, kD, kD, kD};
-    m.AIJ = make_tensor(2, 1, 0, 1);
-    tensor_periodic(m.A, m.MS, m.AIJ, lat, 1);
-    const NeighbourBlocks nb = exchange_neighbour_blocks(m.A, m.MS, kD, kD, kD, 1);
+    const Own p(Lattice{Periodicity{1, 0, 0}, 2, 1, 0, kD, kD, kD});
+    const NeighbourBlocks& nb = p.nb;
     const double k = 0.37 * kPi / (3 * kD);
-    const BlochKernel K = bloch_kernel(m.AIJ, nb, lat, {k, 0.0, 0.0});
+    const BlochKernel K = bloch_kernel(p.m.AIJ, nb, p.lat, {k, 0.0, 0.0});
     double big = 0.0;
     for (std::size_t q = 0; q < K.size(); ++q) big = std::max(big, std::abs(K.data()[q]));
     for (int j = -1; j <= 1; ++j)
@@ -294,19 +316,9 @@ TEST(BlochDense, ReciprocalChainAndSmallWavevector) {
     // lattice sums: f(k) = f(-k) (a phase of the dipolar sum that did not
     // match the exchange's would break it), and a small k stays next to
     // k = 0.
-    Model m = make_model(1, 0, 0, kD, kD, kD, {{1.3e-6, 800.0}}, [](int, int, int) { return 1; });
-    const Lattice lat{Periodicity{1, 0, 0}, 1, 0, 0, kD, kD, kD};
-    m.AIJ = make_tensor(1, 0, 0, 1);
-    tensor_periodic(m.A, m.MS, m.AIJ, lat, 1);
-    set_m(m, [](int, int, int) { return std::array<double, 3>{0.0, 1.0, 0.0}; });
-    set_field(m, {0.0, 8000.0, 0.0});
-    set_numbering(m);
-    const NeighbourBlocks nb = exchange_neighbour_blocks(m.A, m.MS, kD, kD, kD, 1);
-    const auto at = [&](double k) {
-        Modes r;
-        captured_cout([&] { calcmatrix_bloch(BlochProblem{m.input(), nb, lat, {k, 0.0, 0.0}}, 4, r.out()); });
-        return freqs(r);
-    };
+    Own p(Lattice{Periodicity{1, 0, 0}, 1, 0, 0, kD, kD, kD});
+    p.settle({0.0, 1.0, 0.0}, 8000.0);
+    const auto at = [&](double k) { return p.freqs_at({k, 0.0, 0.0}, 4); };
     const double k = 0.4 * kPi / (2 * kD);
     const auto fp = at(k), fm = at(-k), f0 = at(0.0), fs = at(1.0);
     ASSERT_EQ(fp.size(), 2u);
@@ -328,20 +340,10 @@ TEST(BlochDense, InterfacialDmiShiftsWavesAcrossM) {
     // field and the applied field; waves along x (along M) are not.  D > 0
     // raises the waves that run along +y (z x M).
     const double dx = 2e-7, dy = 2e-7, dz = 1e-7, D = 1.0, Ms = 800.0;
-    Model m = make_model(0, 0, 0, dx, dy, dz, {{1.3e-6, Ms}}, [](int, int, int) { return 1; });
-    const Lattice lat{Periodicity{1, 1, 0}, 0, 0, 0, dx, dy, dz};
-    m.AIJ = make_tensor(0, 0, 0, 1);
-    tensor_periodic(m.A, m.MS, m.AIJ, lat, 1);
-    NeighbourBlocks nb = exchange_neighbour_blocks(m.A, m.MS, dx, dy, dz, 1);
-    adddmi(m.AIJ, nb, m.MS, lat.p, 0, 0, 0, dx, dy, dz, kDmiInterfacial, D, 1);
-    set_m(m, [](int, int, int) { return std::array<double, 3>{1.0, 0.0, 0.0}; });
-    set_field(m, {1000.0, 0.0, 0.0});
-    set_numbering(m);
-    const auto at = [&](double kx, double ky) {
-        Modes r;
-        captured_cout([&] { calcmatrix_bloch(BlochProblem{m.input(), nb, lat, {kx, ky, 0.0}}, 2, r.out()); });
-        return freqs(r);
-    };
+    Own p(Lattice{Periodicity{1, 1, 0}, 0, 0, 0, dx, dy, dz});
+    adddmi(p.m.AIJ, p.nb, p.m.MS, p.lat.p, 0, 0, 0, dx, dy, dz, kDmiInterfacial, D, 1);
+    p.settle({1.0, 0.0, 0.0}, 1000.0);
+    const auto at = [&](double kx, double ky) { return p.freqs_at({kx, ky, 0.0}, 2); };
     const double k = 4e5;  // rad/cm, k d = 0.08
     const auto fp = at(0.0, k), fm = at(0.0, -k), xp = at(k, 0.0), xm = at(-k, 0.0);
     ASSERT_EQ(fp.size(), 1u);
