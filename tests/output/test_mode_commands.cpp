@@ -107,14 +107,10 @@ struct Ring {
     IntGrid mask = make_int_grid(n, n, 0), num = make_int_grid(n, n, 0);
     int N = 0;
     Ring() {
-        for (int i = 0; i <= n; ++i)
-            for (int j = 0; j <= n; ++j) {
-                const double r = std::hypot(i - c, j - c);
-                if (r >= 5.5 && r <= 11.0) mask(i, j, 0) = 1;
-            }
         for (int i = 0; i <= n; ++i)  // numbered in eigen-file order
             for (int j = 0; j <= n; ++j)
-                if (mask(i, j, 0)) num(i, j, 0) = ++N;
+                if (const double r = std::hypot(i - c, j - c); r >= 5.5 && r <= 11.0)
+                    mask(i, j, 0) = 1, num(i, j, 0) = ++N;
     }
     static double theta(int i, int j) { return std::atan2(j - c, i - c); }
     static double weight(int i, int j) { return i == 22 && j == 11 ? 1.5 : 1.0; }

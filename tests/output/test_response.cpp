@@ -33,17 +33,10 @@ struct Row {
     CVecGrid h;
     explicit Row(int n) : nx(n), mask(make_int_grid(n, 0, 0, 1)), num(make_int_grid(n, 0, 0)), M(make_vec_grid(n, 0, 0)),
                           h(make_cvec_grid(n, 0, 0)) {
-        for (int i = 0; i <= nx; ++i) {
-            num(i, 0, 0) = i + 1;
-            M(i, 0, 0, 3) = kMs;
-        }
+        for (int i = 0; i <= nx; ++i) num(i, 0, 0) = i + 1, M(i, 0, 0, 3) = kMs;
     }
     void drive(cplx hx, cplx hy, cplx hz) {
-        for (int i = 0; i <= nx; ++i) {
-            h(i, 0, 0, 1) = hx;
-            h(i, 0, 0, 2) = hy;
-            h(i, 0, 0, 3) = hz;
-        }
+        for (int i = 0; i <= nx; ++i) h(i, 0, 0, 1) = hx, h(i, 0, 0, 2) = hy, h(i, 0, 0, 3) = hz;
     }
 };
 
