@@ -239,11 +239,8 @@ TEST(ModeFiles, VtkArraysAgreeWithTheOvfPairAndTheState) {
     const IntGrid all = make_int_grid(nx, ny, nz, 1);
     VecGrid M = make_vec_grid(nx, ny, nz);
     loadm(M, all, nx, ny, nz, (dir / "m.dat").string());
-    std::istringstream om(dir.read("omega.txt"));
-    std::vector<double> f, g;
-    int p;
-    double fp, gp;
-    while (om >> p >> fp >> gp) f.push_back(fp), g.push_back(gp);
+    std::vector<double> f, g;  // from the rows p, f, g of OMEGA_PRINT
+    for (const auto& row : number_rows(dir.read("omega.txt"))) f.push_back(row.at(1)), g.push_back(row.at(2));
     ASSERT_GE(f.size(), 2u);
     const std::string pvd = dir.read("m.pvd");
     std::string files;
