@@ -169,7 +169,9 @@ TEST(Script, RefusedWithTheLineAndTheReason) {
             EXPECT_TRUE(holds(e, c.says));
         else
             EXPECT_EQ(e, c.says[0]);
-        if (*c.absent) EXPECT_FALSE(d.exists(c.absent)) << c.absent;
+        if (*c.absent) {
+            EXPECT_FALSE(d.exists(c.absent)) << c.absent;
+        }
     }
 }
 
