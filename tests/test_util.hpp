@@ -1,6 +1,7 @@
 #pragma once
-// Helpers shared by the test programs: scratch directories and running the
-// built program on a script.
+// Helpers shared by the test programs: scratch directories, scripts run
+// in-process or by the built program, and the checks and readers of files
+// and console text that many tests use.
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -60,7 +61,8 @@ void expect_thread_independent(Fn&& fn, std::initializer_list<int> threads = {3}
 // The little-endian 32-bit integer and 64-bit real at byte `at` of a file's bytes.
 inline std::uint64_t le_bits(const std::string& s, std::size_t at, int bytes) {
     std::uint64_t u = 0;
-    for (int b = 0; b < bytes; ++b) u |= static_cast<std::uint64_t>(static_cast<unsigned char>(s.at(at + b))) << (8 * b);
+    for (int b = 0; b < bytes; ++b)
+        u |= static_cast<std::uint64_t>(static_cast<unsigned char>(s.at(at + b))) << (8 * b);
     return u;
 }
 inline std::int32_t le_int(const std::string& s, std::size_t at) {
@@ -167,7 +169,9 @@ inline std::vector<std::vector<double>> number_rows(const std::string& text) {
 // Makes `dir` the working directory for its lifetime.
 class InDir {
 public:
-    explicit InDir(const TempDir& dir) : old_(std::filesystem::current_path()) { std::filesystem::current_path(dir.path()); }
+    explicit InDir(const TempDir& dir) : old_(std::filesystem::current_path()) {
+        std::filesystem::current_path(dir.path());
+    }
     ~InDir() { std::filesystem::current_path(old_); }
     InDir(const InDir&) = delete;
     InDir& operator=(const InDir&) = delete;
