@@ -1,7 +1,10 @@
 #pragma once
-// Helpers shared by the test programs: scratch directories and running the
-// built program on a script.
+// Helpers shared by the test programs: scratch directories, scripts run
+// in-process or by the built program, and the checks and readers of files
+// and console text that many tests use.
 #include <array>
+#include <bit>
+#include <cstdint>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -14,10 +17,14 @@
 #include <string>
 #include <vector>
 #include <unistd.h>
+#include <omp.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include "core/array.hpp"
 #include "core/error.hpp"
+#include "interpreter/command_table.hpp"
+#include "interpreter/model_state.hpp"
 
 namespace torix {
 
@@ -35,6 +42,43 @@ void for_cells(int nx, int ny, int nz, Fn&& fn) {
     for (int k = 0; k <= nz; ++k)
         for (int j = 0; j <= ny; ++j)
             for (int i = 0; i <= nx; ++i) fn(i, j, k);
+}
+
+// fn() run on one thread equals fn() run on each of `threads`: how the work
+// is shared out must not change a single bit.
+template <class Fn>
+void expect_thread_independent(Fn&& fn, std::initializer_list<int> threads = {3}) {
+    const int saved = omp_get_max_threads();
+    omp_set_num_threads(1);
+    const auto one = fn();
+    for (int t : threads) {
+        omp_set_num_threads(t);
+        EXPECT_TRUE(fn() == one) << t << " threads";
+    }
+    omp_set_num_threads(saved);
+}
+
+// The little-endian 32-bit integer and 64-bit real at byte `at` of a file's bytes.
+inline std::uint64_t le_bits(const std::string& s, std::size_t at, int bytes) {
+    std::uint64_t u = 0;
+    for (int b = 0; b < bytes; ++b)
+        u |= static_cast<std::uint64_t>(static_cast<unsigned char>(s.at(at + b))) << (8 * b);
+    return u;
+}
+inline std::int32_t le_int(const std::string& s, std::size_t at) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(le_bits(s, at, 4)));
+}
+inline double le_real(const std::string& s, std::size_t at) { return std::bit_cast<double>(le_bits(s, at, 8)); }
+
+// Whether `text` holds each of `parts`, in this order.
+inline ::testing::AssertionResult holds(const std::string& text, const std::vector<std::string>& parts) {
+    std::size_t at = 0;
+    for (const std::string& p : parts) {
+        if ((at = text.find(p, at)) == std::string::npos)
+            return ::testing::AssertionFailure() << "\"" << p << "\" missing (in this order) in:\n" << text;
+        at += p.size();
+    }
+    return ::testing::AssertionSuccess();
 }
 
 // The message of the FatalError that fn throws; "no error" when it throws none.
@@ -60,6 +104,18 @@ std::string captured_cout(Fn&& fn) {
     return cap.str();
 }
 
+// The whole content of a file ("" when it cannot be read), and a text's lines.
+inline std::string read_file(const std::filesystem::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+inline std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string l; std::getline(in, l);) out.push_back(l);
+    return out;
+}
+
 // A fresh directory under the system temp dir, removed with its contents.
 class TempDir {
 public:
@@ -81,10 +137,7 @@ public:
         std::ofstream(path_ / name, std::ios::binary) << text;
         return path_ / name;
     }
-    [[nodiscard]] std::string read(const std::string& name) const {
-        std::ifstream in(path_ / name, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
+    [[nodiscard]] std::string read(const std::string& name) const { return read_file(path_ / name); }
     [[nodiscard]] bool exists(const std::string& name) const { return std::filesystem::exists(path_ / name); }
 
 private:
@@ -111,6 +164,58 @@ inline std::vector<std::vector<double>> number_rows(const std::string& text) {
         out.push_back(r);
     }
     return out;
+}
+
+// Makes `dir` the working directory for its lifetime.
+class InDir {
+public:
+    explicit InDir(const TempDir& dir) : old_(std::filesystem::current_path()) {
+        std::filesystem::current_path(dir.path());
+    }
+    ~InDir() { std::filesystem::current_path(old_); }
+    InDir(const InDir&) = delete;
+    InDir& operator=(const InDir&) = delete;
+
+private:
+    std::filesystem::path old_;
+};
+
+// Runs `script` in-process as input.dat in `dir` on `st` and returns what
+// it printed on std::cout; what it printed on std::cerr goes to *err when
+// given.  A FatalError passes through, the streams and folder restored.
+inline std::string run_in(const TempDir& dir, ModelState& st, const std::string& script, std::string* err = nullptr) {
+    dir.write("input.dat", script);
+    const InDir in(dir);
+    std::ostringstream cerr_text;
+    struct Restore {
+        std::streambuf* old;
+        ~Restore() { std::cerr.rdbuf(old); }
+    } restore{std::cerr.rdbuf(cerr_text.rdbuf())};
+    const std::string out = captured_cout([&] { run_script(st, "input.dat", "input.dat"); });
+    if (err != nullptr) *err = cerr_text.str();
+    return out;
+}
+inline std::string run_in(const TempDir& dir, const std::string& script) {
+    ModelState st;
+    return run_in(dir, st, script);
+}
+
+// Demagnetizing factor along z of a rectangular prism of sides proportional
+// to a, b, c (along x, y, z), in the closed form of A. Aharoni, J. Appl.
+// Phys. 83, 3432 (1998), eq. (1).
+inline double aharoni_nz(double a, double b, double c) {
+    const double r = std::sqrt(a * a + b * b + c * c);
+    const double ab = std::sqrt(a * a + b * b), bc = std::sqrt(b * b + c * c), ac = std::sqrt(a * a + c * c);
+    const double abc = a * b * c;
+    const double s = (b * b - c * c) / (2 * b * c) * std::log((r - a) / (r + a)) +
+                     (a * a - c * c) / (2 * a * c) * std::log((r - b) / (r + b)) +
+                     b / (2 * c) * std::log((ab + a) / (ab - a)) + a / (2 * c) * std::log((ab + b) / (ab - b)) +
+                     c / (2 * a) * std::log((bc - b) / (bc + b)) + c / (2 * b) * std::log((ac - a) / (ac + a)) +
+                     2 * std::atan(a * b / (c * r)) + (a * a * a + b * b * b - 2 * c * c * c) / (3 * abc) +
+                     (a * a + b * b - 2 * c * c) / (3 * abc) * r + c / (a * b) * (ac + bc) -
+                     (std::pow(a * a + b * b, 1.5) + std::pow(b * b + c * c, 1.5) + std::pow(c * c + a * a, 1.5)) /
+                         (3 * abc);
+    return s / 3.14159265358979323846;
 }
 
 struct RunResult {

@@ -40,6 +40,16 @@ struct Problem {
         Happ = make_vec_grid(nx, ny, nz);
     }
 
+    // The Fourier form of AIJ, single-layer or whole-volume.
+    [[nodiscard]] FourierTensor fourier(bool two_d = false) const {
+        FourierTensor F;
+        if (two_d)
+            aijfft2d(AIJ, F, nx, ny, nmat);
+        else
+            aijfft(AIJ, F, nx, ny, nz, nmat);
+        return F;
+    }
+
     // Random mask (holes with probability `hole`), materials at random;
     // random directions at length MS; junk in empty cells, which must not
     // act as sources; a random applied field.
@@ -95,8 +105,7 @@ TEST(FftField, ThreeDimensionalTwoMaterialsWithHolesOddAndEvenSizes) {
     for (auto [nx, ny, nz] : {std::array<int, 3>{4, 5, 2}, std::array<int, 3>{5, 3, 3}, std::array<int, 3>{2, 6, 1}}) {
         Problem p(nx, ny, nz, 2);
         p.randomize(17u + nx, 0.3);
-        FourierTensor F;
-        aijfft(p.AIJ, F, nx, ny, nz, 2);
+        FourierTensor F = p.fourier();
         EXPECT_TRUE(F.real_spectrum);  // the Newell tensor is even under r -> -r
         EXPECT_EQ(F.Ky, ny + 2);       // and has a parity along y and z: half planes kept
         EXPECT_EQ(F.Kz, nz + 2);
@@ -117,8 +126,7 @@ TEST(FftField, PeriodicTensorAlongOneAndTwoAxes) {
         p.AIJ = make_tensor(p.nx, p.ny, p.nz, p.nmat);
         tensor_periodic(p.A, p.MS, p.AIJ, Lattice{per, p.nx, p.ny, p.nz, p.dx, p.dy, p.dz}, p.nmat);
         p.randomize(41u + per.px, 0.2);
-        FourierTensor F;
-        aijfft(p.AIJ, F, p.nx, p.ny, p.nz, p.nmat);
+        FourierTensor F = p.fourier();
         expect_same_field(p, F, p.AIJ);
     }
 }
@@ -140,11 +148,7 @@ TEST(FftField, LayersColumnsRowsOneCellAndDriveTerms) {
         p.randomize(5u + c.nx + 7u * c.nz, c.hole);
         p.s = c.s;
         if (c.s != 0.0) p.MP = {12.0, -40.0, 7.5};
-        FourierTensor F;
-        if (c.two_d)
-            aijfft2d(p.AIJ, F, c.nx, c.ny, c.nmat);
-        else
-            aijfft(p.AIJ, F, c.nx, c.ny, c.nz, c.nmat);
+        const FourierTensor F = p.fourier(c.two_d);
         EXPECT_EQ(F.two_d, c.two_d);
         expect_same_field(p, F, p.AIJ);
     }
@@ -159,8 +163,7 @@ TEST(FftField, MaterialsWithUnrelatedSlicesGetTheirOwnConvolution) {
     tensornewall(p.A, p.MS, p.AIJ, 4, 3, 2, 2.0 * p.dx, p.dy, 0.7 * p.dz, 2, 3);
     tensornewall(p.A, p.MS, p.AIJ, 4, 3, 2, p.dx, p.dy, p.dz, 3, 3);
     p.randomize(31, 0.15);
-    FourierTensor F;
-    aijfft(p.AIJ, F, 4, 3, 2, 3);
+    FourierTensor F = p.fourier();
     ASSERT_EQ(F.set_material.size(), 2u);
     EXPECT_EQ(F.set_material[1], 2);
     EXPECT_EQ(F.stencil[3].size(), 6u);
@@ -173,8 +176,7 @@ TEST(FftField, KernelNotEvenUsesComplexSpectra) {
         for (auto [c, v] : {std::pair{1, 0.3}, std::pair{2, 0.5}, std::pair{4, 0.5}, std::pair{9, 0.8}})
             p.AIJ(1, 1, 0, c, m) += v;
     p.randomize(12, 0.2);
-    FourierTensor F;
-    aijfft(p.AIJ, F, 3, 2, 1, 2);
+    FourierTensor F = p.fourier();
     EXPECT_FALSE(F.real_spectrum);
     EXPECT_EQ(F.Ky, F.L2);
     expect_same_field(p, F, p.AIJ);
@@ -198,11 +200,7 @@ TEST(FftField, DmiIsAddedByTheStencilsOfItsMaterials) {
         adddmi(p.AIJ, nb, p.MS, c.p, c.nx, c.ny, c.nz, p.dx, p.dy, p.dz, kDmiBulk, -30.0, 2);
         adddmi(p.AIJ, nb, p.MS, c.p, c.nx, c.ny, c.nz, p.dx, p.dy, p.dz, kDmiInterfacial, 15.0, 2);
         p.randomize(71u + c.nx, 0.2);
-        FourierTensor F;
-        if (c.nz == 0)
-            aijfft2d(p.AIJ, F, c.nx, c.ny, 2);
-        else
-            aijfft(p.AIJ, F, c.nx, c.ny, c.nz, 2);
+        const FourierTensor F = p.fourier(c.nz == 0);
         EXPECT_TRUE(F.real_spectrum);
         EXPECT_EQ(F.Ky, c.ny + 2);
         EXPECT_FALSE(F.stencil[1].empty());
@@ -233,8 +231,7 @@ TEST(FftField, AnisotropyAddedToTheFourierFormOnly) {
     // that material's self block, with K' = K / MS^2.
     Problem p(5, 4, 1, 2);
     p.randomize(44, 0.2);
-    FourierTensor F;
-    aijfft(p.AIJ, F, 5, 4, 1, 2);
+    FourierTensor F = p.fourier();
     const TensorArray before = p.AIJ;
     const double u[3] = {1.0, 1.0, 0.5}, K = 2.0e5;
     add_anisotropy_fourier(F, p.MS, 2, u[0], u[1], u[2], K);
@@ -248,8 +245,7 @@ TEST(FftField, AnisotropyAddedToTheFourierFormOnly) {
 
 TEST(FftField, GridChangedWithoutNewFourierFormIsRefused) {
     Problem p(3, 3, 1, 1);
-    FourierTensor F;
-    aijfft(p.AIJ, F, 3, 3, 1, 1);
+    FourierTensor F = p.fourier();
     Problem q(4, 3, 1, 1);
     VecGrid H = q.Happ;
     EXPECT_THROW(calcfieldsfft(q.M, q.MS, q.MP, q.s, q.mask, F, H, 4, 3, 1, 1), std::exception);

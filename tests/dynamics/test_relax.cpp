@@ -39,12 +39,14 @@ struct Model {
     std::array<double, 3> MP{0.0, 0.0, 0.0};
     double beta = 0.0;
 
-    Model(int nx_, int ny_, int nz_) : nx(nx_), ny(ny_), nz(nz_) {
-        mask = make_int_grid(nx, ny, nz);
+    // `filled`: every cell magnetic and the tensor built.
+    Model(int nx_, int ny_, int nz_, bool filled = false) : nx(nx_), ny(ny_), nz(nz_) {
+        mask = make_int_grid(nx, ny, nz, filled ? 1 : 0);
         M = make_vec_grid(nx, ny, nz);
         H = make_vec_grid(nx, ny, nz);
         HINIT = make_vec_grid(nx, ny, nz);
         HRF = make_cvec_grid(nx, ny, nz);
+        if (filled) build();
     }
     // Tensor and Fourier form once the mask is painted.
     void build() {
@@ -64,15 +66,13 @@ struct Model {
     // Calls fn(i, j, k) for every magnetic cell.
     template <class Fn>
     void each_cell(Fn fn) const {
-        for (int k = 0; k <= nz; ++k)
-            for (int j = 0; j <= ny; ++j)
-                for (int i = 0; i <= nx; ++i)
-                    if (mask(i, j, k) != 0) fn(i, j, k);
+        for_cells(nx, ny, nz, [&](int i, int j, int k) {
+            if (mask(i, j, k) != 0) fn(i, j, k);
+        });
     }
     void applied(double hx, double hy, double hz) {
-        for (int k = 0; k <= nz; ++k)
-            for (int j = 0; j <= ny; ++j)
-                for (int i = 0; i <= nx; ++i) HINIT(i, j, k, 1) = hx, HINIT(i, j, k, 2) = hy, HINIT(i, j, k, 3) = hz;
+        for_cells(nx, ny, nz,
+                  [&](int i, int j, int k) { HINIT(i, j, k, 1) = hx, HINIT(i, j, k, 2) = hy, HINIT(i, j, k, 3) = hz; });
     }
     double run_relax(double alpha, double threshold, long max_passes = 0) {
         H = HINIT;
@@ -96,31 +96,18 @@ struct Model {
     }
 };
 
-void box(Model& m) {
-    int count = 0;
-    calcslab2(m.mask, m.nx, m.ny, m.nz, 0, m.nx, 0, m.ny, 0, m.nz, 1, count);
-}
-
-// Silences the progress lines of a call.
 template <class Fn>
 void quietly(Fn fn) {
-    testing::internal::CaptureStdout();
-    fn();
-    (void)testing::internal::GetCapturedStdout();
+    (void)captured_cout(fn);
 }
 
 TEST(Relax, HighThresholdReturnsAfterOneEvaluationWithMUnchanged) {
-    Model m(3, 2, 1);
-    box(m);
-    m.build();
+    Model m(3, 2, 1, true);
     initrandom(m.M, m.MS, m.mask, 3, 2, 1);
     m.applied(10.0, -20.0, 30.0);
     const VecGrid before = m.M;
-    testing::internal::CaptureStdout();
-    m.run_relax(0.5, 1.0e10);
-    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(captured_cout([&] { m.run_relax(0.5, 1.0e10); }), "");  // no pass line
     EXPECT_TRUE(m.M == before);
-    EXPECT_EQ(out, "");  // no pass line
     VecGrid want = m.HINIT;
     calcfields(m.M, m.MS, m.MP, 0.0, m.mask, m.AIJ, want, 3, 2, 1, 1);
     EXPECT_TRUE(m.H == want);  // H: applied field plus one field evaluation
@@ -130,15 +117,11 @@ TEST(Relax, PassLinesCountFromOneAndTheFieldIsResetBeforeEachEvaluation) {
     // A single cube cell in a field along z, M along z: the self field is
     // -4 pi / 3 M, so H = Happ - 4 pi/3 M on every pass (not accumulating),
     // and M does not move: one pass, change 0, energy -M . H.
-    Model m(0, 0, 0);
-    box(m);
-    m.build();
+    Model m(0, 0, 0, true);
     initdir(m.M, m.MS, m.mask, 0, 0, 0, 0.0, 0.0, 1.0);
     m.applied(0.0, 0.0, 5000.0);
-    testing::internal::CaptureStdout();
-    const double E = m.run_relax(0.3, 1e-12);
-    const std::string out = testing::internal::GetCapturedStdout();
-    std::istringstream lines(out);
+    double E = 0.0;
+    std::istringstream lines(captured_cout([&] { E = m.run_relax(0.3, 1e-12); }));
     int pass = 0;
     double change = -1.0, energy = 0.0;
     lines >> pass >> change >> energy;
@@ -168,18 +151,14 @@ TEST(Relax, SphereInStrongFieldAlignsWithTheField) {
 }
 
 TEST(Relax, ThinSquarePlateletRelaxesInPlane) {
-    Model m(9, 9, 0);
-    box(m);
-    m.build();
+    Model m(9, 9, 0, true);
     initdir(m.M, m.MS, m.mask, 9, 9, 0, 0.3, 0.1, 1.0);  // mostly out of plane
     quietly([&] { m.run_relax(0.02, 1e-5); });
     double mz_worst = 0.0, mx = 0.0, my = 0.0;
-    for (int j = 0; j <= 9; ++j)
-        for (int i = 0; i <= 9; ++i) {
-            mz_worst = std::max(mz_worst, std::abs(m.M(i, j, 0, 3)) / 800.0);
-            mx += m.M(i, j, 0, 1) / 800.0 / 100.0;
-            my += m.M(i, j, 0, 2) / 800.0 / 100.0;
-        }
+    m.each_cell([&](int i, int j, int k) {
+        mz_worst = std::max(mz_worst, std::abs(m.M(i, j, k, 3)) / 800.0);
+        mx += m.M(i, j, k, 1) / 800.0 / 100.0, my += m.M(i, j, k, 2) / 800.0 / 100.0;
+    });
     EXPECT_LT(mz_worst, 1e-3);
     EXPECT_GT(std::hypot(mx, my), 0.9);  // a nearly uniform in-plane state
 }
@@ -228,9 +207,7 @@ TEST(Relax, DiskStartedAsVortexStaysVortex) {
 // pass 110; with alpha = 0.1 it converges in under 400 passes.
 TEST(Relax, StallIsReportedOnceWithASmallerAlphaAndConvergingRunsAreQuiet) {
     const auto platelet = [] {
-        auto m = std::make_unique<Model>(23, 23, 1);
-        box(*m);
-        m->build();
+        auto m = std::make_unique<Model>(23, 23, 1, true);
         m->applied(823.3, 576.3, 0.0);
         initdir(m->M, m->MS, m->mask, 23, 23, 1, 1.0, 0.7, 0.0);
         return m;
@@ -239,18 +216,12 @@ TEST(Relax, StallIsReportedOnceWithASmallerAlphaAndConvergingRunsAreQuiet) {
     testing::internal::CaptureStderr();
     quietly([&] { stuck->run_relax(0.5, 1e-9, 2500); });
     const std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_NE(err.find("RELAX: warning:"), std::string::npos) << err;
-    EXPECT_NE(err.find("try alpha = 0.125"), std::string::npos) << err;
+    EXPECT_TRUE(holds(err, {"RELAX: warning:", "try alpha = 0.125"}));
     EXPECT_EQ(err.find("warning", err.find("warning") + 1), std::string::npos) << "said more than once: " << err;
 
     auto fine = platelet();
     testing::internal::CaptureStderr();
-    std::string out;
-    {
-        testing::internal::CaptureStdout();
-        fine->run_relax(0.1, 1e-6, 2500);
-        out = testing::internal::GetCapturedStdout();
-    }
+    const std::string out = captured_cout([&] { fine->run_relax(0.1, 1e-6, 2500); });
     EXPECT_EQ(testing::internal::GetCapturedStderr().find("warning"), std::string::npos);
     // Converged: the last pass line's change is below the threshold.
     const std::string last = out.substr(out.rfind('\n', out.size() - 2) + 1);
@@ -289,9 +260,7 @@ TEST(RungeKutta, TorqueIsMinusMCrossH) {
 TEST(RungeKutta, SingleCellPrecessesAtTheLarmorFrequency) {
     // One cube cell: the self field is along M, so M precesses about the
     // applied field at angular frequency |Happ| (internal time).
-    Model m(0, 0, 0);
-    box(m);
-    m.build();
+    Model m(0, 0, 0, true);
     initdir(m.M, m.MS, m.mask, 0, 0, 0, 1.0, 0.0, 1.0);
     m.applied(0.0, 0.0, 1000.0);
     const double period = 2.0 * kPi / 1000.0, dt = period / 200.0;
@@ -333,9 +302,7 @@ TEST(RungeKutta, FourthOrderUnderATimeDependentDrive) {
     const auto exact = rotating_drive_state(m0, H0, h, omega, T);
     double err[3];
     for (int r = 0; r < 3; ++r) {
-        Model m(0, 0, 0);
-        box(m);
-        m.build();
+        Model m(0, 0, 0, true);
         m.applied(0.0, 0.0, H0);
         m.HRF(0, 0, 0, 1) = cplx(h, 0.0);  // Re(HRF e^{i omega t}) = h (cos, sin, 0)
         m.HRF(0, 0, 0, 2) = cplx(0.0, -h);
@@ -359,17 +326,18 @@ TEST(RungeKutta, RelaxationPrintsZeemanPlusSelfEnergy) {
     // One cell with a hand-set self block -N (diagonal, no exchange): its
     // field is Happ - N M, so the energy density is -M . Happ + (1/2) M . N M.
     Model m(0, 0, 0);
-    box(m);
+    m.mask(0, 0, 0) = 1;
     m.AIJ = make_tensor(0, 0, 0, 1);
     const double N[3] = {0.5, 1.0, 2.0};
     for (int a = 0; a < 3; ++a) m.AIJ(0, 0, 0, 1 + 4 * a, 1) = -N[a];
     m.applied(300.0, 0.0, 2000.0);
     initdir(m.M, m.MS, m.mask, 0, 0, 0, 0.0, 1.0, 0.2);
     VecGrid best;
-    testing::internal::CaptureStdout();
-    const double E = relaxrk4(m.M, m.MS, m.MP, m.mask, 0, 0, 0, 1, 0.3, 1.0, 1.0 / 40000.0, m.AIJ, m.F, m.H,
-                              kMethodDirect, 1e-4, m.HINIT, m.HRF, best);
-    const std::string out = testing::internal::GetCapturedStdout();
+    double E = 0.0;
+    const std::string out = captured_cout([&] {
+        E = relaxrk4(m.M, m.MS, m.MP, m.mask, 0, 0, 0, 1, 0.3, 1.0, 1.0 / 40000.0, m.AIJ, m.F, m.H, kMethodDirect, 1e-4,
+                     m.HINIT, m.HRF, best);
+    });
     const auto at = out.rfind(" time spent");
     ASSERT_NE(at, std::string::npos);
     const auto line_start = out.rfind('\n', at - 2);
@@ -385,17 +353,10 @@ TEST(RungeKutta, RelaxationPrintsZeemanPlusSelfEnergy) {
     EXPECT_GT((m.M(0, 0, 0, 1) * hx + m.M(0, 0, 0, 3) * hz) / (800.0 * std::hypot(hx, hz)), 0.99);
 }
 
-std::vector<std::array<double, 5>> read_trajectory(const std::string& path) {
-    std::ifstream in(path);
-    std::vector<std::array<double, 5>> rows;
-    std::string line;
-    while (std::getline(in, line)) {
-        auto items = split_items(line);
-        if (items.size() != 5) ADD_FAILURE() << "bad line: " << line;
-        std::array<double, 5> r{};
-        for (int c = 0; c < 5 && c < static_cast<int>(items.size()); ++c) r[c] = *parse_real(items[c]);
-        rows.push_back(r);
-    }
+// Rows t, mx, my, mz, E of a trajectory file.
+std::vector<std::vector<double>> read_trajectory(const std::string& path) {
+    auto rows = number_rows(read_file(path));
+    for (const auto& r : rows) EXPECT_EQ(r.size(), 5u);
     return rows;
 }
 
@@ -403,9 +364,7 @@ TEST(Trajectory, EnergyConservedWithoutDampingAndFallingWithIt) {
     TempDir dir;
     double drift[2] = {0.0, 0.0}, fall[2] = {0.0, 0.0}, scale = 0.0;
     for (int damped = 0; damped < 2; ++damped) {
-        Model m(3, 2, 1);
-        box(m);
-        m.build();
+        Model m(3, 2, 1, true);
         initrandom(m.M, m.MS, m.mask, 3, 2, 1);
         m.beta = damped ? 0.2 : 0.0;
         const double dt = 1.0 / (64.0 * m.hmax());
@@ -436,11 +395,8 @@ TEST(Trajectory, EnergyConservedWithoutDampingAndFallingWithIt) {
 
 TEST(Timestep, FirstStepFromTheLargestFieldAndPowerOfTwoResult) {
     TempDir dir;
-    const auto cwd = std::filesystem::current_path();
-    std::filesystem::current_path(dir.path());
-    Model m(0, 0, 0);
-    box(m);
-    m.build();
+    const InDir in(dir);
+    Model m(0, 0, 0, true);
     m.applied(0.0, 0.0, 2000.0);
     // The random start of one cell: its field is Happ - 4 pi/3 M.
     initrandom(m.M, m.MS, m.mask, 0, 0, 0);
@@ -448,10 +404,8 @@ TEST(Timestep, FirstStepFromTheLargestFieldAndPowerOfTwoResult) {
                                    m.HINIT(0, 0, 0, 2) - 4 * kPi / 3 * m.M(0, 0, 0, 2),
                                    m.HINIT(0, 0, 0, 3) - 4 * kPi / 3 * m.M(0, 0, 0, 3));
     double dt = 0.0;
-    testing::internal::CaptureStdout();
-    set_timestep(m.HINIT, m.HRF, m.MS, m.MP, 0.0, m.AIJ, m.F, m.mask, 0, 0, 0, 1, dt, 1.0);
-    const std::string out = testing::internal::GetCapturedStdout();
-    std::filesystem::current_path(cwd);
+    const std::string out =
+        captured_cout([&] { set_timestep(m.HINIT, m.HRF, m.MS, m.MP, 0.0, m.AIJ, m.F, m.mask, 0, 0, 0, 1, dt, 1.0); });
     const double dt0 = 1.0 / (16.0 * hmax);
     EXPECT_NEAR(std::stod(out), dt0, 1e-12 * dt0);
     const double ratio = std::log2(dt / dt0);
@@ -465,15 +419,13 @@ TEST(Timestep, ChosenStepStaysWithinOnePercentOfTheReferenceAndItsDoubleDoesNot)
     // Twelve cells with exchange and dipolar coupling: the trial steps
     // leave the reference gradually, so the 1 % bound decides the step.
     TempDir dir;
-    const auto cwd = std::filesystem::current_path();
-    std::filesystem::current_path(dir.path());
-    Model m(3, 2, 1);
-    box(m);
-    m.build();
+    Model m(3, 2, 1, true);
     m.applied(0.0, 0.0, 500.0);
     double dt = 0.0;
-    quietly([&] { set_timestep(m.HINIT, m.HRF, m.MS, m.MP, 0.0, m.AIJ, m.F, m.mask, 3, 2, 1, 1, dt, 1.0); });
-    std::filesystem::current_path(cwd);
+    {
+        const InDir in(dir);
+        quietly([&] { set_timestep(m.HINIT, m.HRF, m.MS, m.MP, 0.0, m.AIJ, m.F, m.mask, 3, 2, 1, 1, dt, 1.0); });
+    }
     // The same random start, integrated here over 128 first steps.
     initrandom(m.M, m.MS, m.mask, 3, 2, 1);
     const VecGrid start = m.M;
@@ -508,10 +460,8 @@ TEST(RelaxCommands, RungeKuttaRunsSnapshotsAndExec) {
               "RELAX\n2 -1 0\nSET_BETA\n0\nEXEC\n0.001 0 traj.dat\nEND\n");
     const RunResult r = run_torix(dir);
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find(" timestep= "), std::string::npos);
-    EXPECT_NE(r.out.find(" time spent "), std::string::npos);  // alpha = 0: the Runge-Kutta method
-    EXPECT_NE(r.out.find(" RELAX ok"), std::string::npos);
-    EXPECT_NE(r.out.find(" EXEC ok"), std::string::npos);
+    // " time spent": alpha = 0 is the Runge-Kutta method.
+    EXPECT_TRUE(holds(r.out, {" timestep= ", " time spent ", " RELAX ok", " EXEC ok"}));
     for (const char* f : {"001m.dat", "001h.dat", "001.wrl", "002m.dat", "002h.dat", "002.wrl", "test.dat",
                           "traj.dat"})
         EXPECT_TRUE(dir.exists(f)) << f;

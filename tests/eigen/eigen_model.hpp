@@ -141,26 +141,24 @@ std::array<double, 2> product_errors(const Op& op, const Op& opt, const std::vec
     return {norm(y) / norm(want), norm(yt) / norm(wantt)};
 }
 
-// ||A v - lambda v|| / (||A||_F ||v||) with A real column-major.
-inline double right_residual(const std::vector<double>& A, const std::vector<cplx>& v, cplx lambda) {
+// ||A v - lambda v|| / (||A||_F ||v||) for a right vector v, or
+// ||v^H A - lambda v^H|| / (||A||_F ||v||) for a left one; A real or
+// complex, column-major.
+template <class T>
+double residual_of(const std::vector<T>& A, const std::vector<cplx>& v, cplx lambda, bool left) {
     const std::size_t n = v.size();
+    double fro = 0.0;
+    for (const T& a : A) fro += std::norm(a);
     std::vector<cplx> r(n, 0.0);
     for (std::size_t c = 0; c < n; ++c)
-        for (std::size_t k = 0; k < n; ++k) r[k] += A[k + c * n] * v[c];
-    for (std::size_t k = 0; k < n; ++k) r[k] -= lambda * v[k];
-    return norm(r) / (frobenius(A) * norm(v));
-}
-
-// ||u^H A - lambda u^H|| / (||A||_F ||u||): the right residual of A^T for conj(u).
-inline double left_residual(const std::vector<double>& A, const std::vector<cplx>& u, cplx lambda) {
-    const std::size_t n = u.size();
-    std::vector<double> At(A.size());
-    std::vector<cplx> uc(n);
-    for (std::size_t c = 0; c < n; ++c) {
-        uc[c] = std::conj(u[c]);
-        for (std::size_t k = 0; k < n; ++k) At[c + k * n] = A[k + c * n];
-    }
-    return right_residual(At, uc, lambda);
+        for (std::size_t k = 0; k < n; ++k) {
+            if (left)
+                r[c] += std::conj(v[k]) * A[k + c * n];
+            else
+                r[k] += A[k + c * n] * v[c];
+        }
+    for (std::size_t k = 0; k < n; ++k) r[k] -= lambda * (left ? std::conj(v[k]) : v[k]);
+    return norm(r) / (std::sqrt(fro) * norm(v));
 }
 
 }  // namespace torix::test

@@ -62,13 +62,9 @@ Periodic periodic_chain(int nx, int ny, const std::vector<std::pair<double, doub
     Periodic p;
     p.dipolar = dipolar;
     Model& m = p.m;
-    m.nx = nx, m.ny = ny, m.nz = 0, m.dx = m.dy = m.dz = kD;
+    m = make_model(nx, ny, 0, kD, kD, kD, mats, [&](int x, int y, int) { return material(x, y); });
     const int nmat = static_cast<int>(mats.size());
-    m.A.allocate({Range{1, nmat}}), m.MS.allocate({Range{1, nmat}});
-    for (int i = 1; i <= nmat; ++i) m.A(i) = mats[i - 1].first, m.MS(i) = mats[i - 1].second;
-    m.MASQUE = make_int_grid(nx, ny, 0, 0);
-    for_cells(nx, ny, 0, [&](int x, int y, int) { m.MASQUE(x, y, 0) = material(x, y); });
-    m.AIJ = make_tensor(nx, ny, 0, nmat);
+    m.AIJ.fill(0.0);
     p.nb = exchange_neighbour_blocks(m.A, m.MS, kD, kD, kD, nmat);
     p.lat = Lattice{Periodicity{1, 0, 0}, nx, ny, 0, kD, kD, kD};
     const int P = nx + 1;
@@ -93,8 +89,6 @@ Periodic periodic_chain(int nx, int ny, const std::vector<std::pair<double, doub
             }
         m.AIJ(0, 0, 0, 9, mat) += ani;
     }
-    m.M = make_vec_grid(nx, ny, 0, 0.0);
-    m.H = make_vec_grid(nx, ny, 0, 0.0);
     set_m(m, [](int, int, int) { return std::array<double, 3>{0.0, 0.0, 1.0}; });
     set_field(m, {0.0, 0.0, H0});
     set_numbering(m);
@@ -140,23 +134,6 @@ std::vector<double> freqs(const Modes& r) {
     return f;
 }
 
-// ||A v - lambda v|| / (||A|| ||v||) and the same for u^H A = lambda u^H.
-double residual(const std::vector<cplx>& A, const std::vector<cplx>& v, cplx lambda, bool left) {
-    const std::size_t n = v.size();
-    double fro = 0.0;
-    for (const cplx& a : A) fro += std::norm(a);
-    std::vector<cplx> r(n, 0.0);
-    for (std::size_t c = 0; c < n; ++c)
-        for (std::size_t k = 0; k < n; ++k) {
-            if (left)
-                r[c] += std::conj(v[k]) * A[k + c * n];
-            else
-                r[k] += A[k + c * n] * v[c];
-        }
-    for (std::size_t k = 0; k < n; ++k) r[k] -= lambda * (left ? std::conj(v[k]) : v[k]);
-    return norm(r) / (std::sqrt(fro) * norm(v));
-}
-
 const std::vector<std::pair<double, double>> kTwoMats = {{1.3e-6, 800.0}, {1.0e-6, 1100.0}};
 
 // Two materials alternating along x, two cells across: four distinct bands,
@@ -178,17 +155,39 @@ void add_two_dmis(Periodic& p) {
     set_field(p.m, {0.0, 15000.0, 0.0});
 }
 
+// One material on the grid of `lat` with the program's own periodic tensor
+// (its lattice sums) and neighbour record; `settle` then puts m along u in
+// the field h u and numbers the cells.
+struct Own {
+    Model m;
+    Lattice lat;
+    NeighbourBlocks nb;
+    explicit Own(const Lattice& l) : lat(l) {
+        m = make_model(l.nx, l.ny, l.nz, l.dx, l.dy, l.dz, {{1.3e-6, 800.0}}, [](int, int, int) { return 1; });
+        m.AIJ.fill(0.0);
+        tensor_periodic(m.A, m.MS, m.AIJ, lat, 1);
+        nb = exchange_neighbour_blocks(m.A, m.MS, l.dx, l.dy, l.dz, 1);
+    }
+    void settle(const std::array<double, 3>& u, double h) {
+        set_m(m, [&](int, int, int) { return u; });
+        set_field(m, {h * u[0], h * u[1], h * u[2]});
+        set_numbering(m);
+    }
+    std::vector<double> freqs_at(const std::array<double, 3>& k, int max) {
+        Modes r;
+        captured_cout([&] { calcmatrix_bloch(BlochProblem{m.input(), nb, lat, k}, max, r.out()); });
+        return freqs(r);
+    }
+};
+
 TEST(BlochKernel, HermitianAndPeriodicWithTheProgramsLatticeSums) {
     // A strip of 3 x 2 cells periodic along x, the program's own periodic
     // tensor and k part: K(-o) = K(o)^H, and K(o + P) = K(o) to the
     // accuracy of the image sum (its images end at different distances).
-    Model m = make_model(2, 1, 0, kD, kD, kD, {{1.3e-6, 800.0}}, [](int, int, int) { return 1; });
-    const Lattice lat{Periodicity{1, 0, 0}, 2, 1, 0, kD, kD, kD};
-    m.AIJ = make_tensor(2, 1, 0, 1);
-    tensor_periodic(m.A, m.MS, m.AIJ, lat, 1);
-    const NeighbourBlocks nb = exchange_neighbour_blocks(m.A, m.MS, kD, kD, kD, 1);
+    const Own p(Lattice{Periodicity{1, 0, 0}, 2, 1, 0, kD, kD, kD});
+    const NeighbourBlocks& nb = p.nb;
     const double k = 0.37 * kPi / (3 * kD);
-    const BlochKernel K = bloch_kernel(m.AIJ, nb, lat, {k, 0.0, 0.0});
+    const BlochKernel K = bloch_kernel(p.m.AIJ, nb, p.lat, {k, 0.0, 0.0});
     double big = 0.0;
     for (std::size_t q = 0; q < K.size(); ++q) big = std::max(big, std::abs(K.data()[q]));
     for (int j = -1; j <= 1; ++j)
@@ -266,8 +265,8 @@ TEST(BlochDense, ZoneFoldingAgainstSupercells) {
             ASSERT_EQ(r.modes.nmodes, one.m.N) << "stable: every eigenvalue pair gives one mode at +k";
             for (int p = 1; p <= r.modes.nmodes; ++p) {
                 const cplx lambda(-r.modes.W(p, 2), r.modes.W(p, 1));
-                EXPECT_LT(residual(r.A, vec(r.modes.R, one.m.N, p), lambda, false), 1e-12);
-                EXPECT_LT(residual(r.A, vec(r.modes.L, one.m.N, p), lambda, true), 1e-12);
+                EXPECT_LT(residual_of(r.A, vec(r.modes.R, one.m.N, p), lambda, false), 1e-12);
+                EXPECT_LT(residual_of(r.A, vec(r.modes.L, one.m.N, p), lambda, true), 1e-12);
             }
             const auto f = freqs(r.modes);
             folded.insert(folded.end(), f.begin(), f.end());
@@ -317,19 +316,9 @@ TEST(BlochDense, ReciprocalChainAndSmallWavevector) {
     // lattice sums: f(k) = f(-k) (a phase of the dipolar sum that did not
     // match the exchange's would break it), and a small k stays next to
     // k = 0.
-    Model m = make_model(1, 0, 0, kD, kD, kD, {{1.3e-6, 800.0}}, [](int, int, int) { return 1; });
-    const Lattice lat{Periodicity{1, 0, 0}, 1, 0, 0, kD, kD, kD};
-    m.AIJ = make_tensor(1, 0, 0, 1);
-    tensor_periodic(m.A, m.MS, m.AIJ, lat, 1);
-    set_m(m, [](int, int, int) { return std::array<double, 3>{0.0, 1.0, 0.0}; });
-    set_field(m, {0.0, 8000.0, 0.0});
-    set_numbering(m);
-    const NeighbourBlocks nb = exchange_neighbour_blocks(m.A, m.MS, kD, kD, kD, 1);
-    const auto at = [&](double k) {
-        Modes r;
-        captured_cout([&] { calcmatrix_bloch(BlochProblem{m.input(), nb, lat, {k, 0.0, 0.0}}, 4, r.out()); });
-        return freqs(r);
-    };
+    Own p(Lattice{Periodicity{1, 0, 0}, 1, 0, 0, kD, kD, kD});
+    p.settle({0.0, 1.0, 0.0}, 8000.0);
+    const auto at = [&](double k) { return p.freqs_at({k, 0.0, 0.0}, 4); };
     const double k = 0.4 * kPi / (2 * kD);
     const auto fp = at(k), fm = at(-k), f0 = at(0.0), fs = at(1.0);
     ASSERT_EQ(fp.size(), 2u);
@@ -351,20 +340,10 @@ TEST(BlochDense, InterfacialDmiShiftsWavesAcrossM) {
     // field and the applied field; waves along x (along M) are not.  D > 0
     // raises the waves that run along +y (z x M).
     const double dx = 2e-7, dy = 2e-7, dz = 1e-7, D = 1.0, Ms = 800.0;
-    Model m = make_model(0, 0, 0, dx, dy, dz, {{1.3e-6, Ms}}, [](int, int, int) { return 1; });
-    const Lattice lat{Periodicity{1, 1, 0}, 0, 0, 0, dx, dy, dz};
-    m.AIJ = make_tensor(0, 0, 0, 1);
-    tensor_periodic(m.A, m.MS, m.AIJ, lat, 1);
-    NeighbourBlocks nb = exchange_neighbour_blocks(m.A, m.MS, dx, dy, dz, 1);
-    adddmi(m.AIJ, nb, m.MS, lat.p, 0, 0, 0, dx, dy, dz, kDmiInterfacial, D, 1);
-    set_m(m, [](int, int, int) { return std::array<double, 3>{1.0, 0.0, 0.0}; });
-    set_field(m, {1000.0, 0.0, 0.0});
-    set_numbering(m);
-    const auto at = [&](double kx, double ky) {
-        Modes r;
-        captured_cout([&] { calcmatrix_bloch(BlochProblem{m.input(), nb, lat, {kx, ky, 0.0}}, 2, r.out()); });
-        return freqs(r);
-    };
+    Own p(Lattice{Periodicity{1, 1, 0}, 0, 0, 0, dx, dy, dz});
+    adddmi(p.m.AIJ, p.nb, p.m.MS, p.lat.p, 0, 0, 0, dx, dy, dz, kDmiInterfacial, D, 1);
+    p.settle({1.0, 0.0, 0.0}, 1000.0);
+    const auto at = [&](double kx, double ky) { return p.freqs_at({kx, ky, 0.0}, 2); };
     const double k = 4e5;  // rad/cm, k d = 0.08
     const auto fp = at(0.0, k), fm = at(0.0, -k), xp = at(k, 0.0), xm = at(-k, 0.0);
     ASSERT_EQ(fp.size(), 1u);
@@ -486,8 +465,8 @@ TEST(BlochMatrixFree, ProductsAndModesMatchTheDenseMatrix) {
         EXPECT_NEAR(free_modes.W(q, 1), dense_modes.W(q, 1), 1e-8 * dense_modes.W(q, 1));
         EXPECT_NEAR(free_modes.W(q, 2), dense_modes.W(q, 2), 1e-8 * dense_modes.W(q, 1));
         const cplx lambda(-free_modes.W(q, 2), free_modes.W(q, 1));
-        EXPECT_LT(residual(A, vec(free_modes.R, p.m.N, q), lambda, false), 1e-10);
-        EXPECT_LT(residual(A, vec(free_modes.L, p.m.N, q), lambda, true), 1e-10);
+        EXPECT_LT(residual_of(A, vec(free_modes.R, p.m.N, q), lambda, false), 1e-10);
+        EXPECT_LT(residual_of(A, vec(free_modes.L, p.m.N, q), lambda, true), 1e-10);
     }
 
     // The next k of a dispersion, its bases started from these modes: the

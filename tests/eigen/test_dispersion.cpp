@@ -191,35 +191,30 @@ TEST(Dispersion, TableAndPlot) {
     TempDir dir;
     const std::string table = (dir.path() / "disp.txt").string();
     write_dispersion_table(table, d, 2.8e6, "the default");
-    std::ifstream in(table);
-    std::string h1, h2;
-    std::getline(in, h1);
-    std::getline(in, h2);
-    EXPECT_NE(h1.find("2.8 MHz/Oe"), std::string::npos) << h1;
-    EXPECT_EQ(h2, "# kx(rad/cm) ky(rad/cm) kz(rad/cm) s(rad/cm) f1(Oe) g1(Oe) f1(GHz) f2(Oe) g2(Oe) f2(GHz)");
+    const std::string text = read_file(table);
+    const auto head = lines_of(text);
+    ASSERT_GE(head.size(), 2u);
+    EXPECT_TRUE(holds(head[0], {"2.8 MHz/Oe"}));
+    EXPECT_EQ(head[1], "# kx(rad/cm) ky(rad/cm) kz(rad/cm) s(rad/cm) f1(Oe) g1(Oe) f1(GHz) f2(Oe) g2(Oe) f2(GHz)");
+    EXPECT_EQ(count_of(text, " nan"), 3u);  // f, g and GHz of the absent branch, spelt "nan"
+    const auto rows = number_rows(text);
+    ASSERT_EQ(rows.size(), 3u);
     for (int q = 0; q < 3; ++q) {
-        std::string line;
-        ASSERT_TRUE(std::getline(in, line));
-        std::istringstream items(line);
-        std::vector<std::string> v;
-        for (std::string t; items >> t;) v.push_back(t);
-        ASSERT_EQ(v.size(), 10u) << line;
-        EXPECT_DOUBLE_EQ(std::stod(v[0]), -2e5 + 2e5 * q);
-        EXPECT_DOUBLE_EQ(std::stod(v[3]), 2e5 * q);
+        const auto& v = rows[q];
+        ASSERT_EQ(v.size(), 10u);
+        EXPECT_DOUBLE_EQ(v[0], -2e5 + 2e5 * q);
+        EXPECT_DOUBLE_EQ(v[3], 2e5 * q);
         for (int b = 0; b < 2; ++b) {
             const double f = d.f[q * 2 + b];
             if (std::isnan(f)) {
-                EXPECT_EQ(v[4 + 3 * b], "nan");
-                EXPECT_EQ(v[6 + 3 * b], "nan");
+                EXPECT_TRUE(std::isnan(v[4 + 3 * b]) && std::isnan(v[6 + 3 * b]));
             } else {
-                EXPECT_DOUBLE_EQ(std::stod(v[4 + 3 * b]), f);
-                EXPECT_DOUBLE_EQ(std::stod(v[5 + 3 * b]), d.g[q * 2 + b]);
-                EXPECT_NEAR(std::stod(v[6 + 3 * b]), f * 2.8e-3, 1e-12);
+                EXPECT_DOUBLE_EQ(v[4 + 3 * b], f);
+                EXPECT_DOUBLE_EQ(v[5 + 3 * b], d.g[q * 2 + b]);
+                EXPECT_NEAR(v[6 + 3 * b], f * 2.8e-3, 1e-12);
             }
         }
     }
-    std::string extra;
-    EXPECT_FALSE(std::getline(in, extra));
 
     // Abscissa: the component along the path, negative before the origin.
     const auto x = path_coordinate(d);
@@ -228,21 +223,13 @@ TEST(Dispersion, TableAndPlot) {
 
     const std::string svg = (dir.path() / "disp.svg").string();
     plot_dispersion_svg(svg, d, 2.8e6);
-    std::ifstream sin(svg);
-    const std::string text((std::istreambuf_iterator<char>(sin)), std::istreambuf_iterator<char>());
-    const auto count = [&](const std::string& what) { return count_of(text, what); };
+    const std::string svg_text = read_file(svg);
+    const auto count = [&](const std::string& what) { return count_of(svg_text, what); };
     EXPECT_EQ(count("class=\"branch\""), 2u);
     EXPECT_EQ(count("<polyline"), 1u);  // branch 2 has no two neighbouring points
     EXPECT_EQ(count("class=\"marker\""), 5u);
-    EXPECT_NE(text.find("frequency (GHz)"), std::string::npos);
-    EXPECT_NE(text.find("rad/\xc2\xb5m"), std::string::npos);
+    EXPECT_TRUE(holds(svg_text, {"rad/\xc2\xb5m", "frequency (GHz)"}));
 }
-
-}  // namespace
-}  // namespace torix
-
-namespace torix {
-namespace {
 
 // The film one cell thick, tiled by cells dx x dy x d, one cell per period,
 // by an independent route: the Bloch-summed cell tensor equals the sum over
@@ -303,12 +290,6 @@ TEST(DispersionFilm, CellTensorOracleApproachesTheFilm) {
     EXPECT_EQ(zero[2], 1.0);
 }
 
-}  // namespace
-}  // namespace torix
-
-namespace torix {
-namespace {
-
 // The infinite film one cell thick (a 1 x 1 x 1 grid periodic in x and y,
 // 2 nm cells in-plane), Permalloy, saturated in-plane by 1 kOe along x
 // (k along x: backward volume; along y: Damon-Eshbach) and out of plane by
@@ -366,12 +347,6 @@ void check_film(double d) {
 
 TEST(DispersionFilm, FiveNanometreFilmFollowsTheFilmFormula) { check_film(5e-7); }
 TEST(DispersionFilm, TwentyNanometreFilmFollowsTheFilmFormula) { check_film(20e-7); }
-
-}  // namespace
-}  // namespace torix
-
-namespace torix {
-namespace {
 
 // Frequency f (Oe) and mirror parity across the width (+1 even, -1 odd) of
 // each mode of a text eigen file of a grid one cell long and thick, ny + 1

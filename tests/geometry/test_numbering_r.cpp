@@ -79,10 +79,10 @@ TEST(NumberR, AxisInCentimetresAndTheMultiplicityMask) {
     int Na = 0, Nb = 0;
     number_r(mask, a, 13, 13, 1, Na, r, 3, 3, 1, d, d);
     TempDir dir;
-    const auto old = std::filesystem::current_path();
-    std::filesystem::current_path(dir.path());
-    number_r2(mask, b, 13, 13, 1, Nb, 7 * d, 7 * d, r, 3, 3, 1, d, d);
-    std::filesystem::current_path(old);
+    {
+        const InDir in(dir);
+        number_r2(mask, b, 13, 13, 1, Nb, 7 * d, 7 * d, r, 3, 3, 1, d, d);
+    }
     EXPECT_EQ(Nb, Na);
     EXPECT_TRUE(a == b);
     EXPECT_LT(Na, count);
@@ -102,15 +102,11 @@ TEST(NumberR, AxisInCentimetresAndTheMultiplicityMask) {
 // The commands print the count and keep the last SET_SCALE's bz.
 TEST(NumberR, CommandsPrintTheCount) {
     TempDir d;
-    d.write("input.dat",
-            "SET_CELL\n1e-7 1e-7 1e-7\nMASQUE_CREATE\n4e-7 4e-7 2e-7\nADD_SHAPE\n3\n4e-7 4e-7 2e-7 0 0 0 1\n"
-            "SET_SCALE\n1 1 2\nSET_SCALE_R\n0.75e-7 2 2\nSET_SCALE_R2\n2e-7 2e-7 0.75e-7 2 2\nEND\n");
-    const auto old = std::filesystem::current_path();
-    std::filesystem::current_path(d.path());
-    const std::string out = captured_cout([] { run_script("input.dat", "input.dat"); });
-    std::filesystem::current_path(old);
+    const std::string out =
+        run_in(d, "SET_CELL\n1e-7 1e-7 1e-7\nMASQUE_CREATE\n4e-7 4e-7 2e-7\nADD_SHAPE\n3\n4e-7 4e-7 2e-7 0 0 0 1\n"
+                  "SET_SCALE\n1 1 2\nSET_SCALE_R\n0.75e-7 2 2\nSET_SCALE_R2\n2e-7 2e-7 0.75e-7 2 2\nEND\n");
     // bz = 2 joins the two layers: the 4 centre columns single (8 cells),
     // 4 blocks of outer cells.
-    EXPECT_NE(out.find(" SET_SCALE ok 16\n SET_SCALE ok 12\n SET_SCALE ok 12\n"), std::string::npos) << out;
+    EXPECT_TRUE(holds(out, {" SET_SCALE ok 16\n SET_SCALE ok 12\n SET_SCALE ok 12\n"}));
     EXPECT_TRUE(d.exists("masque1.txt"));
 }

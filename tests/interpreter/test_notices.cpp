@@ -30,17 +30,15 @@ RunResult run_script_text(const std::string& text) {
     return run_torix(dir);
 }
 
-bool has_in_order(const std::string& text, const std::vector<std::string>& parts, std::string& missing) {
+// Whether `parts` occur in `text` in this order.
+testing::AssertionResult in_order(const std::string& text, const std::vector<std::string>& parts) {
     std::size_t at = 0;
     for (const std::string& p : parts) {
-        const std::size_t f = text.find(p, at);
-        if (f == std::string::npos) {
-            missing = p;
-            return false;
-        }
-        at = f + p.size();
+        if ((at = text.find(p, at)) == std::string::npos)
+            return testing::AssertionFailure() << "missing \"" << p << "\" in\n" << text;
+        at += p.size();
     }
-    return true;
+    return testing::AssertionSuccess();
 }
 
 }  // namespace
@@ -80,8 +78,7 @@ TEST(ScriptMistakes, ToldOnStandardErrorWithTheConsoleUnchanged) {
         const RunResult good = run_script_text(m.as_run);
         EXPECT_EQ(bad.status, 0) << bad.err;
         EXPECT_EQ(bad.out, good.out);
-        std::string missing;
-        EXPECT_TRUE(has_in_order(bad.err, m.said, missing)) << "missing \"" << missing << "\" in\n" << bad.err;
+        EXPECT_TRUE(in_order(bad.err, m.said));
         if (m.said.empty()) {
             EXPECT_EQ(bad.err.find("warning"), std::string::npos) << bad.err;
         }
@@ -115,22 +112,18 @@ TEST(ModelSummary, PaintedExtentsMaterialsAndUnits) {
         "ADD_SHAPE\n4\n200e-7 100e-7 5e-7 0 0 0 1\nADD_SHAPE\n3\n100e-7 50e-7 5e-7 250e-7 0 0 2\nSET_BETA\n0\n"
         "END\n");
     EXPECT_EQ(r.status, 0);
-    std::string missing;
-    EXPECT_TRUE(has_in_order(r.err,
+    EXPECT_TRUE(in_order(r.err,
                              {"model: grid 80 x 20 x 1 cells of 5 x 5 x 5 nm, 400 x 100 x 5 nm in all",
                               "shape 1 (elliptic disk, material 1): asked 200 x 100 x 5 nm, painted 190 x 90 x 5 nm",
                               "(smaller than asked", "shape 2 (box, material 2): asked 100 x 50 x 5 nm, painted 100 x "
                               "50 x 5 nm in 200 cells\n",
                               // l_ex = sqrt(1.3e-6 / (2 pi 800^2)) = 5.686 nm
                               "material 1: ", "MS 800 emu/cm^3, A 1.3e-06 erg/cm, exchange length 5.686 nm",
-                              "warning: MS(2) = 8e+05 is above 2e4", "warning: A(2) = 1.3e-11 is outside"},
-                             missing))
-        << "missing \"" << missing << "\" in\n"
-        << r.err;
+                              "warning: MS(2) = 8e+05 is above 2e4", "warning: A(2) = 1.3e-11 is outside"}));
     // Painted once: the summary comes after the set-up, before SET_BETA.
     EXPECT_EQ(r.err.find("model: grid"), r.err.rfind("model: grid"));
     const RunResult cm = run_script_text("SET_CELL\n5 5 5\nMASQUE_CREATE\n20 20 5\nEND\n");
-    EXPECT_NE(cm.err.find("warning: the cell size dx = 5 cm is above 1 cm"), std::string::npos) << cm.err;
+    EXPECT_TRUE(holds(cm.err, {"warning: the cell size dx = 5 cm is above 1 cm"}));
 }
 
 // A row of four cells along x, magnetised along x: by the mirror
@@ -145,27 +138,23 @@ TEST(SolveChecks, TorqueStaleFieldAndGrowingModes) {
     const std::string against = body + "-1 0 0\nADD_EXT_FIELD\n1\n50000 0 0\nCALC_FIELD\nSOLVE_MATRIX\n4\nEND\n";
     const RunResult a = run_script_text(against);
     ASSERT_EQ(a.status, 0) << a.err;
-    std::string missing;
-    EXPECT_TRUE(has_in_order(a.err, {"SOLVE_MATRIX: equilibrium: largest |m x H|/|H| ", "SOLVE_MATRIX: warning: ",
-                                     "4 modes grow (negative decay rate): 1 (g "},
-                             missing))
-        << missing << "\n"
-        << a.err;
+    EXPECT_TRUE(in_order(a.err, {"SOLVE_MATRIX: equilibrium: largest |m x H|/|H| ", "SOLVE_MATRIX: warning: ",
+                                 "4 modes grow (negative decay rate): 1 (g "}));
     EXPECT_EQ(a.err.find("not at equilibrium"), std::string::npos) << a.err;
 
     const RunResult along =
         run_script_text(body + "1 0 0\nADD_EXT_FIELD\n1\n50000 0 0\nCALC_FIELD\nSOLVE_MATRIX\n4\nEND\n");
     ASSERT_EQ(along.status, 0) << along.err;
-    EXPECT_NE(along.err.find("SOLVE_MATRIX: equilibrium: largest |m x H|/|H| "), std::string::npos) << along.err;
+    EXPECT_TRUE(holds(along.err, {"SOLVE_MATRIX: equilibrium: largest |m x H|/|H| "}));
     EXPECT_EQ(along.err.find("warning"), std::string::npos) << along.err;
 
     // Tilted, never relaxed, field never evaluated, then the applied field
     // changed after an evaluation.
     const RunResult tilted = run_script_text(body + "1 1 0\nCALC_FIELD\nSOLVE_MATRIX\n4\nEND\n");
-    EXPECT_NE(tilted.err.find("not at equilibrium"), std::string::npos) << tilted.err;
+    EXPECT_TRUE(holds(tilted.err, {"not at equilibrium"}));
     const RunResult zero = run_script_text(body + "1 0 0\nSOLVE_MATRIX\n4\nEND\n");
-    EXPECT_NE(zero.err.find("4 magnetic cells have no field"), std::string::npos) << zero.err;
+    EXPECT_TRUE(holds(zero.err, {"4 magnetic cells have no field"}));
     const RunResult stale =
         run_script_text(body + "1 0 0\nCALC_FIELD\nADD_EXT_FIELD\n1\n100 0 0\nSOLVE_MATRIX\n4\nEND\n");
-    EXPECT_NE(stale.err.find("the field held for the solve differs"), std::string::npos) << stale.err;
+    EXPECT_TRUE(holds(stale.err, {"the field held for the solve differs"}));
 }

@@ -2,10 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "test_util.hpp"
 
@@ -21,19 +18,6 @@ const char* kHead =
     "ADD_SHAPE\n3\n5e-7 5e-7 5e-7 0 0 0 1\nTENSOR_CREATE\n0\nINIT_M\n4\nADD_EXT_FIELD\n1\n0 0 1000\n"
     "CALC_FIELD\nSOLVE_MATRIX\n1\n";
 
-struct CLine {
-    int p = 0;
-    double re = 0, im = 0, f = 0, g = 0;
-};
-
-std::vector<CLine> read_c(const std::string& text) {
-    std::vector<CLine> out;
-    std::istringstream in(text);
-    CLine c;
-    while (in >> c.p >> c.re >> c.im >> c.f >> c.g) out.push_back(c);
-    return out;
-}
-
 }  // namespace
 
 TEST(ResponseCommands, SingleCellCouplingFromEveryKindOfDrivingField) {
@@ -46,34 +30,31 @@ TEST(ResponseCommands, SingleCellCouplingFromEveryKindOfDrivingField) {
                                "PRINT_ABS\nabs.txt\n10\nEND\n");
     const RunResult r = run_torix(dir);
     ASSERT_EQ(r.status, 0) << r.err;
-    for (const char* ack : {" SET_HRF ok", " CALC_C ok", " PRINT_C ok", " PRINT_ABS ok"})
-        EXPECT_NE(r.out.find(std::string(ack) + "\n"), std::string::npos) << ack;
+    EXPECT_TRUE(holds(r.out, {" SET_HRF ok\n", " CALC_C ok\n", " PRINT_C ok\n", " PRINT_ABS ok\n"}));
 
     // The three kinds describe the same field h = x: identical files.
     const std::string c1 = dir.read("c1.txt");
     EXPECT_EQ(dir.read("c2.txt"), c1);
     EXPECT_EQ(dir.read("c3.txt"), c1);
-    const auto c = read_c(c1);
+    const auto c = number_rows(c1);  // p, Re kappa, Im kappa, f, g
     ASSERT_EQ(c.size(), 1u);
-    EXPECT_EQ(c[0].p, 1);
-    EXPECT_NEAR(c[0].f, 1000.0, 1e-6 * 1000.0);
+    EXPECT_EQ(c[0][0], 1);
+    EXPECT_NEAR(c[0][3], 1000.0, 1e-6 * 1000.0);
     // Circular precession of one spin: kappa = i Ms / 2 for h = x.
-    EXPECT_NEAR(c[0].im, 400.0, 1e-6 * 400.0);
-    EXPECT_NEAR(c[0].re, 0.0, 1e-6 * 400.0);
+    EXPECT_NEAR(c[0][2], 400.0, 1e-6 * 400.0);
+    EXPECT_NEAR(c[0][1], 0.0, 1e-6 * 400.0);
     // Absorption: samples 0, 10, ..., 2000; the line (undamped, so of the
     // width of one step) peaks at sample 100, w = 1000.
-    std::istringstream abs(dir.read("abs.txt"));
-    double w, pw;
-    int near, n = 0, peak = -1;
-    double best = -1.0;
-    while (abs >> w >> pw >> near) {
-        EXPECT_NEAR(w, 10.0 * n, 1e-9);
-        EXPECT_EQ(near, 1);
-        if (pw > best) best = pw, peak = n;
-        ++n;
+    const auto abs = number_rows(dir.read("abs.txt"));  // w, power, nearest mode
+    ASSERT_EQ(abs.size(), 201u);
+    std::size_t peak = 0;
+    for (std::size_t n = 0; n < abs.size(); ++n) {
+        EXPECT_NEAR(abs[n][0], 10.0 * n, 1e-9);
+        EXPECT_EQ(abs[n][2], 1);
+        if (abs[n][1] > abs[peak][1]) peak = n;
     }
-    EXPECT_EQ(n, 201);
-    EXPECT_EQ(peak, 100);
+    EXPECT_EQ(peak, 100u);
+    const double best = abs[peak][1];
     // At resonance (w/2) Im kappa / G with G = max(g, step) = 10.
     EXPECT_NEAR(best, 500.0 * 400.0 / 10.0, 1e-4 * best);
 }

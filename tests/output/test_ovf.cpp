@@ -9,6 +9,7 @@
 #include <numbers>
 #include <random>
 #include <string>
+#include <type_traits>
 
 #include "dynamics/field_files.hpp"
 #include "output/ovf.hpp"
@@ -18,17 +19,13 @@ using namespace torix;
 
 namespace {
 
-std::string le8(double v) {
-    const auto u = std::bit_cast<std::uint64_t>(v);
-    std::string s(8, '\0');
-    for (int b = 0; b < 8; ++b) s[b] = static_cast<char>(u >> (8 * b));
-    return s;
-}
-
-std::string le4(float v) {
-    const auto u = std::bit_cast<std::uint32_t>(v);
-    std::string s(4, '\0');
-    for (int b = 0; b < 4; ++b) s[b] = static_cast<char>(u >> (8 * b));
+// The little-endian bytes of a double or a float.
+template <class T>
+std::string le(T v) {
+    using U = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
+    const auto u = std::bit_cast<U>(v);
+    std::string s(sizeof(T), '\0');
+    for (std::size_t b = 0; b < sizeof(T); ++b) s[b] = static_cast<char>(u >> (8 * b));
     return s;
 }
 
@@ -55,12 +52,12 @@ std::string mumax_header(int nx, int ny, int nz, double d, const std::string& bl
 std::string binary_file(int nx, int ny, int nz, double d, int bytes) {
     const std::string block = bytes == 8 ? "Data Binary 8" : "Data Binary 4";
     std::string s = mumax_header(nx, ny, nz, d, block);
-    s += bytes == 8 ? le8(123456789012345.0) : le4(1234567.0f);
+    s += bytes == 8 ? le(123456789012345.0) : le(1234567.0f);
     for (int k = 0; k < nz; ++k)
         for (int j = 0; j < ny; ++j)
             for (int i = 0; i < nx; ++i)
                 for (int a = 1; a <= 3; ++a)
-                    s += bytes == 8 ? le8(sample(i, j, k, a)) : le4(static_cast<float>(sample(i, j, k, a)));
+                    s += bytes == 8 ? le(sample(i, j, k, a)) : le(static_cast<float>(sample(i, j, k, a)));
     s += "\n# End: " + block + "\n# End: Segment\n";
     return s;
 }
@@ -139,11 +136,9 @@ TEST(Ovf, BinaryAndTextWritesReadBackWithEmptyCellsZero) {
     const std::string tag = "# Begin: Data Binary 8\n";
     const std::size_t at = b.find(tag);
     ASSERT_NE(at, std::string::npos);
-    EXPECT_EQ(b.substr(at + tag.size(), 8), le8(123456789012345.0));
-    EXPECT_EQ(b.substr(at + tag.size() + 8 + 24, 8), le8(m(1, 0, 0, 1) * 1000.0));
-    EXPECT_NE(b.find("# xnodes: 5\n# ynodes: 3\n# znodes: 2\n"), std::string::npos);
-    EXPECT_NE(b.find("# xstepsize: 3e-09\n"), std::string::npos);
-    EXPECT_NE(b.find("# zmax: 1e-08\n"), std::string::npos);
+    EXPECT_EQ(b.substr(at + tag.size(), 8), le(123456789012345.0));
+    EXPECT_EQ(b.substr(at + tag.size() + 8 + 24, 8), le(m(1, 0, 0, 1) * 1000.0));
+    EXPECT_TRUE(holds(b, {"# xstepsize: 3e-09\n", "# xnodes: 5\n# ynodes: 3\n# znodes: 2\n", "# zmax: 1e-08\n"}));
 }
 
 TEST(Ovf, ReadsTheLayoutsOfOtherPrograms) {
@@ -207,13 +202,12 @@ TEST(Ovf, GridMismatchesAndLyingFilesAreClearErrors) {
         return s.replace(at, a.size(), b);
     };
     EXPECT_EQ(load(good), "no error");
-    EXPECT_NE(load(good, 3).find("the mesh has 3 x 2 x 2 nodes, the grid 4 x 2 x 2 cells"), std::string::npos)
-        << load(good, 3);
+    EXPECT_TRUE(holds(load(good, 3), {"the mesh has 3 x 2 x 2 nodes, the grid 4 x 2 x 2 cells"}));
     // Cell sizes: 1e-7 relative is accepted, 1e-5 is not.
     EXPECT_EQ(load(good, 2, 2e-7 * (1 + 1e-7)), "no error");
-    EXPECT_NE(load(good, 2, 2e-7 * (1 + 1e-5)).find("xstepsize 2e-07 cm differs from the cell size dx = 2.00002e-07 cm by more than 1e-6 relative"),
-              std::string::npos)
-        << load(good, 2, 2e-7 * (1 + 1e-5));
+    EXPECT_TRUE(
+        holds(load(good, 2, 2e-7 * (1 + 1e-5)),
+              {"xstepsize 2e-07 cm differs from the cell size dx = 2.00002e-07 cm by more than 1e-6 relative"}));
 
     const struct {
         std::string text;
@@ -222,8 +216,8 @@ TEST(Ovf, GridMismatchesAndLyingFilesAreClearErrors) {
         {good.substr(0, good.size() - 20), "expected \"# End: Data Binary 8\""},
         {good.substr(0, good.size() - 100), "needs 296 bytes"},
         {replace(good, "# ynodes: 2", "# ynodes: 1"), "the mesh has 3 x 1 x 2 nodes"},
-        {replace(good, "# Begin: Data Binary 8\n", "# Begin: Data Binary 8\n" + le8(1.0)), "check value"},
-        {replace(good, le8(123456789012345.0), "\x42\xdc\x12\x21\x83\x77\xde\x40"), "big-endian"},
+        {replace(good, "# Begin: Data Binary 8\n", "# Begin: Data Binary 8\n" + le(1.0)), "check value"},
+        {replace(good, le(123456789012345.0), "\x42\xdc\x12\x21\x83\x77\xde\x40"), "big-endian"},
         {replace(good, "Data Binary 8\n", "Data Binary 4\n"), "check value of the data block is"},
         {replace(good, "# OOMMF OVF 2.0", "# OOMMF: rectangular mesh v1.0"), "OVF 1.0 file"},
         {replace(good, "# valuedim: 3", "# valuedim: 1"), "valuedim 1"},
@@ -239,21 +233,20 @@ TEST(Ovf, GridMismatchesAndLyingFilesAreClearErrors) {
     };
     for (const auto& b : bad) {
         const std::string msg = load(b.text);
-        EXPECT_NE(msg.find(b.message), std::string::npos) << b.message << "\n got: " << msg;
+        EXPECT_TRUE(holds(msg, {b.message}));
         EXPECT_EQ(msg.rfind(path + ":", 0), 0u) << msg;
     }
     // Text blocks: one value short, one value too many, a word.
     const std::string text = oommf_text_file(3, 2, 2, 20.0);
     const auto tload = [&](const std::string& t) { return load(t, 2, 2e-6); };
     EXPECT_EQ(tload(text), "no error");
-    EXPECT_NE(tload(replace(text, "  1.150000e+01 ", " ")).find("ends after 35 of the 36 values"), std::string::npos);
-    EXPECT_NE(tload(replace(text, "## end of row", "7")).find("more than the 36 values"), std::string::npos);
-    EXPECT_NE(tload(replace(text, "1.150000e+01", "2.0O5e1")).find("expected a number in the data block, found \"2.0O5e1\""),
-              std::string::npos);
-    EXPECT_NE(tload(replace(text, "# End: data text", "#")).find("no \"# End: data text\" line"), std::string::npos);
-    EXPECT_NE(tload(replace(text, "1.150000e+01", "inf")).find("node 6 (x fastest, from 0), component 1: inf is not a finite number"),
-              std::string::npos)
-        << tload(replace(text, "1.150000e+01", "inf"));
+    EXPECT_TRUE(holds(tload(replace(text, "  1.150000e+01 ", " ")), {"ends after 35 of the 36 values"}));
+    EXPECT_TRUE(holds(tload(replace(text, "## end of row", "7")), {"more than the 36 values"}));
+    EXPECT_TRUE(holds(tload(replace(text, "1.150000e+01", "2.0O5e1")),
+                      {"expected a number in the data block, found \"2.0O5e1\""}));
+    EXPECT_TRUE(holds(tload(replace(text, "# End: data text", "#")), {"no \"# End: data text\" line"}));
+    EXPECT_TRUE(holds(tload(replace(text, "1.150000e+01", "inf")),
+                      {"node 6 (x fastest, from 0), component 1: inf is not a finite number"}));
 
     // Every truncation and many single-byte corruptions of a whole file end
     // in a clean error or a good read, never in a crash or a hang.
@@ -296,7 +289,7 @@ TEST(OvfCommands, MagnetizationRoundTripAndAppliedFieldUnits) {
               "OVF_LOAD\n3\nhapp.ovf\nOVF_SAVE\n3 1\nhapp_out.ovf\nOVF_SAVE\n7 1\nnever.ovf\nEND\n");
     const RunResult r = run_torix(dir);
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find(" OVF_SAVE ok\n OVF_SAVE ok\n INIT_M ok\n OVF_LOAD ok\n"), std::string::npos) << r.out;
+    EXPECT_TRUE(holds(r.out, {" OVF_SAVE ok\n OVF_SAVE ok\n INIT_M ok\n OVF_LOAD ok\n"}));
     EXPECT_FALSE(dir.exists("never.ovf"));
     VecGrid a = make_vec_grid(2, 1, 0), b = make_vec_grid(2, 1, 0);
     const IntGrid mask = make_int_grid(2, 1, 0, 1);
@@ -321,10 +314,9 @@ TEST(OvfCommands, MagnetizationRoundTripAndAppliedFieldUnits) {
         EXPECT_EQ(h(i, j, k, 2), 0.0);
         EXPECT_NEAR(h(i, j, k, 3), on * -500.0 * am, 1e-9 * am * 1000.0);
     });
-    // The text file says what it holds in the header.
-    const std::string t = dir.read("mt.ovf");
-    EXPECT_NE(t.find("# valueunits: A/m A/m A/m\n"), std::string::npos);
-    EXPECT_NE(t.find("\n0 0 0\n# End: Data Text\n# End: Segment\n"), std::string::npos);  // empty cell (2, 1, 0)
+    // The text file says what it holds in the header; the empty cell (2, 1, 0) is zero.
+    EXPECT_TRUE(
+        holds(dir.read("mt.ovf"), {"# valueunits: A/m A/m A/m\n", "\n0 0 0\n# End: Data Text\n# End: Segment\n"}));
 }
 
 TEST(OvfCommands, ScriptErrorsNameTheFileOrTheLine) {
@@ -368,9 +360,7 @@ TEST(OvfCommands, EffectiveAndDrivingFieldsInSI) {
     const RunResult r = run_torix(dir);
     EXPECT_EQ(r.status, 1);
     // PLOT_ABS needs the couplings, as PRINT_ABS does.
-    EXPECT_NE(r.err.find("input.dat:30: PLOT_ABS: no coupling coefficients for the modes; run CALC_C first"),
-              std::string::npos)
-        << r.err;
+    EXPECT_TRUE(holds(r.err, {"input.dat:30: PLOT_ABS: no coupling coefficients for the modes; run CALC_C first"}));
     const double am = 1000.0 / (4.0 * std::numbers::pi);
     VecGrid h = make_vec_grid(0, 0, 0), rf = make_vec_grid(0, 0, 0);
     const OvfHeader hh = loadovf((dir / "h.ovf").string(), 0, 0, 0, 5e-7, 5e-7, 5e-7, h);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -14,22 +15,6 @@
 using namespace torix;
 
 namespace {
-
-std::vector<std::string> lines_of(const std::string& text) {
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    std::string l;
-    while (std::getline(in, l)) out.push_back(l);
-    return out;
-}
-
-std::string fixture_head() {
-    std::ifstream in(std::string(TORIX_CASES) + "/../output/vrml_head.txt", std::ios::binary);
-    EXPECT_TRUE(in.good()) << "fixture vrml_head.txt not found";
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
 
 struct Arrow {
     double p[3];
@@ -56,7 +41,7 @@ std::vector<Arrow> arrows_of(const std::vector<std::string>& lines) {
 
 struct Camera {
     bool has_position = false;
-    double pos[3] = {0, 0, 0};
+    std::array<double, 3> pos{0, 0, 0};
     double fov = 0.0;
     std::string fov_text;
 };
@@ -87,16 +72,14 @@ TEST(WriteVrml, HeadIsTheFixedTextAndCameraFollowsModeOne) {
     v(1, 1, 0, 3) = 800.0;
     writevrml((dir / "a.wrl").string(), 4, 2, 1, 1, mask, v, table({800.0}));
     const auto lines = lines_of(dir.read("a.wrl"));
-    const auto head = lines_of(fixture_head());
+    const auto head = lines_of(read_file(std::string(TORIX_CASES) + "/../output/vrml_head.txt"));
     ASSERT_EQ(head.size(), 91u);
     ASSERT_GE(lines.size(), 95u);
     for (std::size_t i = 0; i < head.size(); ++i) EXPECT_EQ(lines[i], head[i]) << "line " << i + 1;
     // S = max(max(X, 0), Y) = 4, L = max(Z, S) = 4.
     const Camera c = camera_of(lines);
     ASSERT_TRUE(c.has_position);
-    EXPECT_DOUBLE_EQ(c.pos[0], 2.0);
-    EXPECT_DOUBLE_EQ(c.pos[1], 1.0);
-    EXPECT_DOUBLE_EQ(c.pos[2], 12.0);
+    EXPECT_EQ(c.pos, (std::array<double, 3>{2.0, 1.0, 12.0}));
     EXPECT_NEAR(c.fov, 1.2 * std::atan(0.5), 1e-7);
     const auto a = arrows_of(lines);
     ASSERT_EQ(a.size(), 1u);
@@ -146,9 +129,7 @@ TEST(WriteVrml, LayersSideBySideAreShiftedByTenPlusOneLayerWidth) {
     EXPECT_NEAR(a[0].d[2], -1.0, 1e-9);
     // S = max(2 + 6, 4) = 8, L = max(3, 8) = 8.
     const Camera c = camera_of(lines);
-    EXPECT_DOUBLE_EQ(c.pos[0], 2.0);
-    EXPECT_DOUBLE_EQ(c.pos[1], 4.0);
-    EXPECT_DOUBLE_EQ(c.pos[2], 24.0);
+    EXPECT_EQ(c.pos, (std::array<double, 3>{2.0, 4.0, 24.0}));
     EXPECT_NEAR(c.fov, 1.2 * std::atan(0.5), 1e-7);
 }
 
@@ -182,16 +163,12 @@ TEST(PrintRedM, UnitBlocksGiveOneUnitArrowPerMagneticCell) {
     IntGrid mask = make_int_grid(nx, ny, nz);
     VecGrid F = make_vec_grid(nx, ny, nz);
     int kept = 0;
-    for (int k = 0; k <= nz; ++k)
-        for (int j = 0; j <= ny; ++j)
-            for (int i = 0; i <= nx; ++i) {
-                if ((i + 2 * j + k) % 3 == 0) continue;
-                mask(i, j, k) = 1 + (i + j) % 4;  // materials do not matter: all black
-                F(i, j, k, 1) = 3.0 * (i + 1);
-                F(i, j, k, 2) = -4.0 * (j + 1);
-                F(i, j, k, 3) = 0.5 * k;
-                ++kept;
-            }
+    for_cells(nx, ny, nz, [&](int i, int j, int k) {
+        if ((i + 2 * j + k) % 3 == 0) return;
+        mask(i, j, k) = 1 + (i + j) % 4;  // materials do not matter: all black
+        F(i, j, k, 1) = 3.0 * (i + 1), F(i, j, k, 2) = -4.0 * (j + 1), F(i, j, k, 3) = 0.5 * k;
+        ++kept;
+    });
     print_red_m(nx, ny, nz, mask, F, 0, 1, 1, 1, 1, (dir / "r.wrl").string());
     const auto a = arrows_of(lines_of(dir.read("r.wrl")));
     ASSERT_EQ(static_cast<int>(a.size()), kept);
@@ -258,9 +235,7 @@ TEST(PrintRedM, LayersAndZeroAverageBlocks) {
     // 2 x 2 x 4 grid, blocks 2 x 2 x 2, layout mode 2: two reduced layers.
     IntGrid mask = make_int_grid(1, 1, 3, 1);
     VecGrid F = make_vec_grid(1, 1, 3);
-    for (int k = 0; k <= 3; ++k)
-        for (int j = 0; j <= 1; ++j)
-            for (int i = 0; i <= 1; ++i) F(i, j, k, 3) = k < 2 ? 5.0 : (i == 0 ? 1.0 : -1.0);
+    for_cells(1, 1, 3, [&](int i, int j, int k) { F(i, j, k, 3) = k < 2 ? 5.0 : (i == 0 ? 1.0 : -1.0); });
     print_red_m(1, 1, 3, mask, F, 0, 2, 2, 2, 2, (dir / "z.wrl").string());
     const auto a = arrows_of(lines_of(dir.read("z.wrl")));
     // RX = RY = nint(0.5 + 0.49) = 1, RZ = nint(1.5 + 0.49) = 2.

@@ -33,4 +33,14 @@ inline double max_abs(const TensorArray& T) {
     return m;
 }
 
+// Every entry within 1e-10 of the largest of the reference.
+inline void expect_close(const TensorArray& ref, const TensorArray& got, const std::string& what) {
+    ASSERT_EQ(ref.size(), got.size());
+    const double tol = 1e-10 * max_abs(ref);
+    std::size_t bad = 0;
+    for (std::size_t n = 0; n < ref.size(); ++n)
+        if (!(std::fabs(ref.data()[n] - got.data()[n]) <= tol)) ++bad;
+    EXPECT_EQ(bad, 0u) << what;
+}
+
 }  // namespace torix::testing

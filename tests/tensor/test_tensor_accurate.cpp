@@ -2,8 +2,6 @@
 // published unit-cube factors, and the plain filler on small grids.
 #include <gtest/gtest.h>
 
-#include <omp.h>
-
 #include <array>
 #include <cmath>
 #include <string>
@@ -115,11 +113,7 @@ TEST(TensorAccurate, SlicesMatchThePlainFillerOnSmallGrids) {
         const TensorArray ref = reference(A, MS, g.nx, g.ny, g.nz, g.dx, g.dy, g.dz);
         TensorArray T = make_tensor(g.nx, g.ny, g.nz, 2);
         for (int m = 1; m <= 2; ++m) calctensorc(A, MS, T, g.nx, g.ny, g.nz, g.dx, g.dy, g.dz, m, 2, g.n1, 0, 0.0);
-        const double tol = 1e-10 * max_abs(ref);
-        std::size_t bad = 0;
-        for (std::size_t n = 0; n < ref.size(); ++n)
-            if (!(std::fabs(ref.data()[n] - T.data()[n]) <= tol)) ++bad;
-        EXPECT_EQ(bad, 0u) << g.nx << " x " << g.ny << " x " << g.nz;
+        expect_close(ref, T, std::to_string(g.nx) + " x " + std::to_string(g.ny) + " x " + std::to_string(g.nz));
         // Every offset of the slice is the block of that offset.
         const AccuratePlan plan = plan_accurate(g.dx, g.dy, g.dz, g.n1, 0, 0.0);
         for (int i = -g.nx; i <= g.nx + 1; ++i)
@@ -137,15 +131,11 @@ TEST(TensorAccurate, SlicesMatchThePlainFillerOnSmallGrids) {
 
 TEST(TensorAccurate, SameBitsForAnyNumberOfThreads) {
     const auto A = table({1.3e-6}), MS = table({800.0});
-    const auto build = [&](int threads) {
-        omp_set_num_threads(threads);
+    expect_thread_independent([&] {
         TensorArray T = make_tensor(20, 13, 2, 1);
         calctensorc(A, MS, T, 20, 13, 2, 5e-7, 5e-7, 3e-7, 1, 1, 0, 0, 0.0);
         return T;
-    };
-    const TensorArray one = build(1), three = build(3);
-    omp_set_num_threads(2);
-    EXPECT_TRUE(one == three);
+    });
 }
 
 // TENSOR_CREATE 0 still builds the Newell tensor of the fast builder, bit for
@@ -153,12 +143,8 @@ TEST(TensorAccurate, SameBitsForAnyNumberOfThreads) {
 TEST(TensorAccurate, TensorCreateKinds) {
     TempDir d;
     const std::string head = "SET_CELL\n5e-7 5e-7 3e-7\nMASQUE_CREATE\n4e-6 3e-6 9e-7\nLOAD_MAT\n1\n1.3e-6 800\n";
-    d.write("input.dat", head + "TENSOR_CREATE\n0\nTENSOR_SAVE\n2 1 k0.bin\nTENSOR_CREATE\n1\n3 0 1e-12\n"
-                                "TENSOR_SAVE\n2 1 k1.bin\nEND\n");
-    const auto old = std::filesystem::current_path();
-    std::filesystem::current_path(d.path());
-    const std::string out = captured_cout([] { run_script("input.dat", "input.dat"); });
-    std::filesystem::current_path(old);
+    const std::string out = run_in(d, head + "TENSOR_CREATE\n0\nTENSOR_SAVE\n2 1 k0.bin\nTENSOR_CREATE\n1\n3 0 1e-12\n"
+                                             "TENSOR_SAVE\n2 1 k1.bin\nEND\n");
     EXPECT_EQ(out, " SET_CELL ok\n MASQUE_CREATE ok\n LOAD_MAT ok\n TENSOR_CREATE ok\n TENSOR_SAVE ok\n"
                    " TENSOR_CREATE ok\n TENSOR_SAVE ok\n");
     const int nx = 7, ny = 5, nz = 2;
@@ -178,13 +164,10 @@ TEST(TensorAccurate, ShortExpansionWarns) {
     TempDir d;
     const std::string head = "SET_CELL\n5e-7 5e-7 5e-7\nMASQUE_CREATE\n4e-6 4e-6 5e-7\nLOAD_MAT\n1\n1.3e-6 800\n";
     const auto err_of = [&](const std::string& line) {
-        d.write("input.dat", head + "TENSOR_CREATE\n1\n" + line + "\nEND\n");
-        const auto old = std::filesystem::current_path();
-        std::filesystem::current_path(d.path());
-        ::testing::internal::CaptureStderr();
-        captured_cout([] { run_script("input.dat", "input.dat"); });
-        std::filesystem::current_path(old);
-        return ::testing::internal::GetCapturedStderr();
+        ModelState st;
+        std::string err;
+        run_in(d, st, head + "TENSOR_CREATE\n1\n" + line + "\nEND\n", &err);
+        return err;
     };
     EXPECT_NE(err_of("2 3 1e-12").find("TENSOR_CREATE: warning: at the switch distance of 2 cell sides"),
               std::string::npos);

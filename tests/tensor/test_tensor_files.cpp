@@ -60,20 +60,11 @@ TEST(TensorFiles, RoundTripIsBitForBitInBothForms) {
     for (int form = 1; form <= 2; ++form) {
         const std::string f = (dir / (form == 1 ? "t.txt" : "t.bin")).string();
         TensorArray back = make_tensor(3, 2, 1, 2);
-        if (form == 1) {
-            savetensort(T, 3, 2, 1, 2, 2, f);
-            loadtensort(back, 3, 2, 1, 2, 2, f);
-        } else {
-            savetensor(T, 3, 2, 1, 2, 2, f);
-            loadtensor(back, 3, 2, 1, 2, 2, f);
-        }
-        for (int i = -3; i <= 4; ++i)
-            for (int j = -2; j <= 3; ++j)
-                for (int k = -1; k <= 2; ++k)
-                    for (int c = 1; c <= 9; ++c) {
-                        ASSERT_TRUE(same_bits(back(i, j, k, c, 2), T(i, j, k, c, 2))) << form;
-                        ASSERT_EQ(back(i, j, k, c, 1), 0.0);  // other slice untouched
-                    }
+        (form == 1 ? savetensort : savetensor)(T, 3, 2, 1, 2, 2, f, Periodicity{});
+        (form == 1 ? loadtensort : loadtensor)(back, 3, 2, 1, 2, 2, f);
+        const std::size_t slice = T.size() / 2;  // slice 1 untouched, slice 2 bit for bit
+        for (std::size_t n = 0; n < slice; ++n) ASSERT_EQ(back.data()[n], 0.0) << form;
+        for (std::size_t n = slice; n < T.size(); ++n) ASSERT_TRUE(same_bits(back.data()[n], T.data()[n])) << form;
     }
 }
 
@@ -83,20 +74,20 @@ TEST(TensorFiles, LargerGridLoadsIntoSmallerAndSmallerLeavesTheRest) {
     for (int form = 1; form <= 2; ++form) {
         const std::string f = (dir / "big").string();
         const TensorArray big = fast(A, MS, 4, 3, 2, 5e-7, 5e-7, 4e-7);
-        form == 1 ? savetensort(big, 4, 3, 2, 1, 1, f) : savetensor(big, 4, 3, 2, 1, 1, f);
+        (form == 1 ? savetensort : savetensor)(big, 4, 3, 2, 1, 1, f, Periodicity{});
         // Into a smaller grid: every offset of the smaller range is filled
         // with the file's value, which is the tensor of the smaller grid too.
         TensorArray small = make_tensor(1, 2, 0, 1);
-        form == 1 ? loadtensort(small, 1, 2, 0, 1, 1, f) : loadtensor(small, 1, 2, 0, 1, 1, f);
+        (form == 1 ? loadtensort : loadtensor)(small, 1, 2, 0, 1, 1, f);
         const TensorArray direct = fast(A, MS, 1, 2, 0, 5e-7, 5e-7, 4e-7);
         for (std::size_t n = 0; n < small.size(); ++n) EXPECT_EQ(small.data()[n], direct.data()[n]) << form;
         // A small file into the large grid: the offsets the file lacks keep
         // their values.
         const std::string g = (dir / "small").string();
-        form == 1 ? savetensort(small, 1, 2, 0, 1, 1, g) : savetensor(small, 1, 2, 0, 1, 1, g);
+        (form == 1 ? savetensort : savetensor)(small, 1, 2, 0, 1, 1, g, Periodicity{});
         TensorArray target = make_tensor(4, 3, 2, 1);
         target.fill(7.0);
-        form == 1 ? loadtensort(target, 4, 3, 2, 1, 1, g) : loadtensor(target, 4, 3, 2, 1, 1, g);
+        (form == 1 ? loadtensort : loadtensor)(target, 4, 3, 2, 1, 1, g);
         for (int i = -4; i <= 5; ++i)
             for (int j = -3; j <= 4; ++j)
                 for (int k = -2; k <= 3; ++k) {
@@ -116,8 +107,7 @@ TEST(TensorFiles, ShortFileOrNegativeCountIsAnErrorNamingTheFile) {
     dir.write("cut.bin", b.substr(0, 84 * 64 + 40));  // last record incomplete
     TensorArray back = make_tensor(1, 1, 1, 1);
     back.fill(5.0);
-    std::string e = fatal_message([&] { loadtensor(back, 1, 1, 1, 1, 1, f); });
-    EXPECT_NE(e.find("cut.bin"), std::string::npos) << e;
+    EXPECT_TRUE(holds(fatal_message([&] { loadtensor(back, 1, 1, 1, 1, 1, f); }), {"cut.bin"}));
     for (double v : back) ASSERT_EQ(v, 5.0);  // nothing stored
 
     b[0] = '\xff', b[1] = '\xff', b[2] = '\xff', b[3] = '\xff';  // count -1
@@ -130,8 +120,7 @@ TEST(TensorFiles, ShortFileOrNegativeCountIsAnErrorNamingTheFile) {
     std::string text = dir.read("cut.txt");
     text.resize(text.size() / 2);
     dir.write("cut.txt", text);
-    e = fatal_message([&] { loadtensort(back, 1, 1, 1, 1, 1, t); });
-    EXPECT_NE(e.find("cut.txt"), std::string::npos) << e;
+    EXPECT_TRUE(holds(fatal_message([&] { loadtensort(back, 1, 1, 1, 1, 1, t); }), {"cut.txt"}));
     dir.write("neg.txt", " -3 1 1 1 2 3 4 5 6 7 8 9\n");
     EXPECT_THROW(loadtensort(back, 1, 1, 1, 1, 1, (dir / "neg.txt").string()), FatalError);
 }
