@@ -56,10 +56,18 @@ void local_matrix(const ComplexSparse& S, PetscScalar sigma, OwnedMat& P, MPI_Co
 // solves by GMRES with the incomplete LU of `levels` fill levels.
 std::array<double, 2> local_band(Mat L0, int count, int levels);
 
+// The incomplete LU of P with `levels` fill levels, natural (grid)
+// ordering, on 2 x 2 blocks, into F.  A singular pivot block is an error.
+void ilu_factor(Mat P, int levels, OwnedMat& F);
+
 // What the hooks of one side's inner solves need: the incomplete LU of the
-// local part (the preconditioner: its triangular solves).
+// local part (the preconditioner: its triangular solves), applied as it is
+// for A and transposed for A^T (the transpose of the incomplete LU of P is
+// that of P^T: the level-of-fill pattern and the pivots are the same), so
+// that one factor serves both sides.
 struct InnerContext {
     Mat factor = nullptr;
+    bool transposed = false;
 };
 PetscErrorCode inner_apply(PC pc, Vec x, Vec y);
 PetscErrorCode inner_converged(KSP ksp, Vec, Vec, void*);

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/error.hpp"
 #include "eigen/slepc_parts.hpp"
 
 namespace torix::slepc {
@@ -144,10 +145,35 @@ std::array<double, 2> local_band(Mat L0, int count, int levels) {
     return {f.front().first, static_cast<int>(f.size()) >= count ? f[count - 1].first : 0.0};
 }
 
+// The triangular solves of an exact LU cost several operator products once
+// the grid is large (its fill grows faster than the cells), while ILU(6)
+// needs hardly more iterations: see fill_levels.  A shifted pivot made GMRES
+// report convergence of wrong solutions, hence the error on a singular one.
+void ilu_factor(Mat P, int levels, OwnedMat& F) {
+    check(MatGetFactor(P, MATSOLVERPETSC, MAT_FACTOR_ILU, &F.h), "MatGetFactor");
+    IS row = nullptr, col = nullptr;
+    check(MatGetOrdering(P, MATORDERINGNATURAL, &row, &col), "MatGetOrdering");
+    MatFactorInfo info;
+    check(MatFactorInfoInitialize(&info), "MatFactorInfoInitialize");
+    info.levels = levels;
+    info.fill = 1.0;
+    info.zeropivot = 100.0 * PETSC_MACHINE_EPSILON;
+    const PetscErrorCode e = MatILUFactorSymbolic(F.h, P, row, col, &info);
+    ISDestroy(&row);
+    ISDestroy(&col);
+    check(e, "MatILUFactorSymbolic");
+    check(MatLUFactorNumeric(F.h, P, &info), "MatLUFactorNumeric");
+    MatFactorError failed = MAT_FACTOR_NOERROR;
+    check(MatFactorGetError(F.h, &failed), "MatFactorGetError");
+    if (failed != MAT_FACTOR_NOERROR)
+        throw FatalError("SOLVE_MODES: the incomplete LU of the local part has a singular pivot block at the shift");
+}
+
 PetscErrorCode inner_apply(PC pc, Vec x, Vec y) {
     void* raw = nullptr;
     if (const PetscErrorCode e = PCShellGetContext(pc, &raw)) return e;
-    return MatSolve(static_cast<const InnerContext*>(raw)->factor, x, y);
+    const auto* c = static_cast<const InnerContext*>(raw);
+    return c->transposed ? MatSolveTranspose(c->factor, x, y) : MatSolve(c->factor, x, y);
 }
 
 // An inner solve that stops short of its tolerance is an error.

@@ -105,9 +105,11 @@ struct Pairs {
 // incomplete LU included) by the constructor; solve() then runs it.
 class KrylovSchur {
 public:
-    KrylovSchur(Mat A, Mat P, int n, int nev, PetscScalar sigma, double tol, int levels, const char* label,
+    // `inner` holds the factor of the inner solves' preconditioner, which
+    // must outlive the solve.
+    KrylovSchur(Mat A, const InnerContext& inner, int n, int nev, PetscScalar sigma, double tol, const char* label,
                 const std::vector<std::vector<cplx>>& start = {})
-        : n_(n) {
+        : n_(n), inner_(inner) {
         MPI_Comm comm = MPI_COMM_NULL;
         check(PetscObjectGetComm(reinterpret_cast<PetscObject>(A), &comm), "PetscObjectGetComm");
         check(EPSCreate(comm, &eps_.h), "EPSCreate");
@@ -145,7 +147,6 @@ public:
         check(EPSGetST(eps_.h, &st), "EPSGetST");
         check(STSetType(st, STSINVERT), "STSetType");
         check(STSetMatMode(st, ST_MATMODE_SHELL), "STSetMatMode");
-        check(STSetPreconditionerMat(st, P), "STSetPreconditionerMat");
         check(STGetKSP(st, &ksp_), "STGetKSP");
         check(KSPSetType(ksp_, KSPGMRES), "KSPSetType");
         check(KSPGMRESSetRestart(ksp_, 60), "KSPGMRESSetRestart");
@@ -160,34 +161,6 @@ public:
         check(KSPSetTolerances(ksp_, std::max(1e-14, tol * 1e-1), PETSC_DEFAULT, PETSC_DEFAULT, 5000),
               "KSPSetTolerances");
         check(KSPSetPostSolve(ksp_, inner_converged, nullptr), "KSPSetPostSolve");
-        // Incomplete LU of the local part with `levels` fill levels, natural
-        // (grid) ordering, on 2 x 2 blocks, factored here (as PETSc's ILU
-        // preconditioner would).  The triangular solves of an exact LU cost
-        // several operator products once the grid is large (its fill grows
-        // faster than the cells), while ILU(6) needs hardly more iterations:
-        // see fill_levels.  A singular pivot block is an error (a shifted
-        // pivot made GMRES report convergence of wrong solutions).
-        check(MatGetFactor(P, MATSOLVERPETSC, MAT_FACTOR_ILU, &factor_.h), "MatGetFactor");
-        {
-            IS row = nullptr, col = nullptr;
-            check(MatGetOrdering(P, MATORDERINGNATURAL, &row, &col), "MatGetOrdering");
-            MatFactorInfo info;
-            check(MatFactorInfoInitialize(&info), "MatFactorInfoInitialize");
-            info.levels = levels;
-            info.fill = 1.0;
-            info.zeropivot = 100.0 * PETSC_MACHINE_EPSILON;
-            const PetscErrorCode e = MatILUFactorSymbolic(factor_.h, P, row, col, &info);
-            ISDestroy(&row);
-            ISDestroy(&col);
-            check(e, "MatILUFactorSymbolic");
-            check(MatLUFactorNumeric(factor_.h, P, &info), "MatLUFactorNumeric");
-        }
-        MatFactorError failed = MAT_FACTOR_NOERROR;
-        check(MatFactorGetError(factor_.h, &failed), "MatFactorGetError");
-        if (failed != MAT_FACTOR_NOERROR)
-            throw FatalError("SOLVE_MODES: the incomplete LU of the local part has a singular pivot block at the "
-                             "shift");
-        inner_.factor = factor_.h;
         PC pc;
         check(KSPGetPC(ksp_, &pc), "KSPGetPC");
         check(PCSetType(pc, PCSHELL), "PCSetType");
@@ -238,7 +211,6 @@ public:
 private:
     int n_;
     // Declared before the EPS, which refers to them and goes first.
-    OwnedMat factor_;
     InnerContext inner_;
     Monitor mon_;
     OwnedEPS eps_;
@@ -356,7 +328,7 @@ std::vector<std::vector<cplx>> mode_columns(const Array<cplx, 3>& modes, int nmo
     return v;
 }
 
-ModesStats solve_mode_products(const ModeProduct& op, const ComplexSparse& local, int layers,
+ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int layers,
                                const std::vector<int>* undamped, int nmodes, double f0, double tol, ModeOutput out,
                                const ModeStart* start) {
     if (tol <= 0.0) tol = 1e-10;
@@ -381,7 +353,7 @@ ModesStats solve_mode_products(const ModeProduct& op, const ComplexSparse& local
         }
     }
     ShellContext right_ctx{&op, false, 0}, left_ctx{&op, true, 0};
-    OwnedMat A, At, P, Pt;
+    OwnedMat A, At, P, F;
     // Where the solve aims.  For the lowest modes (f0 = 0) a shift at 0 is
     // a poor one when the wanted modes form a narrow band well above 0 (the
     // ten lowest of a saturated film lie within 5 to 20 % of each other,
@@ -424,26 +396,35 @@ ModesStats solve_mode_products(const ModeProduct& op, const ComplexSparse& local
     ModesStats stats;
     stats.shift = aim;
     stats.ranks = std::min(ranks, 2);
-    if (right_here) {
-        if (aim != 0.0 || P.h == nullptr) {
-            OwnedMat shifted;
-            local_matrix(local, sigma, shifted, PETSC_COMM_SELF);
-            std::swap(P.h, shifted.h);
+    // The factor of the preconditioner, made once on each rank that solves
+    // a side (the transposed solves of rank 0's serve its left solve, if
+    // one is needed); the local part and its matrix are then dropped, as
+    // they would otherwise stay beside the factor and the Krylov bases for
+    // the whole solve (2.2 kB per cell of a film).
+    {
+        std::string failed;
+        try {
+            if (right_here || (left_beside && left_here)) {
+                if (aim != 0.0 || P.h == nullptr) {
+                    OwnedMat shifted;
+                    local_matrix(local, sigma, shifted, PETSC_COMM_SELF);
+                    std::swap(P.h, shifted.h);
+                }
+                ilu_factor(P.h, fill_levels(layers), F);
+            }
+        } catch (const FatalError& e) {
+            failed = e.what();
         }
-        make_shell(PETSC_COMM_SELF, n, &right_ctx, A);
+        local = ComplexSparse{};
+        if (P.h != nullptr) MatDestroy(&P.h);
+        agree_on_failure(failed.empty() ? nullptr : &failed);
     }
-    const auto prepare_left = [&] {
-        if (At.h != nullptr) return;
-        make_shell(PETSC_COMM_SELF, n, &left_ctx, At);
-        OwnedMat P_left;
-        local_matrix(local, sigma, P_left, PETSC_COMM_SELF);
-        check(MatTranspose(P_left.h, MAT_INITIAL_MATRIX, &Pt.h), "MatTranspose");
-    };
-    const int levels = fill_levels(layers);
+    const InnerContext right_inner{F.h, false}, left_inner{F.h, true};
+    if (right_here) make_shell(PETSC_COMM_SELF, n, &right_ctx, A);
     // Left vectors: A^T w = lambda w gives u = conj(w) with u^H A = lambda u^H.
     const auto solve_left = [&](int nev, Pairs& L) {
-        prepare_left();
-        KrylovSchur left(At.h, Pt.h, n, nev, sigma, tol, levels, "left", start_left);
+        if (At.h == nullptr) make_shell(PETSC_COMM_SELF, n, &left_ctx, At);
+        KrylovSchur left(At.h, left_inner, n, nev, sigma, tol, "left", start_left);
         left.solve();
         L = left.pairs();
         L.products = left_ctx.products;
@@ -464,7 +445,7 @@ ModesStats solve_mode_products(const ModeProduct& op, const ComplexSparse& local
         std::string failed;
         try {
             if (right_here) {
-                KrylovSchur right(A.h, P.h, n, nev, sigma, tol, levels, "right", start_right);
+                KrylovSchur right(A.h, right_inner, n, nev, sigma, tol, "right", start_right);
                 right.solve();
                 R = right.pairs();
                 R.products = right_ctx.products;
@@ -597,8 +578,9 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
                          "offset (D(-r) = D(r)^T), so the left vectors cannot be formed from its Fourier form "
                          "(use SOLVE_MATRIX)");
     const std::vector<int> w = undamped_multiplicities(in);
-    return solve_mode_products(op, complex_sparse(op.local_part(1, true)), in.nz + 1, w.empty() ? nullptr : &w, nmodes,
-                               f0, tol, out);
+    // The real local part goes before the solve starts.
+    ComplexSparse local = complex_sparse(op.local_part(1, true));
+    return solve_mode_products(op, std::move(local), in.nz + 1, w.empty() ? nullptr : &w, nmodes, f0, tol, out);
 }
 
 }  // namespace torix

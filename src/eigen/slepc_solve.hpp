@@ -66,7 +66,7 @@ std::vector<int> undamped_multiplicities(const MatrixInput& in);
 // `undamped` the multiplicities of undamped_multiplicities (null: the left
 // vectors are solved for).  On every rank of the run, each with an operator
 // of its own.  The rest as for solve_modes.
-ModesStats solve_mode_products(const ModeProduct& op, const ComplexSparse& local, int layers,
+ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int layers,
                                const std::vector<int>* undamped, int nmodes, double f0, double tol, ModeOutput out,
                                const ModeStart* start = nullptr);
 
