@@ -10,6 +10,7 @@
 #include <exception>
 #include <type_traits>
 
+#include "eigen/block_ilu.hpp"
 #include "eigen/mode_product.hpp"
 
 static_assert(std::is_same_v<PetscScalar, std::complex<double>>, "SOLVE_MODES needs the complex double build of PETSc");
@@ -56,8 +57,9 @@ void local_matrix(const ComplexSparse& S, PetscScalar sigma, OwnedMat& P, MPI_Co
 // solves by GMRES with the incomplete LU of `levels` fill levels.
 std::array<double, 2> local_band(Mat L0, int count, int levels);
 
-// The incomplete LU of P with `levels` fill levels, natural (grid)
-// ordering, on 2 x 2 blocks, into F.  A singular pivot block is an error.
+// PETSc's incomplete LU of P with `levels` fill levels, natural (grid)
+// ordering, on 2 x 2 blocks, into F: the reference of BlockILU.  A singular
+// pivot block is an error.
 void ilu_factor(Mat P, int levels, OwnedMat& F);
 
 // What the hooks of one side's inner solves need: the incomplete LU of the
@@ -66,7 +68,7 @@ void ilu_factor(Mat P, int levels, OwnedMat& F);
 // that of P^T: the level-of-fill pattern and the pivots are the same), so
 // that one factor serves both sides.
 struct InnerContext {
-    Mat factor = nullptr;
+    const BlockILU* ilu = nullptr;
     bool transposed = false;
 };
 PetscErrorCode inner_apply(PC pc, Vec x, Vec y);

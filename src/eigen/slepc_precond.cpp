@@ -173,7 +173,17 @@ PetscErrorCode inner_apply(PC pc, Vec x, Vec y) {
     void* raw = nullptr;
     if (const PetscErrorCode e = PCShellGetContext(pc, &raw)) return e;
     const auto* c = static_cast<const InnerContext*>(raw);
-    return c->transposed ? MatSolveTranspose(c->factor, x, y) : MatSolve(c->factor, x, y);
+    const PetscScalar* px = nullptr;
+    PetscScalar* py = nullptr;
+    if (const PetscErrorCode e = VecGetArrayRead(x, &px)) return e;
+    if (const PetscErrorCode e = VecGetArrayWrite(y, &py)) return e;
+    try {
+        c->transposed ? c->ilu->solve_transpose(px, py) : c->ilu->solve(px, py);
+    } catch (const std::bad_alloc&) {
+        return PETSC_ERR_MEM;
+    }
+    if (const PetscErrorCode e = VecRestoreArrayWrite(y, &py)) return e;
+    return VecRestoreArrayRead(x, &px);
 }
 
 // An inner solve that stops short of its tolerance is an error.

@@ -353,7 +353,8 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
         }
     }
     ShellContext right_ctx{&op, false, 0}, left_ctx{&op, true, 0};
-    OwnedMat A, At, P, F;
+    OwnedMat A, At, P;
+    std::optional<BlockILU> F;
     // Where the solve aims.  For the lowest modes (f0 = 0) a shift at 0 is
     // a poor one when the wanted modes form a narrow band well above 0 (the
     // ten lowest of a saturated film lie within 5 to 20 % of each other,
@@ -398,28 +399,20 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
     stats.ranks = std::min(ranks, 2);
     // The factor of the preconditioner, made once on each rank that solves
     // a side (the transposed solves of rank 0's serve its left solve, if
-    // one is needed); the local part and its matrix are then dropped, as
-    // they would otherwise stay beside the factor and the Krylov bases for
-    // the whole solve (2.2 kB per cell of a film).
+    // one is needed); the local part is then dropped, as it would otherwise
+    // stay beside the factor and the Krylov bases for the whole solve.
     {
+        if (P.h != nullptr) MatDestroy(&P.h);
         std::string failed;
         try {
-            if (right_here || (left_beside && left_here)) {
-                if (aim != 0.0 || P.h == nullptr) {
-                    OwnedMat shifted;
-                    local_matrix(local, sigma, shifted, PETSC_COMM_SELF);
-                    std::swap(P.h, shifted.h);
-                }
-                ilu_factor(P.h, fill_levels(layers), F);
-            }
+            if (right_here || (left_beside && left_here)) F.emplace(local, sigma, fill_levels(layers));
         } catch (const FatalError& e) {
             failed = e.what();
         }
         local = ComplexSparse{};
-        if (P.h != nullptr) MatDestroy(&P.h);
         agree_on_failure(failed.empty() ? nullptr : &failed);
     }
-    const InnerContext right_inner{F.h, false}, left_inner{F.h, true};
+    const InnerContext right_inner{F ? &*F : nullptr, false}, left_inner{F ? &*F : nullptr, true};
     if (right_here) make_shell(PETSC_COMM_SELF, n, &right_ctx, A);
     // Left vectors: A^T w = lambda w gives u = conj(w) with u^H A = lambda u^H.
     const auto solve_left = [&](int nev, Pairs& L) {
