@@ -49,13 +49,14 @@ void make_shell(MPI_Comm comm, int n, ShellContext* ctx, OwnedMat& A);
 int fill_levels(int layers);
 
 // The sparse local part with -sigma on the diagonal, as a PETSc matrix of
-// 2 x 2 blocks.
+// 2 x 2 blocks: what PETSc's own factorisation (ilu_factor), the reference
+// of BlockILU, takes.
 void local_matrix(const ComplexSparse& S, PetscScalar sigma, OwnedMat& P, MPI_Comm comm = PETSC_COMM_WORLD);
 
-// The lowest positive frequency of the local part L0 and its count-th
+// The lowest positive frequency of the local part L and its count-th
 // lowest (0 where there are fewer or the lowest has not settled); the inner
-// solves by GMRES with the incomplete LU of `levels` fill levels.
-std::array<double, 2> local_band(Mat L0, int count, int levels);
+// solves by GMRES with `factor`, the incomplete LU of L.
+std::array<double, 2> local_band(const ComplexSparse& L, const BlockILU& factor, int count);
 
 // PETSc's incomplete LU of P with `levels` fill levels, natural (grid)
 // ordering, on 2 x 2 blocks, into F: the reference of BlockILU.  A singular

@@ -88,8 +88,8 @@ PetscErrorCode ritz_monitor(EPS, PetscInt, PetscInt, PetscScalar* eigr, PetscSca
 // count-th lowest (0 where there are fewer), from one Krylov-Schur pass
 // (2 count values, SLEPc's default basis, no restart) with
 // shift-and-invert at 0 whose inner solves are GMRES on the local part
-// preconditioned by its incomplete LU with `levels` fill levels, as the
-// inner solves of the real solve: no convolution, and no exact factor,
+// preconditioned by its incomplete LU at 0 (`factor`, the real solve's
+// when the shift stays at 0): no convolution, and no exact factor,
 // whose fill (nested dissection: 5.7 kB per cell of a film of 10^5 cells)
 // set the peak memory of the whole solve.  The band only places the shift
 // of the real solve, and it takes the Ritz values of that one pass,
@@ -101,16 +101,48 @@ PetscErrorCode ritz_monitor(EPS, PetscInt, PetscInt, PetscScalar* eigr, PetscSca
 // passes and 6 s to resolve), which can only keep a narrow band's shift at
 // 0, never misplace it.
 constexpr double kBandSettled = 1e-2;  // largest error estimate of the lowest value the band uses
-std::array<double, 2> local_band(Mat L0, int count, int levels) {
+
+namespace {
+
+// The products of the sparse local part itself (the band needs no
+// convolution).
+class SparseProduct final : public ModeProduct {
+public:
+    explicit SparseProduct(const ComplexSparse& S) : S_(S) {}
+    [[nodiscard]] int order() const override { return S_.n; }
+    void apply(const cplx* x, cplx* y) const override {
+        for (int r = 0; r < S_.n; ++r) {
+            cplx s = 0.0;
+            for (std::int64_t k = S_.row_start[r]; k < S_.row_start[r + 1]; ++k) s += S_.val[k] * x[S_.col[k]];
+            y[r] = s;
+        }
+    }
+    void apply_transpose(const cplx* x, cplx* y) const override {
+        std::fill(y, y + S_.n, cplx{});
+        for (int r = 0; r < S_.n; ++r)
+            for (std::int64_t k = S_.row_start[r]; k < S_.row_start[r + 1]; ++k) y[S_.col[k]] += S_.val[k] * x[r];
+    }
+
+private:
+    const ComplexSparse& S_;
+};
+
+}  // namespace
+
+std::array<double, 2> local_band(const ComplexSparse& L, const BlockILU& factor, int count) {
+    const SparseProduct product(L);
+    ShellContext ctx{&product, false, 0};
+    OwnedMat L0;
+    make_shell(PETSC_COMM_SELF, L.n, &ctx, L0);
+    const InnerContext inner{&factor, false};
     OwnedEPS eps;
-    check(EPSCreate(PETSC_COMM_WORLD, &eps.h), "EPSCreate");
-    check(EPSSetOperators(eps.h, L0, nullptr), "EPSSetOperators");
+    check(EPSCreate(PETSC_COMM_SELF, &eps.h), "EPSCreate");
+    check(EPSSetOperators(eps.h, L0.h, nullptr), "EPSSetOperators");
     check(EPSSetProblemType(eps.h, EPS_NHEP), "EPSSetProblemType");
     check(EPSSetType(eps.h, EPSKRYLOVSCHUR), "EPSSetType");
     check(EPSSetTarget(eps.h, PetscScalar(0.0)), "EPSSetTarget");
     check(EPSSetWhichEigenpairs(eps.h, EPS_TARGET_MAGNITUDE), "EPSSetWhichEigenpairs");
-    PetscInt order = 0;
-    check(MatGetSize(L0, &order, nullptr), "MatGetSize");
+    const PetscInt order = L.n;
     // Both members of every conjugate pair are equally near 0.
     check(EPSSetDimensions(eps.h, std::min<PetscInt>(order, 2 * count), PETSC_DEFAULT, PETSC_DEFAULT),
           "EPSSetDimensions");
@@ -118,6 +150,7 @@ std::array<double, 2> local_band(Mat L0, int count, int levels) {
     ST st;
     check(EPSGetST(eps.h, &st), "EPSGetST");
     check(STSetType(st, STSINVERT), "STSetType");
+    check(STSetMatMode(st, ST_MATMODE_SHELL), "STSetMatMode");
     RitzValues ritz;
     ritz.st = st;
     check(EPSMonitorSet(eps.h, ritz_monitor, &ritz, nullptr), "EPSMonitorSet");
@@ -127,9 +160,9 @@ std::array<double, 2> local_band(Mat L0, int count, int levels) {
     check(KSPGetPC(ksp, &pc), "KSPGetPC");
     check(KSPSetType(ksp, KSPGMRES), "KSPSetType");
     check(KSPSetTolerances(ksp, 1e-10, PETSC_DEFAULT, PETSC_DEFAULT, 2000), "KSPSetTolerances");
-    check(PCSetType(pc, PCILU), "PCSetType");
-    check(PCFactorSetLevels(pc, levels), "PCFactorSetLevels");
-    check(PCFactorSetMatOrderingType(pc, MATORDERINGNATURAL), "PCFactorSetMatOrderingType");
+    check(PCSetType(pc, PCSHELL), "PCSetType");
+    check(PCShellSetContext(pc, const_cast<InnerContext*>(&inner)), "PCShellSetContext");
+    check(PCShellSetApply(pc, inner_apply), "PCShellSetApply");
     check(EPSSolve(eps.h), "EPSSolve (the local part may be singular at 0)");
     std::vector<std::pair<double, double>> f;  // frequency, error estimate
     for (std::size_t i = 0; i < ritz.values.size(); ++i) {

@@ -353,8 +353,7 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
         }
     }
     ShellContext right_ctx{&op, false, 0}, left_ctx{&op, true, 0};
-    OwnedMat A, At, P;
-    std::optional<BlockILU> F;
+    OwnedMat A, At;
     // Where the solve aims.  For the lowest modes (f0 = 0) a shift at 0 is
     // a poor one when the wanted modes form a narrow band well above 0 (the
     // ten lowest of a saturated film lie within 5 to 20 % of each other,
@@ -372,40 +371,38 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
     // in the operator).  The modes kept are those nearest i f0 in either
     // case.
     // A local part that cannot be factored at 0 (a singular block) leaves
-    // the shift at 0; the real solve then fails there with PETSc's message.
-    // The local part at 0 is the preconditioner's matrix when the shift
+    // the shift at 0; the real solve then fails there with the factor's
+    // message.  The band's factor at 0 is the preconditioner when the shift
     // stays there.  Rank 0 places the shift for every rank.
     double aim = f0;
-    {
-        std::string failed;
-        if (right_here && f0 == 0.0) {
-            try {
-                local_matrix(local, PetscScalar(0.0), P);
-                // At least three values: the band of a single mode says
-                // nothing of how far the next one lies.
-                const auto band = local_band(P.h, std::min(N, std::max(nmodes, 3)), fill_levels(layers));
-                if (band[0] > 0.0 && band[1] > 0.0 && band[1] < kNarrowBand * band[0]) aim = kAimFraction * band[0];
-            } catch (const FatalError& e) {
-                if (P.h == nullptr) failed = e.what();
-                aim = 0.0;
-            }
+    std::optional<BlockILU> F;
+    const int levels = fill_levels(layers);
+    if (right_here && f0 == 0.0) {
+        try {
+            F.emplace(local, PetscScalar(0.0), levels);
+            // At least three values: the band of a single mode says
+            // nothing of how far the next one lies.
+            const auto band = local_band(local, *F, std::min(N, std::max(nmodes, 3)));
+            if (band[0] > 0.0 && band[1] > 0.0 && band[1] < kNarrowBand * band[0]) aim = kAimFraction * band[0];
+        } catch (const FatalError&) {
+            aim = 0.0;
         }
-        agree_on_failure(failed.empty() ? nullptr : &failed);
-        broadcast(aim, 0);
     }
+    broadcast(aim, 0);
     const PetscScalar sigma(kOffAxis * aim, aim);
     ModesStats stats;
     stats.shift = aim;
     stats.ranks = std::min(ranks, 2);
     // The factor of the preconditioner, made once on each rank that solves
     // a side (the transposed solves of rank 0's serve its left solve, if
-    // one is needed); the local part is then dropped, as it would otherwise
-    // stay beside the factor and the Krylov bases for the whole solve.
+    // one is needed; the band's at 0 serves when the shift stays there);
+    // the local part is then dropped, as it would otherwise stay beside
+    // the factor and the Krylov bases for the whole solve.
     {
-        if (P.h != nullptr) MatDestroy(&P.h);
         std::string failed;
         try {
-            if (right_here || (left_beside && left_here)) F.emplace(local, sigma, fill_levels(layers));
+            if (aim != 0.0 || !(right_here && F)) F.reset();
+            if ((right_here || (left_beside && left_here)) && !F) F.emplace(local, sigma, levels);
         } catch (const FatalError& e) {
             failed = e.what();
         }

@@ -33,8 +33,7 @@ ComplexSparse grid_matrix(int gx, int gy, unsigned seed) {
             for (int dx = -1; dx <= 1; ++dx)
                 if (x + dx >= 0 && x + dx < gx && y + dy >= 0 && y + dy < gy) cols.push_back(b + dx + gx * dy);
         std::vector<cplx> blocks;
-        for (int c : cols)
-            for (int k = 0; k < 4; ++k) blocks.emplace_back(0.3 * u(gen), 0.3 * u(gen));
+        for (std::size_t k = 0; k < 4 * cols.size(); ++k) blocks.emplace_back(0.3 * u(gen), 0.3 * u(gen));
         for (std::size_t k = 0; k < cols.size(); ++k)
             if (cols[k] == b) blocks[4 * k + 1] += 4.0, blocks[4 * k + 2] -= 5.0;
         for (int i = 0; i < 2; ++i) {
