@@ -57,8 +57,8 @@ private:
     std::vector<int> slot_;    // block row of S -> its place in the separator, or -1
 };
 
-// The parts for a matrix of nb block rows: one below 5·10^4, then one per
-// 5·10^4 up to 16.
+// The parts for a matrix of nb block rows: one below 5·10^4, two below
+// 2·10^5, four from there.
 int ilu_parts(int nb);
 
 }  // namespace torix

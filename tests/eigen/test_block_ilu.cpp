@@ -153,7 +153,7 @@ TEST(BlockILU, EqualsPetscsFactorInItsOrderAndIsExactWithFullFill) {
 
 TEST(BlockILU, PartsFollowTheSizeAndASingularPivotIsAnError) {
     EXPECT_EQ(ilu_parts(49999), 1);
-    EXPECT_EQ(ilu_parts(1'000'000), 16);
+    EXPECT_EQ(ilu_parts(1'000'000), 4);
     // A numbering that scatters neighbours over the ranges keeps one part.
     ComplexSparse S = grid_matrix(40, 3, 1);
     EXPECT_EQ(BlockILU(S, 0.0, 1, 4).parts(), 1);
