@@ -5,8 +5,12 @@
 // error may hold only the model summary and the equilibrium lines, no
 // warning; those two kinds of line are left out of the comparison);
 // warnings.txt the warning lines that standard error must hold besides
-// (left out of the comparison too); files/ the files that must be produced byte for byte.  Other
-// files in the folder are inputs.
+// (left out of the comparison too); files/ the files that must be produced
+// byte for byte; exists.txt lines "yes NAME" or "no NAME" for files that
+// must or must not be there after the run (e.g. none written by a refused
+// command, those of the commands before it kept).  Other files in the
+// folder are inputs.  The program reads input.dat up to END: lines after it
+// say why the expectations hold.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -56,7 +60,9 @@ TEST_P(Case, Runs) {
     TempDir dir;
     for (const auto& e : fs::directory_iterator(src)) {
         const std::string n = e.path().filename().string();
-        if (n == "expect.txt" || n == "status" || n == "stderr.txt" || n == "warnings.txt" || n == "files") continue;
+        if (n == "expect.txt" || n == "status" || n == "stderr.txt" || n == "warnings.txt" || n == "files" ||
+            n == "exists.txt")
+            continue;
         fs::copy(e.path(), dir.path() / n, fs::copy_options::recursive);
     }
     const RunResult r = run_torix(dir);
@@ -89,6 +95,9 @@ TEST_P(Case, Runs) {
             ASSERT_TRUE(fs::exists(dir.path() / rel)) << rel << " was not written";
             EXPECT_TRUE(read_file(e.path()) == read_file(dir.path() / rel)) << rel << " differs";
         }
+    if (fs::exists(src / "exists.txt"))
+        for (const std::string& l : lines_of(read_file(src / "exists.txt")))
+            EXPECT_EQ(dir.exists(l.substr(l.find(' ') + 1)), l.rfind("yes ", 0) == 0) << l;
     // No temporary file is ever left behind.
     for (const auto& e : fs::directory_iterator(dir.path()))
         EXPECT_EQ(e.path().filename().string().find(".tmp-"), std::string::npos) << e.path();

@@ -30,17 +30,6 @@ RunResult run_script_text(const std::string& text) {
     return run_torix(dir);
 }
 
-// Whether `parts` occur in `text` in this order.
-testing::AssertionResult in_order(const std::string& text, const std::vector<std::string>& parts) {
-    std::size_t at = 0;
-    for (const std::string& p : parts) {
-        if ((at = text.find(p, at)) == std::string::npos)
-            return testing::AssertionFailure() << "missing \"" << p << "\" in\n" << text;
-        at += p.size();
-    }
-    return testing::AssertionSuccess();
-}
-
 }  // namespace
 
 TEST(ScriptMistakes, ToldOnStandardErrorWithTheConsoleUnchanged) {
@@ -78,7 +67,7 @@ TEST(ScriptMistakes, ToldOnStandardErrorWithTheConsoleUnchanged) {
         const RunResult good = run_script_text(m.as_run);
         EXPECT_EQ(bad.status, 0) << bad.err;
         EXPECT_EQ(bad.out, good.out);
-        EXPECT_TRUE(in_order(bad.err, m.said));
+        EXPECT_TRUE(holds(bad.err, m.said));
         if (m.said.empty()) {
             EXPECT_EQ(bad.err.find("warning"), std::string::npos) << bad.err;
         }
@@ -112,7 +101,7 @@ TEST(ModelSummary, PaintedExtentsMaterialsAndUnits) {
         "ADD_SHAPE\n4\n200e-7 100e-7 5e-7 0 0 0 1\nADD_SHAPE\n3\n100e-7 50e-7 5e-7 250e-7 0 0 2\nSET_BETA\n0\n"
         "END\n");
     EXPECT_EQ(r.status, 0);
-    EXPECT_TRUE(in_order(r.err,
+    EXPECT_TRUE(holds(r.err,
                              {"model: grid 80 x 20 x 1 cells of 5 x 5 x 5 nm, 400 x 100 x 5 nm in all",
                               "shape 1 (elliptic disk, material 1): asked 200 x 100 x 5 nm, painted 190 x 90 x 5 nm",
                               "(smaller than asked", "shape 2 (box, material 2): asked 100 x 50 x 5 nm, painted 100 x "
@@ -138,7 +127,7 @@ TEST(SolveChecks, TorqueStaleFieldAndGrowingModes) {
     const std::string against = body + "-1 0 0\nADD_EXT_FIELD\n1\n50000 0 0\nCALC_FIELD\nSOLVE_MATRIX\n4\nEND\n";
     const RunResult a = run_script_text(against);
     ASSERT_EQ(a.status, 0) << a.err;
-    EXPECT_TRUE(in_order(a.err, {"SOLVE_MATRIX: equilibrium: largest |m x H|/|H| ", "SOLVE_MATRIX: warning: ",
+    EXPECT_TRUE(holds(a.err, {"SOLVE_MATRIX: equilibrium: largest |m x H|/|H| ", "SOLVE_MATRIX: warning: ",
                                  "4 modes grow (negative decay rate): 1 (g "}));
     EXPECT_EQ(a.err.find("not at equilibrium"), std::string::npos) << a.err;
 

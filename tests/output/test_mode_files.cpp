@@ -214,18 +214,6 @@ TEST(ModeFiles, SingleCellModeInEveryFormat) {
     EXPECT_NEAR(reals(v["field participation_ratio"], 0).at(0), 1.0, 1e-15);
 }
 
-// A range that holds none of the modes is the parameter line's error, as for
-// the mode tables; the files of the command before stay.
-TEST(ModeFiles, RangeWithoutModesIsRefused) {
-    TempDir dir;
-    dir.write("input.dat", std::string(kCube) + "MODE_SAVE\n1 1 1\nm\nMODE_SAVE\n2 3 2\nnone\nEND\n");
-    const RunResult r = run_torix(dir);
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(holds(r.err, {"MODE_SAVE: modes 2 to 3 include none of the modes 1 to 1"}));
-    EXPECT_TRUE(dir.exists("m001_re.ovf") && dir.exists("m001_im.ovf"));
-    EXPECT_FALSE(dir.exists("none.pvd"));
-}
-
 // Several cells of two materials: the VTK arrays against the OVF pair of
 // the same mode (two writers), against M (m0), |u| (amplitude), the mask
 // (material) and the frequencies of OMEGA_PRINT; the collection lists the

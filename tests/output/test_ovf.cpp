@@ -319,34 +319,6 @@ TEST(OvfCommands, MagnetizationRoundTripAndAppliedFieldUnits) {
         holds(dir.read("mt.ovf"), {"# valueunits: A/m A/m A/m\n", "\n0 0 0\n# End: Data Text\n# End: Segment\n"}));
 }
 
-TEST(OvfCommands, ScriptErrorsNameTheFileOrTheLine) {
-    TempDir dir;
-    const std::string head = "SET_CELL\n5e-7 5e-7 5e-7\nLOAD_MAT\n1\n1e-6 800\nMASQUE_CREATE\n10e-7 5e-7 5e-7\n"
-                             "ADD_SHAPE\n3\n10e-7 5e-7 5e-7 0 0 0 1\n";
-    dir.write("zero.ovf", [] {
-        std::string s = mumax_header(2, 1, 1, 5e-9, "Data Text");
-        return s + "1 0 0\n0 0 0\n# End: Data Text\n# End: Segment\n";
-    }());
-    dir.write("wrong.ovf", binary_file(3, 1, 1, 5e-9, 4));
-    struct {
-        std::string script;
-        std::string message;
-    } cases[] = {
-        {"OVF_SAVE\n1 2\nm.ovf\n", "input.dat:11: OVF_SAVE: no magnetization on the present grid (INIT_M or M_LOAD first)"},
-        {"INIT_M\n4\nOVF_LOAD\n1\nzero.ovf\n", "zero.ovf: cell (1, 0, 0) is magnetic but its vector in the file is (0, 0, 0)"},
-        {"INIT_M\n4\nOVF_LOAD\n1\nwrong.ovf\n", "wrong.ovf: header: the mesh has 3 x 1 x 1 nodes, the grid 2 x 1 x 1 cells"},
-        {"INIT_M\n4\nOVF_LOAD\n3\nmissing.ovf\n", "missing.ovf: cannot open file for reading"},
-        {"INIT_M\n4\nOVF_LOAD\n3\nzero.ovf\n", "zero.ovf: header: valueunits \"1\" is not a field unit"},
-        {"OVF_SAVE\n1 x\n", "input.dat:12: OVF_SAVE: expected an integer for the format (1 text, 2 binary), found \"x\""},
-    };
-    for (const auto& c : cases) {
-        dir.write("input.dat", head + c.script + "END\n");
-        const RunResult r = run_torix(dir);
-        EXPECT_EQ(r.status, 1) << c.script;
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.script << "\n" << r.err;
-    }
-}
-
 // H of one isolated cube along z in 1000 Oe is the applied field minus the
 // cube's demagnetizing field 4 pi Ms / 3; the driving field is written as
 // its real part.  Both in A/m.
