@@ -12,6 +12,7 @@
 #include "core/array.hpp"
 #include "dynamics/direct_field.hpp"
 #include "dynamics/local_terms.hpp"
+#include "dynamics/relax.hpp"
 #include "eigen/deg.hpp"
 #include "eigen/dense_solve.hpp"
 #include "eigen/dynamic_matrix.hpp"
@@ -78,6 +79,22 @@ inline void set_field(Model& m, const std::array<double, 3>& applied) {
     });
     calcfields(m.M, m.MS, {0.0, 0.0, 0.0}, 0.0, m.MASQUE, m.AIJ, m.H, m.nx, m.ny, m.nz, m.MS.extent(0));
     add_local_fields(m.terms, m.M, m.MS, m.MASQUE, m.H);
+}
+
+// Relaxes m.M by the damped alignment in a uniform applied field with the
+// model's terms (direct sum, or the Fourier form F when given), quietly;
+// m.H is then the applied field plus the field of the relaxed state.
+inline void relax_model(Model& m, const std::array<double, 3>& applied, double alpha, double threshold,
+                        long max_passes = 0, const FourierTensor* F = nullptr) {
+    static const FourierTensor none;
+    VecGrid work = m.M;
+    for_cells(m.nx, m.ny, m.nz, [&](int x, int y, int z) {
+        for (int c = 1; c <= 3; ++c) m.H(x, y, z, c) = applied[c - 1];
+    });
+    (void)captured_cout([&] {
+        relax(m.M, m.H, m.MS, {0.0, 0.0, 0.0}, 0.0, m.AIJ, m.MASQUE, m.nx, m.ny, m.nz, m.MS.extent(0), alpha,
+              threshold, F ? kMethodFft : kMethodDirect, F ? *F : none, work, max_passes, m.terms);
+    });
 }
 
 inline void set_numbering(Model& m, int bx = 1, int by = 1, int bz = 1) {

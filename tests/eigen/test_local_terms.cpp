@@ -43,10 +43,19 @@ CubicAnisotropy cubic(int m, double K1, double K2, std::array<double, 3> a1, std
     return t;
 }
 
-// The energy density written out here from the direction cosines.
+// The energy density written out here from the direction cosines, and
+// from the direction m through the term's crystal axes.
 double cubic_w(double K1, double K2, const double a[3]) {
     const double s1 = a[0] * a[0], s2 = a[1] * a[1], s3 = a[2] * a[2];
     return K1 * (s1 * s2 + s2 * s3 + s3 * s1) + K2 * s1 * s2 * s3;
+}
+double cubic_w(const CubicAnisotropy& t, const double m[3]) {
+    double a[3];
+    for (int i = 0; i < 3; ++i) {
+        const auto& c = i == 0 ? t.c1 : i == 1 ? t.c2 : t.c3;
+        a[i] = c[0] * m[0] + c[1] * m[1] + c[2] * m[2];
+    }
+    return cubic_w(t.K1, t.K2, a);
 }
 
 // The full field of M by the field routine every command uses.
@@ -90,14 +99,7 @@ TEST(LocalTerms, FieldsAreMinusTheGradientOfTheEnergy) {
     double h[3] = {0.0, 0.0, 0.0};
     const double M[3] = {ms * m[0], ms * m[1], ms * m[2]};
     cubic_add_field(t, ms, M, h);
-    auto w = [&](const double v[3]) {
-        double a[3];
-        for (int i = 0; i < 3; ++i) {
-            const auto& c = i == 0 ? t.c1 : i == 1 ? t.c2 : t.c3;
-            a[i] = c[0] * v[0] + c[1] * v[1] + c[2] * v[2];
-        }
-        return cubic_w(t.K1, t.K2, a);
-    };
+    auto w = [&](const double v[3]) { return cubic_w(t, v); };
     for (int k = 0; k < 3; ++k) {
         const double e = 1e-5;
         double p[3] = {m[0], m[1], m[2]}, q[3] = {m[0], m[1], m[2]};
@@ -243,13 +245,7 @@ TEST(LocalTerms, EnergyMeasureCountsTheTermsWithTheirOwnEnergy) {
             e += -0.5 * m.M(x, y, z, k + 1) * Ht(x, y, z, k + 1) - m.M(x, y, z, k + 1) * happ[k];
             mv[k] = m.M(x, y, z, k + 1) / m.MS(q);
         }
-        const CubicAnisotropy& t = m.terms.cubic[q - 1];
-        double a[3];
-        for (int i = 0; i < 3; ++i) {
-            const auto& c = i == 0 ? t.c1 : i == 1 ? t.c2 : t.c3;
-            a[i] = c[0] * mv[0] + c[1] * mv[1] + c[2] * mv[2];
-        }
-        e += cubic_w(t.K1, t.K2, a);
+        e += cubic_w(m.terms.cubic[q - 1], mv);
     });
     const InterlayerExchange& il = m.terms.interlayer[0];
     for (int x = 0; x <= 1; ++x) {
@@ -267,6 +263,17 @@ TEST(LocalTerms, EnergyMeasureCountsTheTermsWithTheirOwnEnergy) {
 // the field code: for the tensor alone (exchange, dipolar, two materials)
 // and with both terms, damped, at a state far from equilibrium.
 TEST(LocalTerms, DenseMatrixIsTheJacobianOfTheTorque) {
+    // Against the Jacobian of the field with the terms, and (when the model
+    // has terms) far from the matrix of the tensor alone.
+    const auto expect_jacobian = [](const Model& m) {
+        const auto A = dense_matrix(m);
+        const auto Afd = fd_matrix(m, field_of(m, {300.0, -200.0, 500.0}));
+        EXPECT_LT(max_diff(A, Afd), 1e-9 * max_abs(A));
+        if (m.terms.empty()) return;
+        Model bare = m;
+        bare.terms = LocalTerms{};
+        EXPECT_GT(max_diff(dense_matrix(bare), Afd), 1e-3 * max_abs(A));
+    };
     for (const bool with_terms : {false, true}) {
         SCOPED_TRACE(with_terms ? "cubic and interlayer terms" : "tensor alone");
         Model m = layered(0.02);
@@ -274,15 +281,7 @@ TEST(LocalTerms, DenseMatrixIsTheJacobianOfTheTorque) {
             m.terms = LocalTerms{};
             set_field(m, {300.0, -200.0, 500.0});
         }
-        const auto A = dense_matrix(m);
-        const auto Afd = fd_matrix(m, field_of(m, {300.0, -200.0, 500.0}));
-        EXPECT_LT(max_diff(A, Afd), 1e-9 * max_abs(A));
-        if (with_terms) {
-            // The terms' part of the matrix is far above that tolerance.
-            Model bare = m;
-            bare.terms = LocalTerms{};
-            EXPECT_GT(max_diff(dense_matrix(bare), Afd), 1e-3 * max_abs(A));
-        }
+        expect_jacobian(m);
     }
     // DMI of each material's own kind and strength in the tensor, the bonds
     // between the two materials (along x) taken off by the interface term.
@@ -299,12 +298,7 @@ TEST(LocalTerms, DenseMatrixIsTheJacobianOfTheTorque) {
     set_numbering(m);
     m.alpha = 0.02;
     set_field(m, {300.0, -200.0, 500.0});
-    const auto A = dense_matrix(m);
-    const auto Afd = fd_matrix(m, field_of(m, {300.0, -200.0, 500.0}));
-    EXPECT_LT(max_diff(A, Afd), 1e-9 * max_abs(A));
-    Model bare = m;
-    bare.terms = LocalTerms{};
-    EXPECT_GT(max_diff(dense_matrix(bare), Afd), 1e-3 * max_abs(A));
+    expect_jacobian(m);
 }
 
 // One cubic cell (its demagnetizing tensor is isotropic and drops out) in a
@@ -399,12 +393,7 @@ TEST(CubicAnisotropy, RelaxationFindsTheEasyAxes) {
         std::array<double, 3> lab{};
         for (int k = 0; k < 3; ++k) lab[k] = 0.9 * t.c1[k] + 0.5 * t.c2[k] + 0.3 * t.c3[k];
         set_m(m, [&](int, int, int) { return lab; });
-        VecGrid H = make_vec_grid(0, 0, 0, 0.0), Mprev;
-        const FourierTensor none;
-        captured_cout([&] {
-            relax(m.M, H, m.MS, {0.0, 0.0, 0.0}, 0.0, m.AIJ, m.MASQUE, 0, 0, 0, 1, 0.05, 1e-13, kMethodDirect, none,
-                  Mprev, 100000, m.terms);
-        });
+        relax_model(m, {0.0, 0.0, 0.0}, 0.05, 1e-13, 100000);
         const double mv[3] = {m.M(0, 0, 0, 1) / ms, m.M(0, 0, 0, 2) / ms, m.M(0, 0, 0, 3) / ms};
         const std::array<double, 3> easy =
             K1 > 0 ? t.c1
@@ -520,12 +509,7 @@ TEST(InterlayerExchange, PairRelaxesAntiparallelOrParallel) {
         set_m(m, [](int, int, int z) {
             return z == 0 ? std::array<double, 3>{1.0, 0.0, 0.0} : std::array<double, 3>{0.5, 0.866, 0.0};
         });
-        VecGrid H = make_vec_grid(0, 0, 2, 0.0), Mprev;
-        const FourierTensor none;
-        captured_cout([&] {
-            relax(m.M, H, m.MS, {0.0, 0.0, 0.0}, 0.0, m.AIJ, m.MASQUE, 0, 0, 2, 2, 0.05, 1e-13, kMethodDirect, none,
-                  Mprev, 200000, m.terms);
-        });
+        relax_model(m, {0.0, 0.0, 0.0}, 0.05, 1e-13, 200000);
         double c = 0.0;
         for (int k = 1; k <= 3; ++k) c += m.M(0, 0, 0, k) * m.M(0, 0, 2, k) / (1400.0 * 1400.0);
         EXPECT_NEAR(c, J1 < 0 ? -1.0 : 1.0, 1e-8);

@@ -108,19 +108,6 @@ Model with_dmi(Model m) {
     return m;
 }
 
-std::vector<cplx> dense_product(const std::vector<double>& A, const std::vector<cplx>& x, bool transpose) {
-    const std::size_t n = x.size();
-    std::vector<cplx> y(n, 0.0);
-    for (std::size_t c = 0; c < n; ++c)
-        for (std::size_t r = 0; r < n; ++r) {
-            if (transpose)
-                y[c] += A[r + c * n] * x[r];
-            else
-                y[r] += A[r + c * n] * x[c];
-        }
-    return y;
-}
-
 // Restores the run's thread count when a test ends, also by a failed
 // assertion.
 struct ThreadCount {
@@ -130,12 +117,6 @@ struct ThreadCount {
     ThreadCount& operator=(const ThreadCount&) = delete;
     ~ThreadCount() { omp_set_num_threads(saved); }
 };
-
-double rel_diff(const std::vector<cplx>& a, const std::vector<cplx>& b) {
-    std::vector<cplx> d(a.size());
-    for (std::size_t k = 0; k < a.size(); ++k) d[k] = a[k] - b[k];
-    return norm(d) / norm(b);
-}
 
 TEST(ModeOperator, ProductsEqualTheAssembledMatrix) {
     struct Case {
@@ -153,22 +134,15 @@ TEST(ModeOperator, ProductsEqualTheAssembledMatrix) {
                     // transposed product reads them at the opposite offset.
                     {"two materials, DMI of both kinds, three layers", with_dmi(mixed_model(2, 1, 1))},
                     {"two materials, DMI, blocks 2x2x1", with_dmi(mixed_model(1, 2, 2))}};
-    std::mt19937 gen(3);
-    std::uniform_real_distribution<double> u(-1.0, 1.0);
     for (Case& c : cases) {
         SCOPED_TRACE(c.name);
         const auto A = dense_matrix(c.m);
         const ModeOperator op(c.m.input());
         ASSERT_TRUE(op.reciprocal_tensor());
         const int n = op.order();
-        for (int trial = 0; trial < 3; ++trial) {
-            std::vector<cplx> x(n), y(n), yt(n);
-            for (cplx& z : x) z = cplx(u(gen), u(gen));
-            op.apply(x.data(), y.data());
-            op.apply_transpose(x.data(), yt.data());
-            EXPECT_LT(rel_diff(y, dense_product(A, x, false)), 1e-12);
-            EXPECT_LT(rel_diff(yt, dense_product(A, x, true)), 1e-12);
-        }
+        const auto err = product_errors(op, op, A, n);
+        EXPECT_LT(err[0], 1e-12);
+        EXPECT_LT(err[1], 1e-12);
         // The local part holds exactly the matrix entries of cell pairs at
         // most one cell apart (for blocks: entries whose numbers have such
         // a pair), and nothing else.
@@ -223,15 +197,10 @@ TEST(ModeOperator, LumpedFarFieldKeepsTheRowSumsOfAUniformState) {
     for (std::size_t k = 0; k < 2 * n; ++k) EXPECT_NEAR(sum_l[k], sum_a[k], 1e-10 * big) << k;
 }
 
-// ||A v - lambda v|| / (|lambda| ||v||) with the assembled matrix.
+// ||A v - lambda v|| / (|lambda| ||v||) with the assembled matrix (left:
+// u^H A = lambda u^H).
 double residual(const std::vector<double>& A, const std::vector<cplx>& v, cplx lambda, bool left) {
-    // Left: u^H A = lambda u^H, i.e. A^T conj(u) = lambda conj(u).
-    std::vector<cplx> x = v;
-    if (left)
-        for (cplx& z : x) z = std::conj(z);
-    std::vector<cplx> r = dense_product(A, x, left);
-    for (std::size_t k = 0; k < r.size(); ++k) r[k] -= lambda * x[k];
-    return norm(r) / (std::abs(lambda) * norm(x));
+    return residual_of(A, v, lambda, left) * frobenius(A) / std::abs(lambda);
 }
 
 cplx dot(const std::vector<cplx>& a, const std::vector<cplx>& b) {  // a^H b
@@ -365,18 +334,8 @@ Model dmi_platelet(double D) {
     NeighbourBlocks nb({Range{1, 9}, Range{1, 6}, Range{1, 1}}, 0.0);
     adddmi(m.AIJ, nb, m.MS, {}, 7, 5, 0, 5e-7, 5e-7, 5e-7, kDmiInterfacial, D, 1);
     set_m(m, [](int, int, int) { return std::array<double, 3>{1.0, 0.0, 0.0}; });
-    const std::array<double, 3> applied{3000.0, 0.0, 0.0};
-    set_field(m, applied);
-    VecGrid H = m.H, Mprev = m.M;
-    for_cells(7, 5, 0, [&](int x, int y, int z) {
-        for (int c = 1; c <= 3; ++c) H(x, y, z, c) = applied[c - 1];
-    });
-    const FourierTensor none;
-    (void)captured_cout([&] {
-        relax(m.M, H, m.MS, {0.0, 0.0, 0.0}, 0.0, m.AIJ, m.MASQUE, 7, 5, 0, 1, 0.05, 1e-13, kMethodDirect, none,
-              Mprev, 200000);
-    });
-    set_field(m, applied);
+    relax_model(m, {3000.0, 0.0, 0.0}, 0.05, 1e-13, 200000);
+    set_field(m, {3000.0, 0.0, 0.0});
     set_numbering(m);
     m.alpha = 0.01;
     return m;
@@ -481,11 +440,7 @@ TEST(SolveModes, EveryResidualMeetsTheToleranceOnAnInPlaneFilm) {
     FourierTensor F;
     aijfft2d(m.AIJ, F, 39, 39, 1);
     set_m(m, [](int, int, int) { return std::array<double, 3>{1.0, 0.0, 0.0}; });
-    VecGrid work = m.M;
-    for_cells(39, 39, 0, [&](int x, int y, int z) { m.H(x, y, z, 1) = 500.0, m.H(x, y, z, 2) = m.H(x, y, z, 3) = 0.0; });
-    (void)captured_cout([&] {
-        relax(m.M, m.H, m.MS, {0.0, 0.0, 0.0}, 0.0, m.AIJ, m.MASQUE, 39, 39, 0, 1, 0.01, 1e-9, kMethodFft, F, work);
-    });
+    relax_model(m, {500.0, 0.0, 0.0}, 0.01, 1e-9, 0, &F);
     set_field(m, {500.0, 0.0, 0.0});
     set_numbering(m);
     m.alpha = 0.008;
