@@ -75,14 +75,6 @@ TEST(MaskBinary, ShortFileAndOutOfGridRecordAreClearErrors) {
     for (auto v : m) EXPECT_EQ(v, 0);
 }
 
-TEST(MaskText, BadItemNamesFileAndLine) {
-    TempDir d;
-    d.write("m.txt", "2 1 0 0\n0 0 0 1\n1 0 0 x\n");
-    IntGrid m = make_int_grid(1, 0, 0);
-    const std::string w = fatal_message([&] { loadmasquet(m, 1, 0, 0, (d / "m.txt").string()); });
-    EXPECT_TRUE(holds(w, {"m.txt:3", "\"x\""}));
-}
-
 TEST(MaskFiles, NegativeMaterialNumbersAreRefusedInEveryForm) {
     TempDir d;
     const std::string f = (d / "m.bin").string();

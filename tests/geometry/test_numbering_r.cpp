@@ -8,7 +8,6 @@
 #include "geometry/numbering.hpp"
 #include "geometry/numbering_r.hpp"
 #include "geometry/shapes.hpp"
-#include "interpreter/command_table.hpp"
 #include "test_util.hpp"
 
 using namespace torix;
@@ -97,16 +96,4 @@ TEST(NumberR, AxisInCentimetresAndTheMultiplicityMask) {
     // Cells near the axis are single, a cell beyond r (4.5 cells) shares its block.
     EXPECT_EQ(mult(6, 6, 0), 1);
     EXPECT_GT(mult(6, 2, 0), 1);
-}
-
-// The commands print the count and keep the last SET_SCALE's bz.
-TEST(NumberR, CommandsPrintTheCount) {
-    TempDir d;
-    const std::string out =
-        run_in(d, "SET_CELL\n1e-7 1e-7 1e-7\nMASQUE_CREATE\n4e-7 4e-7 2e-7\nADD_SHAPE\n3\n4e-7 4e-7 2e-7 0 0 0 1\n"
-                  "SET_SCALE\n1 1 2\nSET_SCALE_R\n0.75e-7 2 2\nSET_SCALE_R2\n2e-7 2e-7 0.75e-7 2 2\nEND\n");
-    // bz = 2 joins the two layers: the 4 centre columns single (8 cells),
-    // 4 blocks of outer cells.
-    EXPECT_TRUE(holds(out, {" SET_SCALE ok 16\n SET_SCALE ok 12\n SET_SCALE ok 12\n"}));
-    EXPECT_TRUE(d.exists("masque1.txt"));
 }

@@ -149,11 +149,14 @@ RunResult run(const TempDir& dir, const std::string& script) {
 // Modes e^{i m theta} on a ring: the azimuthal index of each on a circle in
 // the ring, the phases m (theta - theta_ref) cell by cell, the reference
 // cell and the participation ratio computed from the amplitudes put in.
-TEST(ModeCommands, RingModesGiveTheirAzimuthalIndexAndPhases) {
+// The map of the m = 0 mode: the reference cell full red, the others at
+// 2/3 brightness, empty cells white; the EPS renders without complaint.
+TEST(ModeCommands, RingModesGiveTheirAzimuthalIndexPhasesAndMaps) {
     TempDir dir;
     const Ring ring;
     ring.write(dir);
-    const RunResult r = run(dir, Ring::script("PRINT_ANGLE\n1 4 0 12e-6 12e-6 8e-6 5\nPRINT_PHASES\n0 9\n"));
+    const RunResult r = run(dir, Ring::script("PRINT_ANGLE\n1 4 0 12e-6 12e-6 8e-6 5\nPRINT_PHASES\n0 9\n"
+                                              "DRAW_MODES_E\n2500\nDRAW_MODES\n1 1\nDRAW_MODES_P\n2 0\n3\n"));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(holds(r.out, {" PRINT_ANGLE ok"}));
 
@@ -202,16 +205,7 @@ TEST(ModeCommands, RingModesGiveTheirAzimuthalIndexAndPhases) {
         EXPECT_NEAR(row[6], 1.5, 1e-8);
         EXPECT_NEAR(row[7], pr, 1e-8);
     }
-}
 
-// The map of the m = 0 mode: the reference cell full red, the others at
-// 2/3 brightness, empty cells white; the EPS renders without complaint.
-TEST(ModeCommands, DrawingsOfARingMode) {
-    TempDir dir;
-    const Ring ring;
-    ring.write(dir);
-    const RunResult r = run(dir, Ring::script("DRAW_MODES_E\n2500\nDRAW_MODES\n1 1\nDRAW_MODES_P\n2 0\n3\n"));
-    ASSERT_EQ(r.status, 0) << r.err;
     Png png;
     ASSERT_TRUE(png.load(dir / "mode001.png"));
     const Png::Box box = png.panel();
@@ -405,10 +399,11 @@ std::string disk_angle(int d) {
     const std::string c = std::to_string(0.5 * d) + "e-6", r = std::to_string(0.25 * d) + "e-6";
     return "PRINT_ANGLE\n1 1 0 " + c + " " + c + " " + r + " 10\n";
 }
-std::string vortex_disk(int d) {
+// `more` runs on the relaxed state after the displaced ones are written.
+std::string vortex_disk(int d, const std::string& more = "") {
     return disk_grid(d) + "INIT_M\n1\nRELAX\n1 1e-7 0.05\nSOLVE_MATRIX\n1\n" + disk_angle(d) +
            "PRINT_PHASES\n1 1\nPRINT_SLICES\n1 1 1 0 " + std::to_string(d / 2) + " 0\n" +
-           "VEC3\n1 0.1 0 d1.txt\nVEC3\n1 0.2 0 d2.txt\nVEC3\n1 0.1 0.7853981633974483 dd.txt\n" +
+           "VEC3\n1 0.1 0 d1.txt\nVEC3\n1 0.2 0 d2.txt\nVEC3\n1 0.1 0.7853981633974483 dd.txt\n" + more +
            "M_LOAD\n1 d1.txt\nRELAX\n1 1e10 0.05\nM_LOAD\n1 d2.txt\nRELAX\n1 1e10 0.05\nEND\n";
 }
 
@@ -429,9 +424,16 @@ void expect_gyrotropic(const TempDir& dir, int index, int core) {
 // anticlockwise seen from +z (Thiele equation; Guslienko et al., J. Appl.
 // Phys. 91, 8037 (2002)): azimuthal index +1 on the circle of half the
 // radius.
-TEST(ModeCommands, VortexGyrotropicModeHasIndexOne) {
+// The matrix-free solve on the same vortex: its lowest mode, the gyrotropic
+// one, lies far below the others and is set by the long-range field, which
+// the sparse local part (where the solve looks for the band of the lowest
+// modes) misplaces.  The band is broad, so the shift stays at 0, and the
+// lowest modes are the dense solve's, none skipped.
+TEST(ModeCommands, VortexGyrotropicModeHasIndexOneAndTheMatrixFreeSolveFindsIt) {
     TempDir dir;
-    const RunResult r = run(dir, vortex_disk(15));
+    const RunResult r = run(dir, vortex_disk(15, "SET_BETA\n0.01\nSOLVE_MATRIX\n6\nOMEGA_PRINT\ndense.txt\n"
+                                                 "SOLVE_MODES\n6 0 0\nOMEGA_PRINT\nfree.txt\n"
+                                                 "SOLVE_MODES\n1 0 0\nOMEGA_PRINT\none.txt\n"));
     ASSERT_EQ(r.status, 0) << r.err;
     expect_gyrotropic(dir, 1, 7);
     const auto e = relax_energies(r.out);
@@ -445,6 +447,21 @@ TEST(ModeCommands, VortexGyrotropicModeHasIndexOne) {
     ASSERT_EQ(sl[0].rows.size(), 15u);
     for (int i = 0; i < 15; ++i) EXPECT_NEAR(sl[0].rows[i][0], (i + 0.5) * 1e-6, 1e-18);
     EXPECT_EQ(sl[0].rows[7][1], 1.0);
+    // Both solves, the one of a single mode too (whose band is judged on
+    // the three lowest values of the local part), keep the shift at 0.
+    EXPECT_TRUE(holds(r.out, {" shift 0 worst residual ", " shift 0 worst residual "}));
+    // Rows p, f, g of each OMEGA_PRINT file.
+    const auto dense = number_rows(dir.read("dense.txt")), free = number_rows(dir.read("free.txt")),
+               one = number_rows(dir.read("one.txt"));
+    ASSERT_EQ(dense.size(), 6u);
+    ASSERT_EQ(free.size(), 6u);
+    ASSERT_EQ(one.size(), 1u);
+    EXPECT_NEAR(one[0][1], dense[0][1], 1e-8 * dense[0][1]);
+    EXPECT_LT(dense[0][1], 0.5 * dense[1][1]);  // the gyrotropic mode stands apart
+    for (std::size_t p = 0; p < 6; ++p) {
+        EXPECT_NEAR(free[p][1], dense[p][1], 1e-8 * dense[p][1]) << p;
+        EXPECT_NEAR(free[p][2], dense[p][2], 1e-8 * dense[p][1]) << p;
+    }
 }
 
 // The 210 nm disk relaxed the same way keeps its core on the centre cell,
@@ -472,34 +489,6 @@ TEST(ModeCommands, VortexAtAnEnergyMaximumTurnsTheOtherWay) {
     ASSERT_EQ(e2.size(), 1u) << r2.out;
     EXPECT_LT(e2[0], e[0] - 10.0);
     expect_gyrotropic(dir, 1, 10);  // reference cell still the core
-}
-
-// The matrix-free solve on the same vortex: its lowest mode, the gyrotropic
-// one, lies far below the others and is set by the long-range field, which
-// the sparse local part (where the solve looks for the band of the lowest
-// modes) misplaces.  The band is broad, so the shift stays at 0, and the
-// lowest modes are the dense solve's, none skipped.
-TEST(ModeCommands, VortexLowestModesOfTheMatrixFreeSolveAreTheDenseOnes) {
-    TempDir dir;
-    const RunResult r = run(dir, disk_grid(15) + "INIT_M\n1\nRELAX\n1 1e-7 0.05\nSET_BETA\n0.01\nSOLVE_MATRIX\n6\n" +
-                                     "OMEGA_PRINT\ndense.txt\nSOLVE_MODES\n6 0 0\nOMEGA_PRINT\nfree.txt\n" +
-                                     "SOLVE_MODES\n1 0 0\nOMEGA_PRINT\none.txt\nEND\n");
-    ASSERT_EQ(r.status, 0) << r.err;
-    // Both solves, the one of a single mode too (whose band is judged on
-    // the three lowest values of the local part), keep the shift at 0.
-    EXPECT_TRUE(holds(r.out, {" shift 0 worst residual ", " shift 0 worst residual "}));
-    // Rows p, f, g of each OMEGA_PRINT file.
-    const auto dense = number_rows(dir.read("dense.txt")), free = number_rows(dir.read("free.txt")),
-               one = number_rows(dir.read("one.txt"));
-    ASSERT_EQ(dense.size(), 6u);
-    ASSERT_EQ(free.size(), 6u);
-    ASSERT_EQ(one.size(), 1u);
-    EXPECT_NEAR(one[0][1], dense[0][1], 1e-8 * dense[0][1]);
-    EXPECT_LT(dense[0][1], 0.5 * dense[1][1]);  // the gyrotropic mode stands apart
-    for (std::size_t p = 0; p < 6; ++p) {
-        EXPECT_NEAR(free[p][1], dense[p][1], 1e-8 * dense[p][1]) << p;
-        EXPECT_NEAR(free[p][2], dense[p][2], 1e-8 * dense[p][1]) << p;
-    }
 }
 
 // A film saturated out of its plane and relaxed: the edge cells tilt a
