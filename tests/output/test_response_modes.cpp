@@ -6,70 +6,40 @@
 #include <numbers>
 #include <sstream>
 
-#include "dynamics/direct_field.hpp"
-#include "eigen/deg.hpp"
-#include "eigen/dense_solve.hpp"
+#include "eigen/eigen_model.hpp"
 #include "geometry/local_to_cart.hpp"
-#include "geometry/numbering.hpp"
 #include "geometry/shapes.hpp"
 #include "output/response.hpp"
-#include "tensor/newell.hpp"
-#include "test_util.hpp"
 
 using namespace torix;
 
 namespace {
 
 // A sphere of 5 cells across (5 nm cells, Ms = 800 emu/cm^3) saturated along
-// z by H0 = 20 kOe, far above its demagnetizing field 4 pi Ms / 3.
-struct SaturatedSphere {
-    static constexpr double kMs = 800.0, kA = 1.3e-6, kD = 5e-7, kH0 = 20000.0;
-    int n = 4, N = 0, ncells = 0;
-    IntGrid mask, num;
-    VecGrid M, H;
-    TensorArray AIJ;
-    Array<double, 1> MS, A;
-    Array<std::int32_t, 1> w;
-    int nmodes = 0;
-    Array<double, 2> W;
-    Array<double, 1> PHASES, ZOUT;
-    Array<cplx, 3> R, L;
+// z by H0 = 20 kOe, far above its demagnetizing field 4 pi Ms / 3, aligned
+// with its field until it no longer moves; all its modes, decaying (alpha <
+// 0 in the matrix's sense of precession).
+struct SaturatedSphere : test::Model {
+    static constexpr double kMs = 800.0, kH0 = 20000.0;
+    int n = 4, ncells = 0;
+    test::Modes modes;
 
     SaturatedSphere() {
-        mask = make_int_grid(n, n, n);
-        calcsphere(mask, n, n, n, 2.0, 2.0, 2.0, 0.0, 0.0, 0.0, 2.0, 2.0, 2.0, 1, ncells);
-        MS = Array<double, 1>({Range{1, 1}}, kMs);
-        A = Array<double, 1>({Range{1, 1}}, kA);
-        AIJ = make_tensor(n, n, n, 1);
-        tensornewall(A, MS, AIJ, n, n, n, kD, kD, kD, 1, 1);
-        M = make_vec_grid(n, n, n);
-        for_cells(n, n, n, [&](int i, int j, int k) { M(i, j, k, 3) = mask(i, j, k) ? kMs : 0.0; });
-        // Equilibrium: align M with its field until it no longer moves.
-        const std::array<double, 3> zero{0.0, 0.0, 0.0};
-        for (int it = 0; it < 25; ++it) {
-            field();
-            const VecGrid prev = M;
-            alignfields(M, H, prev, MS, mask, 1.0, n, n, n);
-        }
-        field();
-        num = make_int_grid(n, n, n);
-        number(mask, num, n, n, n, N, 1, 1, 1);
-        std::ostringstream map;
-        deg(mask, num, n, n, n, N, w, map);
-        // alpha < 0 gives decaying modes in the matrix's sense of precession.
-        const MatrixInput in{mask, num, M, H, zero, -0.01, MS, AIJ, w, n, n, n, N};
-        calcmatrix(in, 2 * N, ModeOutput{nmodes, W, PHASES, ZOUT, R, L});
-    }
-
-    void field() {
-        H = make_vec_grid(n, n, n);
-        for_cells(n, n, n, [&](int i, int j, int k) { H(i, j, k, 3) = kH0; });
-        calcfields(M, MS, {0.0, 0.0, 0.0}, 0.0, mask, AIJ, H, n, n, n, 1);
+        IntGrid ball = make_int_grid(n, n, n);
+        calcsphere(ball, n, n, n, 2.0, 2.0, 2.0, 0.0, 0.0, 0.0, 2.0, 2.0, 2.0, 1, ncells);
+        static_cast<test::Model&>(*this) =
+            test::make_model(n, n, n, 5e-7, 5e-7, 5e-7, {{1.3e-6, kMs}}, [&](int i, int j, int k) { return ball(i, j, k); });
+        set_m(*this, [](int, int, int) { return std::array<double, 3>{0.0, 0.0, 1.0}; });
+        test::relax_model(*this, {0.0, 0.0, kH0}, 1.0, 0.0, 25);
+        set_field(*this, {0.0, 0.0, kH0});
+        set_numbering(*this);
+        alpha = -0.01;
+        calcmatrix(input(), 2 * N, modes.out());
     }
 
     Array<cplx, 1> couplings(const CVecGrid& h) const {
         Array<cplx, 1> C;
-        calc_c(nmodes, n, n, n, N, R, L, M, mask, num, h, C);
+        calc_c(modes.nmodes, n, n, n, N, modes.R, modes.L, M, MASQUE, NUM, h, C);
         return C;
     }
 
@@ -97,14 +67,14 @@ int strongest(const Array<cplx, 1>& C, int nmodes) {
 TEST(SaturatedSphere, TransverseDriveCouplesMostToTheKittelMode) {
     const auto& s = sphere();
     ASSERT_EQ(s.ncells, s.N);
-    ASSERT_GT(s.nmodes, 3);
+    ASSERT_GT(s.modes.nmodes, 3);
     const auto C = s.couplings(s.uniform(1.0, 0.0, 0.0));
-    const int p = strongest(C, s.nmodes);
+    const int p = strongest(C, s.modes.nmodes);
     // Kittel: a sphere precesses uniformly at f = H0 (its demagnetizing
     // factors are equal); the sphere of cubic cells is close to that, within a
     // few per cent of its demagnetizing field scale 4 pi Ms.
     const double fourpims = 4.0 * std::numbers::pi * SaturatedSphere::kMs;
-    EXPECT_NEAR(s.W(p, 1), SaturatedSphere::kH0, 0.03 * fourpims);
+    EXPECT_NEAR(s.modes.W(p, 1), SaturatedSphere::kH0, 0.03 * fourpims);
     // A uniform circular precession of Nc cells couples like one spin of Nc
     // times the moment: kappa = i Ms Nc |h|^2 / 2 for h = x (hand-computed for
     // a single spin, summed over the cells).
@@ -112,21 +82,21 @@ TEST(SaturatedSphere, TransverseDriveCouplesMostToTheKittelMode) {
     EXPECT_NEAR(C(p).imag(), macro, 0.03 * macro);
     EXPECT_NEAR(C(p).real(), 0.0, 0.01 * macro);
     // All other modes are non-uniform and couple far less.
-    for (int q = 1; q <= s.nmodes; ++q)
+    for (int q = 1; q <= s.modes.nmodes; ++q)
         if (q != p) {
             EXPECT_LT(std::abs(C(q)), 0.05 * std::abs(C(p))) << "mode " << q;
         }
     // The same mode answers a drive along y, a quarter period out of phase.
     const auto Cy = s.couplings(s.uniform(0.0, 1.0, 0.0));
-    EXPECT_EQ(strongest(Cy, s.nmodes), p);
+    EXPECT_EQ(strongest(Cy, s.modes.nmodes), p);
     EXPECT_NEAR(std::abs(Cy(p) - C(p)), 0.0, 0.01 * macro);
     // Circular drives: the drive x is half x + i y and half x - i y; the one
     // turning with the mode takes all of the coupling (4 kappa(x), |h|^2
     // being 2), the other none.  With dM/dt = -M x H about +z the deviation
     // turns counterclockwise, dm = Re(u e^{-ift}) with u = (1, i) (docs/modes.md).
     Array<cplx, 2> u;
-    local_to_cart(s.n, s.n, s.n, s.N, s.mask, s.num, s.M, s.R, p, u);
-    const int centre = s.num(2, 2, 2);
+    local_to_cart(s.n, s.n, s.n, s.N, s.MASQUE, s.NUM, s.M, s.modes.R, p, u);
+    const int centre = s.NUM(2, 2, 2);
     EXPECT_NEAR(std::abs(u(centre, 2) / u(centre, 1) - cplx(0.0, 1.0)), 0.0, 0.05);
     const auto Cco = s.couplings(s.uniform(1.0, cplx(0.0, 1.0), 0.0));
     const auto Ccounter = s.couplings(s.uniform(1.0, cplx(0.0, -1.0), 0.0));
@@ -144,7 +114,7 @@ TEST(SaturatedSphere, DriveAlongTheMagnetizationCouplesToNothing) {
         for_cells(s.n, s.n, s.n,
                   [&](int i, int j, int k) { h(i, j, k, c) = cplx(0.3, -1.0) * s.M(i, j, k, c) / s.kMs; });
     const auto Cm = s.couplings(h);
-    for (int q = 1; q <= s.nmodes; ++q) {
+    for (int q = 1; q <= s.modes.nmodes; ++q) {
         EXPECT_LT(std::abs(Cz(q)), 1e-3 * macro) << "mode " << q;
         EXPECT_LT(std::abs(Cm(q)), 1e-12 * macro) << "mode " << q;
     }
@@ -153,13 +123,13 @@ TEST(SaturatedSphere, DriveAlongTheMagnetizationCouplesToNothing) {
 TEST(SaturatedSphere, AbsorptionPeaksAtTheKittelFrequency) {
     const auto& s = sphere();
     const auto C = s.couplings(s.uniform(1.0, 0.0, 0.0));
-    const int p = strongest(C, s.nmodes);
-    const double f = s.W(p, 1), g = s.W(p, 2);
+    const int p = strongest(C, s.modes.nmodes);
+    const double f = s.modes.W(p, 1), g = s.modes.W(p, 2);
     // Decaying mode, line width close to alpha f for the uniform mode.
     EXPECT_GT(g, 0.0);
     EXPECT_NEAR(g, 0.01 * f, 0.2 * 0.01 * f);
     const double dw = f / 400.0;
-    const auto t = absorption_table(C, s.W, s.nmodes, dw);
+    const auto t = absorption_table(C, s.modes.W, s.modes.nmodes, dw);
     std::size_t peak = 0;
     for (std::size_t i = 0; i < t.size(); ++i)
         if (t[i].power > t[peak].power) peak = i;
@@ -167,6 +137,6 @@ TEST(SaturatedSphere, AbsorptionPeaksAtTheKittelFrequency) {
     EXPECT_EQ(t[peak].nearest, p);
     // Positive at resonance, the line's half-width g: half height at f +- g.
     EXPECT_GT(t[peak].power, 0.0);
-    const double top = absorption(f, C, s.W, s.nmodes, 0.0);
-    EXPECT_NEAR(absorption(f + g, C, s.W, s.nmodes, 0.0) / top, 0.5, 0.05);
+    const double top = absorption(f, C, s.modes.W, s.modes.nmodes, 0.0);
+    EXPECT_NEAR(absorption(f + g, C, s.modes.W, s.modes.nmodes, 0.0) / top, 0.5, 0.05);
 }
