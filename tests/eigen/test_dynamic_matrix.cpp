@@ -8,7 +8,9 @@
 
 #include "eigen_model.hpp"
 #include "fd_jacobian.hpp"
+#include "dynamics/dmi_interfaces.hpp"
 #include "tensor/dmi.hpp"
+#include "tensor/neighbour_blocks.hpp"
 
 namespace torix::test {
 namespace {
@@ -195,45 +197,54 @@ TEST(DynamicMatrix, ElementListAndProducts) {
     }
 }
 
-// The undamped matrix is the Jacobian of the torque M x H(M) of the field
-// code, in the local frames: A_(i,c),(j,e) = R_i(:,c) . d(M_i x H_i) / dM_j
-// R_j(:,e), for any state (not only an equilibrium) when alpha = 0 and the
+// The matrix is the Jacobian of the torque M x H(M) of the field code, in
+// the local frames, with the damping product of the frozen equilibrium
+// (fd_jacobian.hpp), for any state (not only an equilibrium) when the
 // applied vector of the c_i term is 0 (the applied field stays in H).  The
-// torque is bilinear in M: its finite difference (fd_jacobian.hpp) is exact
-// to rounding.
-// The model carries the DMI of both kinds, one per material, besides the
-// dipolar, exchange and field terms.
+// torque is bilinear in M: its finite difference is exact to rounding.
+// The model carries the DMI of both kinds, one per material of its own MS
+// and A, on a mask with holes, and the interface term that takes it off the
+// bonds between the materials, besides the dipolar, exchange and field
+// terms.  Without the DMI, or without the interface term, the matrix is far
+// from the Jacobian.
 TEST(DynamicMatrix, EqualsTheFiniteDifferenceJacobianOfTheTorque) {
-    Model m = make_model(3, 2, 1, 5e-7, 4e-7, 6e-7, {{1.3e-6, 800.0}, {1.3e-6, 800.0}},
+    Model m = make_model(3, 2, 1, 5e-7, 4e-7, 6e-7, {{1.3e-6, 800.0}, {1.0e-6, 1400.0}},
                          [](int x, int y, int z) { return (x + y + z) % 5 == 4 ? 0 : 1 + (x + y) % 2; });
-    NeighbourBlocks nb({Range{1, 9}, Range{1, 6}, Range{1, 2}}, 0.0);
+    const TensorArray plain = m.AIJ;
+    NeighbourBlocks nb = exchange_neighbour_blocks(m.A, m.MS, m.dx, m.dy, m.dz, 2);
     adddmi(m.AIJ, nb, m.MS, {}, m.nx, m.ny, m.nz, m.dx, m.dy, m.dz, kDmiInterfacial, 30.0, 1);
     adddmi(m.AIJ, nb, m.MS, {}, m.nx, m.ny, m.nz, m.dx, m.dy, m.dz, kDmiBulk, -20.0, 2);
+    m.terms.dmi = dmi_interfaces(nb, Periodicity{}, 2);
+    ASSERT_FALSE(m.terms.dmi.empty());
     std::mt19937 gen(5);
     std::uniform_real_distribution<double> u(-1.0, 1.0);
     set_m(m, [&](int, int, int) { return std::array<double, 3>{u(gen), u(gen), u(gen)}; });
     const std::array<double, 3> applied{300.0, -200.0, 1000.0};
     set_field(m, applied);
     set_numbering(m);
+    m.alpha = 0.02;
     const auto A = dense_matrix(m);
     const auto F = fd_matrix(m, [&](const VecGrid& M, VecGrid& H) {
         for_cells(m.nx, m.ny, m.nz, [&](int x, int y, int z) {
             for (int c = 1; c <= 3; ++c) H(x, y, z, c) = applied[c - 1];
         });
         calcfields(M, m.MS, {0.0, 0.0, 0.0}, 0.0, m.MASQUE, m.AIJ, H, m.nx, m.ny, m.nz, 2);
+        add_local_fields(m.terms, M, m.MS, m.MASQUE, H);
     });
-    double amax = 0.0, worst = 0.0, dmi_part = 0.0;
-    // The DMI moves the matrix by far more than the tolerance.
-    Model plain = m;
-    plain.AIJ = make_tensor(m.nx, m.ny, m.nz, 2);
-    for (int i = 1; i <= 2; ++i) tensornewall(m.A, m.MS, plain.AIJ, m.nx, m.ny, m.nz, m.dx, m.dy, m.dz, i, 2);
-    const auto P = dense_matrix(plain);
+    Model no_dmi = m, no_interface = m;
+    no_dmi.AIJ = plain;
+    no_dmi.terms = LocalTerms{};
+    no_interface.terms = LocalTerms{};
+    const auto P = dense_matrix(no_dmi), Q = dense_matrix(no_interface);
+    double amax = 0.0, worst = 0.0, dmi_part = 0.0, interface_part = 0.0;
     for (std::size_t k = 0; k < A.size(); ++k) {
         amax = std::max(amax, std::abs(A[k]));
         worst = std::max(worst, std::abs(A[k] - F[k]));
         dmi_part = std::max(dmi_part, std::abs(A[k] - P[k]));
+        interface_part = std::max(interface_part, std::abs(A[k] - Q[k]));
     }
     EXPECT_GT(dmi_part, 1e-3 * amax);
+    EXPECT_GT(interface_part, 1e-3 * amax);
     EXPECT_LT(worst, 1e-10 * amax);
 }
 
