@@ -88,6 +88,14 @@ bool has_temporary(const TempDir& dir, const std::string& name = "") {
     return false;
 }
 
+// Signals the program and checks the end: exit status 128 + sig, the
+// message on standard error, no temporary file left.
+void expect_interrupted(Running& run, const TempDir& dir, int sig, const std::string& message) {
+    EXPECT_EQ(run.signal_and_wait(sig), 128 + sig);
+    EXPECT_TRUE(holds(dir.read("stderr.txt"), {message}));
+    EXPECT_FALSE(has_temporary(dir));
+}
+
 // The FMR standard problem's platelet (1152 cells): mask saved first.
 const std::string kPlatelet =
     "SET_CELL\n5e-7 5e-7 5e-7\nLOAD_MAT\n1\n1.3e-6 800\nMASQUE_CREATE\n120e-7 120e-7 10e-7\n"
@@ -108,11 +116,8 @@ TEST(Interrupt, SigintInsideTheDenseSolveEndsTheRun) {
     Running run(dir);
     ASSERT_TRUE(run.wait_until([&] { return dir.read("stdout.txt").find("matrix prepared in") != std::string::npos; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));  // inside dgeevx (seconds at order 2304)
-    EXPECT_EQ(run.signal_and_wait(SIGINT), 130);
-    EXPECT_NE(dir.read("stderr.txt").find("input.dat:24: SOLVE_MATRIX: interrupted by SIGINT"), std::string::npos)
-        << dir.read("stderr.txt");
+    expect_interrupted(run, dir, SIGINT, "input.dat:24: SOLVE_MATRIX: interrupted by SIGINT");
     EXPECT_FALSE(dir.exists("eig.dat"));
-    EXPECT_FALSE(has_temporary(dir));
     EXPECT_EQ(dir.read("mask.txt"), reference_mask());
     EXPECT_TRUE(dir.exists("001m.dat"));  // the relaxation's snapshot, written before
 }
@@ -126,10 +131,7 @@ TEST(Interrupt, SigintWhileAFileIsWrittenRemovesItsTemporary) {
     Running run(dir);
     ASSERT_TRUE(run.wait_until([&] { return has_temporary(dir, "tensor.txt"); }));
     const std::string mask = dir.read("mask.bin");
-    EXPECT_EQ(run.signal_and_wait(SIGINT), 130);
-    EXPECT_NE(dir.read("stderr.txt").find("input.dat:13: TENSOR_SAVE: interrupted by SIGINT"), std::string::npos)
-        << dir.read("stderr.txt");
-    EXPECT_FALSE(has_temporary(dir));
+    expect_interrupted(run, dir, SIGINT, "input.dat:13: TENSOR_SAVE: interrupted by SIGINT");
     EXPECT_FALSE(dir.exists("tensor.txt"));
     EXPECT_FALSE(mask.empty());
     EXPECT_EQ(dir.read("mask.bin"), mask) << "the finished mask file changed";
@@ -143,10 +145,7 @@ TEST(Interrupt, SigtermAfterTheStallWarningOfARelaxation) {
     Running run(dir);
     ASSERT_TRUE(run.wait_until([&] { return dir.read("stderr.txt").find("try alpha = 0.125") != std::string::npos; }))
         << dir.read("stderr.txt");
-    EXPECT_EQ(run.signal_and_wait(SIGTERM), 143);
-    const std::string err = dir.read("stderr.txt");
-    EXPECT_TRUE(holds(err, {"input.dat:22: RELAX: interrupted by SIGTERM"}));
-    EXPECT_FALSE(has_temporary(dir));
+    expect_interrupted(run, dir, SIGTERM, "input.dat:22: RELAX: interrupted by SIGTERM");
     EXPECT_EQ(dir.read("mask.txt"), reference_mask());
 }
 
@@ -161,10 +160,7 @@ TEST(Interrupt, SigintDuringAFieldSweepKeepsTheFinishedSteps) {
     Running run(dir);
     ASSERT_TRUE(run.wait_until([&] { return number_rows(dir.read("sweep.txt")).size() >= 3; }))
         << dir.read("stderr.txt");
-    EXPECT_EQ(run.signal_and_wait(SIGINT), 130);
-    EXPECT_NE(dir.read("stderr.txt").find("input.dat:18: SWEEP_FIELD: interrupted by SIGINT"), std::string::npos)
-        << dir.read("stderr.txt");
-    EXPECT_FALSE(has_temporary(dir));
+    expect_interrupted(run, dir, SIGINT, "input.dat:18: SWEEP_FIELD: interrupted by SIGINT");
     // Whole rows of the steps done: step numbers 0, 1, ... each with the
     // columns of its header.
     const std::string table = dir.read("sweep.txt");

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,50 +28,10 @@ const char* const kLauncher =
 
 bool have_launcher() { return std::system("command -v mpirun > /dev/null 2>&1") == 0; }
 
-// A relaxed box in a perpendicular field: dense modes, then the matrix-free
-// ones with damping (the right and the left side on a rank each) and
-// without (the left vectors formed from the right ones).
-const char* const kScript = R"(SET_CELL
-5e-7 5e-7 5e-7
-MASQUE_CREATE
-60e-7 50e-7 10e-7
-LOAD_MAT
-1
-1.3e-6 800
-ADD_SHAPE
-3
-60e-7 50e-7 10e-7 0 0 0 1
-TENSOR_CREATE
-0
-INIT_M
-2
-0.2 0 1
-ADD_EXT_FIELD
-1
-0 0 12000
-RELAX
-1 1e-9 0.1
-SOLVE_MATRIX
-8
-OMEGA_PRINT
-dense.txt
-SET_BETA
-0.01
-SOLVE_MODES
-5 0 1e-10
-OMEGA_PRINT
-damped.txt
-EIGEN_SAVE_TEXT
-5 damped_vectors.txt
-SET_BETA
-0
-SOLVE_MODES
-5 0 1e-10
-OMEGA_PRINT
-undamped.txt
-EIGEN_SAVE_TEXT
-5 undamped_vectors.txt
-)";
+// A relaxed box in a perpendicular field (two_ranks.dat, without END): dense
+// modes, then the matrix-free ones with damping (the right and the left side
+// on a rank each) and without (the left vectors formed from the right ones).
+const std::string kScript = read_file(std::string(TORIX_CASES) + "/../interpreter/two_ranks.dat");
 
 std::vector<double> numbers_of(const std::string& text) {
     std::vector<double> v;
@@ -100,7 +59,7 @@ std::string without_times(const std::string& out) {
 TEST(Ranks, TwoRanksGiveWhatOneGives) {
     if (!have_launcher()) GTEST_SKIP() << "no mpirun";
     TempDir one, two;
-    for (const TempDir* d : {&one, &two}) std::ofstream(d->path() / "input.dat") << kScript << "END\n";
+    for (const TempDir* d : {&one, &two}) d->write("input.dat", kScript + "END\n");
     const RunResult r1 = run_torix(one, 1), r2 = run_torix(two, 1, kLauncher);
     ASSERT_EQ(r1.status, 0) << r1.err;
     ASSERT_EQ(r2.status, 0) << r2.err;
@@ -126,9 +85,7 @@ TEST(Ranks, AFailureOnOneRankEndsThemAll) {
     if (!have_launcher()) GTEST_SKIP() << "no mpirun";
     TempDir dir;
     fs::create_directory(dir.path() / "blocked.txt");
-    std::string script = kScript;
-    script = script.substr(0, script.find("SET_BETA")) + "OMEGA_PRINT\nblocked.txt\nEND\n";
-    std::ofstream(dir.path() / "input.dat") << script;
+    dir.write("input.dat", kScript.substr(0, kScript.find("SET_BETA")) + "OMEGA_PRINT\nblocked.txt\nEND\n");
     const RunResult r = run_torix(dir, 1, kLauncher);
     EXPECT_EQ(r.status, 1);
     const std::string msg = "blocked.txt: write failed";
