@@ -34,6 +34,15 @@ TEST(AddShape, DiskOfElevenCellsDiameterSpansElevenCells) {
     EXPECT_EQ(v[11], 0);
 }
 
+// Kept here rather than as a case: with the ratio left out of the stored
+// step, the time runs of the case every_command (cases run after the tests
+// of this file, in the order of their names) take minutes; this fails at once.
+TEST(Timestep, PositiveValueIsKeptTimesGyroAndPrintedWithout) {
+    TempDir d;
+    const std::string out = run(d, "SET_GYRO\n2\nSET_TIMESTEP\n0.01\nSET_GYRO\n4\nSET_TIMESTEP\n0.5\nEND\n");
+    EXPECT_TRUE(holds(out, {" timestep= 0.01\n SET_TIMESTEP ok\n", " timestep= 0.5\n"}));
+}
+
 TEST(Script, UnknownKeywordsAndSelectorsAreHarmless) {
     TempDir d;
     const std::string out = run(d,
