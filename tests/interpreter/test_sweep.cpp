@@ -133,30 +133,6 @@ TEST(SweepField, OneCellFollowsKittelAndItsAbsorptionIsALorentzianInTheField) {
     EXPECT_EQ(be32(20), 600u);
 }
 
-// A large thin square, 1 um x 1 um x 3 nm, as one cell (uniform mode) swept
-// in-plane: f^2 ~ H (H + 4 pi MS) of a film, and the absorption at 10 GHz
-// peaks near that formula's resonance field with the width 2 g / (df/dH).
-TEST(SweepField, ThinSquareFollowsTheFilmFormula) {
-    TempDir d;
-    ModelState st;
-    run_in(d, st,
-        one_cell(1e-4, 1e-4, 3e-7) + "SET_BETA\n0.01\nSET_HRF\n2\n0 0 1\nRELAX\n1 1e-12 0.1\n"
-                                     "SWEEP_FIELD\n200 0 0 3200 0 0 60\n1 1 10\nfilm\nEND\n");
-    const double fourpims = 4 * kPi * 800;
-    const auto t = number_rows(d.read("film"));
-    ASSERT_EQ(t.size(), 61u);
-    for (const auto& r : t) EXPECT_NEAR(r[5], std::sqrt(r[1] * (r[1] + fourpims)), 0.01 * r[5]) << r[1];
-    const double w0 = 10.0 / 2.8e-3;
-    const double Hres = -fourpims / 2 + std::sqrt(fourpims * fourpims / 4 + w0 * w0);
-    const double slope = (2 * Hres + fourpims) / (2 * w0);
-    const auto k = static_cast<std::size_t>((Hres - 200) / 50);
-    const double g = t[k][6] + (t[k + 1][6] - t[k][6]) * (Hres - t[k][4]) / 50.0;
-    const auto peaks = resonances(d.read("film_fmr.txt"));
-    ASSERT_EQ(peaks.size(), 1u);
-    EXPECT_NEAR(peaks[0][0], Hres, 0.02 * Hres);
-    EXPECT_NEAR(peaks[0][1], 2 * g / slope, 0.02 * 2 * g / slope);
-}
-
 // The matrix-free and the dense solver give one table: the same branches,
 // frequencies and couplings (a 40 x 20 x 5 nm box swept along its short
 // side).
