@@ -128,6 +128,10 @@ while IFS= read -r -u 3 line || [[ -n "$line" ]]; do
     echo "$row" >> "$table"
     echo "$row"
 done 3< "$list"
+# The objects of the last fault would otherwise outlive the run: a fresh copy
+# of the tree keeps its files' older times, and the next run's build would
+# take the faulty objects for up to date.
+cmake --build "$bdir" -j "$jobs" > "$logs/restored.build.log" 2>&1 || true
 
 total=$((killed + survived))
 echo
