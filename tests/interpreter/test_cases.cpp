@@ -95,9 +95,11 @@ TEST_P(Case, Runs) {
             ASSERT_TRUE(fs::exists(dir.path() / rel)) << rel << " was not written";
             EXPECT_TRUE(read_file(e.path()) == read_file(dir.path() / rel)) << rel << " differs";
         }
-    if (fs::exists(src / "exists.txt"))
-        for (const std::string& l : lines_of(read_file(src / "exists.txt")))
+    if (fs::exists(src / "exists.txt")) {
+        for (const std::string& l : lines_of(read_file(src / "exists.txt"))) {
             EXPECT_EQ(dir.exists(l.substr(l.find(' ') + 1)), l.rfind("yes ", 0) == 0) << l;
+        }
+    }
     // No temporary file is ever left behind.
     for (const auto& e : fs::directory_iterator(dir.path()))
         EXPECT_EQ(e.path().filename().string().find(".tmp-"), std::string::npos) << e.path();
