@@ -2,7 +2,7 @@
 # Installs the Debian packages the build needs, when any is missing.
 set -euo pipefail
 pkgs=(cmake g++ make pkg-config libopenblas-openmp-dev liblapacke-dev libarpack2-dev
-      libfftw3-dev libgtest-dev libbenchmark-dev libpng-dev libslepc-complex-dev
+      libfftw3-dev libfftw3-mpi-dev libgtest-dev libbenchmark-dev libpng-dev libslepc-complex-dev
       libmpfr-dev openmpi-bin ghostscript python3-vtk9 clang libclang-rt-14-dev time)
 missing=()
 for p in "${pkgs[@]}"; do

@@ -1,8 +1,5 @@
 #include "core/ranks.hpp"
 
-// MPI's C interface only (no C++ bindings to link).
-#define OMPI_SKIP_MPICXX 1
-#define MPICH_SKIP_MPICXX 1
 #include <fcntl.h>
 #include <mpi.h>
 #include <sched.h>
@@ -127,6 +124,31 @@ std::string broadcast(std::string s, int root) {
     std::vector<char> v(s.begin(), s.end());
     broadcast(v, root);
     return {v.begin(), v.end()};
+}
+
+std::vector<std::size_t> split_evenly(std::size_t count, int parts) {
+    std::vector<std::size_t> start(static_cast<std::size_t>(parts) + 1, 0);
+    const std::size_t q = count / parts, extra = count % parts;
+    for (int r = 0; r < parts; ++r) start[r + 1] = start[r] + q + (static_cast<std::size_t>(r) < extra ? 1 : 0);
+    return start;
+}
+
+void gather_pieces(double* data, const std::vector<std::size_t>& start) {
+    const int P = rank_count();
+    if (P == 1) return;
+    std::vector<int> counts(static_cast<std::size_t>(P)), displs(static_cast<std::size_t>(P));
+    for (int r = 0; r < P; ++r) {
+        counts[r] = static_cast<int>(start[r + 1] - start[r]);
+        displs[r] = static_cast<int>(start[r]);
+    }
+    MPI_Allgatherv(MPI_IN_PLACE, 0, MPI_DATATYPE_NULL, data, counts.data(), displs.data(), MPI_DOUBLE, MPI_COMM_WORLD);
+}
+
+double sum_over_ranks(double value) {
+    if (rank_count() == 1) return value;
+    double total = 0.0;
+    MPI_Allreduce(&value, &total, 1, MPI_DOUBLE, MPI_SUM, MPI_COMM_WORLD);
+    return total;
 }
 
 }  // namespace torix

@@ -71,4 +71,15 @@ void broadcast(T& value, int root) {
 
 std::string broadcast(std::string s, int root);
 
+// Arrays shared out over the ranks in pieces of consecutive entries: rank
+// r holds [start[r], start[r+1]).
+// Pieces as equal as can be of `count` entries over `parts` ranks (the
+// first ones one longer).
+std::vector<std::size_t> split_evenly(std::size_t count, int parts);
+// Collective: every rank's piece of `data` (of doubles) to every rank, in
+// place.
+void gather_pieces(double* data, const std::vector<std::size_t>& start);
+// Collective: the sum of every rank's `value`.
+double sum_over_ranks(double value);
+
 }  // namespace torix

@@ -1,5 +1,7 @@
 #include "eigen/mode_operator.hpp"
 
+#include "eigen/mode_rows.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <exception>
@@ -48,10 +50,7 @@ ModeOperator::ModeOperator(const MatrixInput& in, int threads) : in_(in), c_(mag
     else
         aijfft(in.AIJ, F_[0], nx, ny, nz, nmat);
     prepare_work(threads);
-    local_in_.assign(c_.size(), {});
-    for (std::size_t t = 0; t < c_.size(); ++t)
-        for (const LocalBlock& b : c_.local[t]) local_in_[b.source].push_back(
-                LocalBlock{static_cast<int>(t), b.J, {-b.offset[0], -b.offset[1], -b.offset[2]}});
+    local_in_ = blocks_by_source(c_);
     // Reciprocal blocks: D(-r)_ba = D(r)_ab over the offsets a grid pair can
     // take, to rounding of the largest entry.
     double big = 0.0;
@@ -142,46 +141,13 @@ void ModeOperator::apply(const cplx* x, cplx* y) const {
         }
         convolve(part, in_.MASQUE, 0, part == 0 ? hre_ : him_);
     });
-    const int N = in_.N;
-#pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
-    for (int n = 1; n <= N; ++n) {
-        const std::size_t r = 2 * static_cast<std::size_t>(n - 1);
-        cplx y0 = 0.0, y1 = 0.0;
-        for (int c : c_.of_number[n]) {
-            const auto& G = c_.blk[c].G;
-            const auto& S = c_.blk[c].S;
-            cplx h0 = pair_sum(c, 0), h1 = pair_sum(c, 1), h2 = pair_sum(c, 2);
-            for (const LocalBlock& b : c_.local[c]) {
-                const auto& Q = c_.blk[b.source].Q;
-                const std::size_t rs = 2 * static_cast<std::size_t>(c_.num[b.source] - 1);
-                const cplx v0 = Q[0] * x[rs] + Q[3] * x[rs + 1], v1 = Q[1] * x[rs] + Q[4] * x[rs + 1],
-                           v2 = Q[2] * x[rs] + Q[5] * x[rs + 1];
-                const auto& J = b.J;
-                h0 += J[0] * v0 + J[3] * v1 + J[6] * v2;
-                h1 += J[1] * v0 + J[4] * v1 + J[7] * v2;
-                h2 += J[2] * v0 + J[5] * v1 + J[8] * v2;
-            }
-            y0 += G[0] * h0 + G[2] * h1 + G[4] * h2 + S[0] * x[r] + S[2] * x[r + 1];
-            y1 += G[1] * h0 + G[3] * h1 + G[5] * h2 + S[1] * x[r] + S[3] * x[r + 1];
-        }
-        const double w = in_.w(n);
-        y[r] = y0 / w;
-        y[r + 1] = y1 / w;
-    }
+    product_rows(in_, c_, hre_.data(), him_.data(), 3, x, y, 1, in_.N + 1);
 }
 
 void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
     // A^T x = Q^T D^T G^T (W^-1 x) + S^T W^-1 x, cell by cell.
     const std::ptrdiff_t nc = static_cast<std::ptrdiff_t>(c_.size());
-#pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
-    for (std::ptrdiff_t c = 0; c < nc; ++c) {
-        const int n = c_.num[c];
-        const std::size_t r = 2 * static_cast<std::size_t>(n - 1);
-        const double w = in_.w(n);
-        const cplx z0 = x[r] / w, z1 = x[r + 1] / w;
-        const auto& G = c_.blk[c].G;
-        for (int k = 0; k < 3; ++k) u_[3 * c + k] = G[2 * k] * z0 + G[2 * k + 1] * z1;
-    }
+    transposed_sources(in_, c_, x, u_.data(), 0, c_.size());
     run_lanes(lanes_parallel_, [&](int part) {
 #pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
         for (std::ptrdiff_t c = 0; c < nc; ++c)
@@ -197,31 +163,7 @@ void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
         const IntGrid& mask = mask_as(m);
         run_lanes(lanes_parallel_, [&](int part) { convolve(part, mask, m, part == 0 ? hre_ : him_); });
     }
-    const int N = in_.N;
-#pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
-    for (int n = 1; n <= N; ++n) {
-        const std::size_t r = 2 * static_cast<std::size_t>(n - 1);
-        const double w = in_.w(n);
-        const cplx z0 = x[r] / w, z1 = x[r + 1] / w;
-        cplx y0 = 0.0, y1 = 0.0;
-        for (int c : c_.of_number[n]) {
-            const auto& Q = c_.blk[c].Q;
-            const auto& S = c_.blk[c].S;
-            cplx t0 = pair_sum(c, 0), t1 = pair_sum(c, 1), t2 = pair_sum(c, 2);
-            // J^T u of the blocks whose source is c.
-            for (const LocalBlock& b : local_in_[c]) {
-                const cplx* u = &u_[3 * static_cast<std::size_t>(b.source)];
-                const auto& J = b.J;
-                t0 += J[0] * u[0] + J[1] * u[1] + J[2] * u[2];
-                t1 += J[3] * u[0] + J[4] * u[1] + J[5] * u[2];
-                t2 += J[6] * u[0] + J[7] * u[1] + J[8] * u[2];
-            }
-            y0 += Q[0] * t0 + Q[1] * t1 + Q[2] * t2 + S[0] * z0 + S[1] * z1;
-            y1 += Q[3] * t0 + Q[4] * t1 + Q[5] * t2 + S[2] * z0 + S[3] * z1;
-        }
-        y[r] = y0;
-        y[r + 1] = y1;
-    }
+    transposed_rows(in_, c_, local_in_, hre_.data(), him_.data(), 3, u_.data(), x, y, 1, in_.N + 1);
 }
 
 SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
@@ -340,6 +282,21 @@ ComplexSparse complex_sparse(const SparseMatrix& S) {
     C.val.resize(S.val.size());
     for (std::size_t k = 0; k < S.col.size(); ++k) C.col[k] = S.col[k] - 1, C.val[k] = S.val[k];
     return C;
+}
+
+ComplexSparse diagonal_block(const ComplexSparse& S, int first, int count) {
+    ComplexSparse B;
+    B.n = count;
+    B.row_start.assign(static_cast<std::size_t>(count) + 1, 0);
+    for (int r = 0; r < count; ++r) {
+        for (std::int64_t k = S.row_start[first + r]; k < S.row_start[first + r + 1]; ++k)
+            if (S.col[k] >= first && S.col[k] < first + count) {
+                B.col.push_back(S.col[k] - first);
+                B.val.push_back(S.val[k]);
+            }
+        B.row_start[r + 1] = static_cast<std::int64_t>(B.col.size());
+    }
+    return B;
 }
 
 }  // namespace torix

@@ -77,9 +77,6 @@ private:
     // Scratch grids and per-cell buffers, and whether the lanes run at once
     // (the second lane's Fourier form made then), for `threads` threads.
     void prepare_work(int threads);
-    // Component k (0..2) of the pair sum of magnetic cell c, real and
-    // imaginary parts from the two lanes.
-    [[nodiscard]] cplx pair_sum(int c, int k) const { return {hre_[3 * c + k], him_[3 * c + k]}; }
 
     MatrixInput in_;
     bool reciprocal_ = true;

@@ -17,6 +17,12 @@ public:
     // y = A x and y = A^T x (x, y of length order(), not overlapping).
     virtual void apply(const cplx* x, cplx* y) const = 0;
     virtual void apply_transpose(const cplx* x, cplx* y) const = 0;
+    // Whether the rows are shared out over the ranks: every rank then calls
+    // the products together, with x and y its own rows
+    // [first_row(), first_row() + local_rows()) of the vectors.
+    [[nodiscard]] virtual bool shared() const { return false; }
+    [[nodiscard]] virtual int first_row() const { return 0; }
+    [[nodiscard]] virtual int local_rows() const { return order(); }
 
 protected:
     ModeProduct() = default;
@@ -35,5 +41,7 @@ struct ComplexSparse {
 
 // The same matrix with complex entries.
 ComplexSparse complex_sparse(const SparseMatrix& S);
+// Rows and columns first..first+count-1 of S, numbered from 0.
+ComplexSparse diagonal_block(const ComplexSparse& S, int first, int count);
 
 }  // namespace torix

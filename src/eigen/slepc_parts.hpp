@@ -42,8 +42,9 @@ struct ShellContext {
     std::int64_t products = 0;
 };
 // A shell matrix of order n on `comm` whose products (and transposed
-// products) are those of ctx's operator.
-void make_shell(MPI_Comm comm, int n, ShellContext* ctx, OwnedMat& A);
+// products) are those of ctx's operator; this rank holds `local` rows
+// (all n by default).
+void make_shell(MPI_Comm comm, int n, ShellContext* ctx, OwnedMat& A, int local = -1);
 
 // Fill levels of the incomplete LU for a grid of `layers` layers of cells.
 int fill_levels(int layers);

@@ -42,8 +42,9 @@ PetscErrorCode mult_transpose(Mat A, Vec x, Vec y) { return shell_product(A, x, 
 
 }  // namespace
 
-void make_shell(MPI_Comm comm, int n, ShellContext* ctx, OwnedMat& A) {
-    check(MatCreateShell(comm, n, n, n, n, ctx, &A.h), "MatCreateShell");
+void make_shell(MPI_Comm comm, int n, ShellContext* ctx, OwnedMat& A, int local) {
+    if (local < 0) local = n;
+    check(MatCreateShell(comm, local, local, n, n, ctx, &A.h), "MatCreateShell");
     check(MatShellSetOperation(A.h, MATOP_MULT, reinterpret_cast<void (*)(void)>(mult)), "MatShellSetOperation");
     check(MatShellSetOperation(A.h, MATOP_MULT_TRANSPOSE, reinterpret_cast<void (*)(void)>(mult_transpose)),
           "MatShellSetOperation");

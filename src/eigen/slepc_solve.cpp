@@ -23,6 +23,7 @@
 #include "core/error.hpp"
 #include "core/ranks.hpp"
 #include "eigen/mode_operator.hpp"
+#include "eigen/mode_operator_mpi.hpp"
 #include "eigen/slepc_parts.hpp"
 
 extern "C" void zgesv_(const int* n, const int* nrhs, std::complex<double>* a, const int* lda, int* ipiv,
@@ -110,6 +111,10 @@ public:
     KrylovSchur(Mat A, const InnerContext& inner, int n, int nev, PetscScalar sigma, double tol, const char* label,
                 const std::vector<std::vector<cplx>>& start = {})
         : n_(n), inner_(inner) {
+        PetscInt first = 0, last = 0;
+        check(MatGetOwnershipRange(A, &first, &last), "MatGetOwnershipRange");
+        first_ = static_cast<int>(first);
+        local_ = static_cast<int>(last - first);
         MPI_Comm comm = MPI_COMM_NULL;
         check(PetscObjectGetComm(reinterpret_cast<PetscObject>(A), &comm), "PetscObjectGetComm");
         check(EPSCreate(comm, &eps_.h), "EPSCreate");
@@ -132,7 +137,7 @@ public:
                 v.push_back(x);
                 PetscScalar* px = nullptr;
                 check(VecGetArrayWrite(x, &px), "VecGetArrayWrite");
-                std::copy(s0.begin(), s0.end(), px);
+                std::copy(s0.begin() + first_, s0.begin() + first_ + local_, px);
                 check(VecRestoreArrayWrite(x, &px), "VecRestoreArrayWrite");
             }
             const PetscErrorCode e = EPSSetInitialSpace(eps_.h, static_cast<PetscInt>(v.size()), v.data());
@@ -201,15 +206,24 @@ public:
             const PetscScalar* px = nullptr;
             check(VecGetArrayRead(x.h, &px), "VecGetArrayRead");
             out.lambda.push_back(k);
-            out.vec.emplace_back(px, px + n_);
+            out.vec.emplace_back(static_cast<std::size_t>(n_), cplx{});
+            std::copy(px, px + local_, out.vec.back().begin() + first_);
             out.residual.push_back(err);
             check(VecRestoreArrayRead(x.h, &px), "VecRestoreArrayRead");
+            if (local_ < n_) {  // rows shared out: every rank gets the whole vector
+                const PetscInt* ranges = nullptr;
+                check(VecGetOwnershipRanges(x.h, &ranges), "VecGetOwnershipRanges");
+                std::vector<std::size_t> start(static_cast<std::size_t>(rank_count()) + 1);
+                for (std::size_t r = 0; r < start.size(); ++r) start[r] = 2 * static_cast<std::size_t>(ranges[r]);
+                gather_pieces(reinterpret_cast<double*>(out.vec.back().data()), start);
+            }
         }
         return out;
     }
 
 private:
     int n_;
+    int first_ = 0, local_ = 0;  // this rank's rows
     // Declared before the EPS, which refers to them and goes first.
     InnerContext inner_;
     Monitor mon_;
@@ -217,11 +231,14 @@ private:
     KSP ksp_ = nullptr;  // owned by the EPS
 };
 
-// Pairs of the rank `root` on every rank (collective).
-void share(Pairs& p, int root) {
+// Pairs of the rank `root` on every rank (collective).  A solve shared
+// over the ranks has every vector on every rank already; its values are
+// made the same bits everywhere.
+void share(Pairs& p, int root, bool shared) {
     if (rank_count() == 1) return;
     broadcast(p.lambda, root);
     broadcast(p.residual, root);
+    if (shared) return;
     broadcast(p.inner, root);
     broadcast(p.iterations, root);
     broadcast(p.products, root);
@@ -249,11 +266,13 @@ std::vector<cplx> left_from_right(const std::vector<cplx>& v, const std::vector<
 // |A^H u - conj(lambda) u| / (|lambda| |u|), by one transposed product:
 // A^T conj(u) - lambda conj(u) is its conjugate.
 double left_residual(const ModeProduct& op, const std::vector<cplx>& u, cplx lambda) {
-    std::vector<cplx> x(u.size()), y(u.size());
-    for (std::size_t r = 0; r < u.size(); ++r) x[r] = std::conj(u[r]);
+    const auto first = static_cast<std::size_t>(op.first_row()), rows = static_cast<std::size_t>(op.local_rows());
+    std::vector<cplx> x(rows), y(rows);
+    for (std::size_t r = 0; r < rows; ++r) x[r] = std::conj(u[first + r]);
     op.apply_transpose(x.data(), y.data());
     double rr = 0.0, uu = 0.0;
-    for (std::size_t r = 0; r < u.size(); ++r) rr += std::norm(y[r] - lambda * x[r]), uu += std::norm(x[r]);
+    for (std::size_t r = 0; r < rows; ++r) rr += std::norm(y[r] - lambda * x[r]), uu += std::norm(x[r]);
+    if (op.shared()) rr = sum_over_ranks(rr), uu = sum_over_ranks(uu);
     return std::sqrt(rr / uu) / std::abs(lambda);
 }
 
@@ -338,10 +357,14 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
     // same time (the others wait for the pairs).  An undamped model forms
     // its left vectors from the right ones and solves for them only if one
     // fails its residual (left_from_right).
+    // An operator whose rows are shared out puts every rank on each side in
+    // turn, each with its rows of the vectors and its own factor.
     const int ranks = rank_count(), me = my_rank();
-    const int left_rank = ranks > 1 ? 1 : 0;
-    const bool right_here = me == 0, left_here = me == left_rank;
-    const bool left_beside = ranks > 1 && undamped == nullptr;
+    const bool shared = op.shared();
+    const int left_rank = ranks > 1 && !shared ? 1 : 0;
+    const bool right_here = me == 0 || shared, left_here = me == left_rank || shared;
+    const bool left_beside = ranks > 1 && undamped == nullptr && !shared;
+    const MPI_Comm comm = shared ? MPI_COMM_WORLD : PETSC_COMM_SELF;
     // Start vectors: right vectors for A; for A^T the conjugates of left
     // vectors (A^T conj(u) = lambda conj(u)).
     std::vector<std::vector<cplx>> start_right, start_left;
@@ -377,7 +400,7 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
     double aim = f0;
     std::optional<BlockILU> F;
     const int levels = fill_levels(layers);
-    if (right_here && f0 == 0.0) {
+    if (me == 0 && f0 == 0.0) {
         try {
             F.emplace(local, PetscScalar(0.0), levels);
             // At least three values: the band of a single mode says
@@ -392,7 +415,7 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
     const PetscScalar sigma(kOffAxis * aim, aim);
     ModesStats stats;
     stats.shift = aim;
-    stats.ranks = std::min(ranks, 2);
+    stats.ranks = shared ? ranks : std::min(ranks, 2);
     // The factor of the preconditioner, made once on each rank that solves
     // a side (the transposed solves of rank 0's serve its left solve, if
     // one is needed; the band's at 0 serves when the shift stays there);
@@ -401,8 +424,13 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
     {
         std::string failed;
         try {
-            if (aim != 0.0 || !(right_here && F)) F.reset();
-            if ((right_here || (left_beside && left_here)) && !F) F.emplace(local, sigma, levels);
+            if (aim != 0.0 || !(right_here && F) || (shared && ranks > 1)) F.reset();
+            if ((right_here || (left_beside && left_here)) && !F) {
+                if (shared && ranks > 1)  // block Jacobi over the ranks
+                    F.emplace(diagonal_block(local, op.first_row(), op.local_rows()), sigma, levels);
+                else
+                    F.emplace(local, sigma, levels);
+            }
         } catch (const FatalError& e) {
             failed = e.what();
         }
@@ -410,10 +438,10 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
         agree_on_failure(failed.empty() ? nullptr : &failed);
     }
     const InnerContext right_inner{F ? &*F : nullptr, false}, left_inner{F ? &*F : nullptr, true};
-    if (right_here) make_shell(PETSC_COMM_SELF, n, &right_ctx, A);
+    if (right_here) make_shell(comm, n, &right_ctx, A, op.local_rows());
     // Left vectors: A^T w = lambda w gives u = conj(w) with u^H A = lambda u^H.
     const auto solve_left = [&](int nev, Pairs& L) {
-        if (At.h == nullptr) make_shell(PETSC_COMM_SELF, n, &left_ctx, At);
+        if (At.h == nullptr) make_shell(comm, n, &left_ctx, At, op.local_rows());
         KrylovSchur left(At.h, left_inner, n, nev, sigma, tol, "left", start_left);
         left.solve();
         L = left.pairs();
@@ -445,11 +473,11 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
             failed = e.what();
         }
         agree_on_failure(failed.empty() ? nullptr : &failed);
-        share(R, 0);
+        share(R, 0, shared);
         stats.inner_iterations += R.inner;
         stats.outer_iterations += R.iterations;
         if (left_beside) {
-            share(L, left_rank);
+            share(L, left_rank, shared);
             have_left = true;
             stats.inner_iterations += L.inner;
             stats.outer_iterations += L.iterations;
@@ -497,7 +525,7 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
             failed = e.what();
         }
         agree_on_failure(failed.empty() ? nullptr : &failed);
-        share(L, left_rank);
+        share(L, left_rank, shared);
         stats.inner_iterations += L.inner;
         stats.outer_iterations += L.iterations;
     }
@@ -562,15 +590,27 @@ std::vector<int> undamped_multiplicities(const MatrixInput& in) {
 
 ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol, ModeOutput out) {
     start_petsc();
-    const ModeOperator op(in);
-    if (!op.reciprocal_tensor())
+    const std::vector<int> w = undamped_multiplicities(in);
+    // On several ranks an undamped model shares its rows out over all of
+    // them (it has one side to solve); a damped one puts its two sides on
+    // two ranks, each with the whole operator.
+    const bool shared = rank_count() > 1 && !w.empty();
+    std::optional<ModeOperator> whole;
+    whole.emplace(in);
+    if (!whole->reciprocal_tensor())
         throw FatalError("SOLVE_MODES: the interaction tensor is not the transpose of itself at the opposite "
                          "offset (D(-r) = D(r)^T), so the left vectors cannot be formed from its Fourier form "
                          "(use SOLVE_MATRIX)");
-    const std::vector<int> w = undamped_multiplicities(in);
     // The real local part goes before the solve starts.
-    ComplexSparse local = complex_sparse(op.local_part(1, true));
-    return solve_mode_products(op, std::move(local), in.nz + 1, w.empty() ? nullptr : &w, nmodes, f0, tol, out);
+    ComplexSparse local = complex_sparse(whole->local_part(1, true));
+    const std::vector<int>* undamped = w.empty() ? nullptr : &w;
+    if (!shared) return solve_mode_products(*whole, std::move(local), in.nz + 1, undamped, nmodes, f0, tol, out);
+    whole.reset();
+    const SlabModeOperator op(in);
+    if (my_rank() == 0)
+        std::fprintf(stderr, " SOLVE_MODES: rows shared over %d ranks, the convolution %s\n", rank_count(),
+                     op.slabs() ? "on slabs of the grid" : "whole on every rank");
+    return solve_mode_products(op, std::move(local), in.nz + 1, undamped, nmodes, f0, tol, out);
 }
 
 }  // namespace torix
