@@ -65,8 +65,15 @@ SlabConvolution::SlabConvolution(MPI_Comm comm, const TensorArray& AIJ, int m, i
     const ptrdiff_t real_n[3] = {L1_, nz == 0 ? Llast_ : L2_, L3_};
     const ptrdiff_t half = Llast_ / 2 + 1;
     const ptrdiff_t complex_n[3] = {L1_, nz == 0 ? half : L2_, half};
-    const ptrdiff_t alloc = fftw_mpi_local_size_many(rank, complex_n, kPerCell, FFTW_MPI_DEFAULT_BLOCK, comm, &nxl_, &x0_);
-    points_ = static_cast<std::size_t>(nxl_) * (nz == 0 ? half : L2_ * half);
+    // The spectra stay transposed (split along the second axis): the product
+    // with the kernel is point by point, and the kernel is transformed with
+    // the same plan, so the backward transform can start from that layout
+    // and two of the four global transposes of a convolution are saved.
+    ptrdiff_t n1l = 0, n1start = 0;
+    const ptrdiff_t alloc = fftw_mpi_local_size_many_transposed(rank, complex_n, kPerCell, FFTW_MPI_DEFAULT_BLOCK,
+                                                                FFTW_MPI_DEFAULT_BLOCK, comm, &nxl_, &x0_, &n1l,
+                                                                &n1start);
+    points_ = static_cast<std::size_t>(n1l) * L1_ * (nz == 0 ? 1 : half);
 
     // Every rank's first plane, hence its first cell (cells run x outermost).
     std::vector<long long> starts(static_cast<std::size_t>(size_));
@@ -90,9 +97,11 @@ SlabConvolution::SlabConvolution(MPI_Comm comm, const TensorArray& AIJ, int m, i
                                                                                                 : FFTW_ESTIMATE;
     double* rbuf = reinterpret_cast<double*>(plans_->buf);
     plans_->forward = fftw_mpi_plan_many_dft_r2c(rank, real_n, kPerCell, FFTW_MPI_DEFAULT_BLOCK,
-                                                 FFTW_MPI_DEFAULT_BLOCK, rbuf, plans_->buf, comm, flags);
+                                                 FFTW_MPI_DEFAULT_BLOCK, rbuf, plans_->buf, comm,
+                                                 flags | FFTW_MPI_TRANSPOSED_OUT);
     plans_->backward = fftw_mpi_plan_many_dft_c2r(rank, real_n, kPerCell, FFTW_MPI_DEFAULT_BLOCK,
-                                                  FFTW_MPI_DEFAULT_BLOCK, plans_->buf, rbuf, comm, flags);
+                                                  FFTW_MPI_DEFAULT_BLOCK, plans_->buf, rbuf, comm,
+                                                  flags | FFTW_MPI_TRANSPOSED_IN);
     if (!plans_->forward || !plans_->backward)
         throw FatalError("FFT: cannot plan the distributed transforms for the padded grid " + std::to_string(L1_) +
                          " x " + std::to_string(L2_) + " x " + std::to_string(L3_));

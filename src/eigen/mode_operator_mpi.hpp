@@ -29,6 +29,15 @@ public:
     [[nodiscard]] bool shared() const override { return true; }
     [[nodiscard]] int first_row() const override { return static_cast<int>(2 * numbers_[me_]); }
     [[nodiscard]] int local_rows() const override { return static_cast<int>(2 * (numbers_[me_ + 1] - numbers_[me_])); }
+    // The rows of kOverlapPlanes planes of cells across x (the axis along
+    // which the rows are split, for the grid order): a 200 x 200 film on
+    // two ranks took 4336 operator products with none (each rank's factor
+    // its own rows only), 2139 with 2 planes, 1758 with 5, and 1660 with 10
+    // and with 50, as many as on one rank.
+    static constexpr int kOverlapPlanes = 12;
+    [[nodiscard]] int overlap_rows() const override {
+        return 2 * kOverlapPlanes * ((in_.N + in_.nx) / (in_.nx + 1));
+    }
     // Whether the convolution runs on slabs (else whole on every rank).
     [[nodiscard]] bool slabs() const { return slab_ != nullptr; }
 

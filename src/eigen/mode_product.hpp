@@ -23,6 +23,9 @@ public:
     [[nodiscard]] virtual bool shared() const { return false; }
     [[nodiscard]] virtual int first_row() const { return 0; }
     [[nodiscard]] virtual int local_rows() const { return order(); }
+    // How far past its own rows a rank's factor of the preconditioner
+    // reaches on either side, in rows (shared rows only).
+    [[nodiscard]] virtual int overlap_rows() const { return 0; }
 
 protected:
     ModeProduct() = default;

@@ -9,6 +9,7 @@
 #include <complex>
 #include <exception>
 #include <type_traits>
+#include <vector>
 
 #include "eigen/block_ilu.hpp"
 #include "eigen/mode_product.hpp"
@@ -69,9 +70,20 @@ void ilu_factor(Mat P, int levels, OwnedMat& F);
 // for A and transposed for A^T (the transpose of the incomplete LU of P is
 // that of P^T: the level-of-fill pattern and the pivots are the same), so
 // that one factor serves both sides.
+// With the rows shared out over the ranks (restricted additive Schwarz,
+// Cai & Sarkis, SIAM J. Sci. Comput. 21 (1999) 792): the factor holds the
+// rows [ext_first, ext_first + its order) of the whole vector, which reach
+// past this rank's own rows [first, first + rows) on both sides; a solve
+// gathers x whole, solves on those rows and keeps its own.
+struct Overlap {
+    int first = 0, rows = 0, ext_first = 0;
+    std::vector<std::size_t> starts;  // per rank, its first row, in doubles (gather_pieces)
+};
 struct InnerContext {
     const BlockILU* ilu = nullptr;
     bool transposed = false;
+    const Overlap* overlap = nullptr;
+    mutable std::vector<cplx> whole, out;  // work of the overlapping solves
 };
 PetscErrorCode inner_apply(PC pc, Vec x, Vec y);
 PetscErrorCode inner_converged(KSP ksp, Vec, Vec, void*);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/error.hpp"
+#include "core/ranks.hpp"
 #include "eigen/slepc_parts.hpp"
 
 namespace torix::slepc {
@@ -134,7 +135,7 @@ std::array<double, 2> local_band(const ComplexSparse& L, const BlockILU& factor,
     ShellContext ctx{&product, false, 0};
     OwnedMat L0;
     make_shell(PETSC_COMM_SELF, L.n, &ctx, L0);
-    const InnerContext inner{&factor, false};
+    const InnerContext inner{&factor, false, nullptr, {}, {}};
     OwnedEPS eps;
     check(EPSCreate(PETSC_COMM_SELF, &eps.h), "EPSCreate");
     check(EPSSetOperators(eps.h, L0.h, nullptr), "EPSSetOperators");
@@ -211,7 +212,18 @@ PetscErrorCode inner_apply(PC pc, Vec x, Vec y) {
     if (const PetscErrorCode e = VecGetArrayRead(x, &px)) return e;
     if (const PetscErrorCode e = VecGetArrayWrite(y, &py)) return e;
     try {
-        c->transposed ? c->ilu->solve_transpose(px, py) : c->ilu->solve(px, py);
+        if (const Overlap* o = c->overlap) {
+            const std::size_t n = o->starts.back() / 2, m = 2 * c->ilu->order().size();
+            c->whole.resize(n);
+            c->out.resize(m);
+            std::copy(px, px + o->rows, c->whole.begin() + o->first);
+            gather_pieces(reinterpret_cast<double*>(c->whole.data()), o->starts);
+            const cplx* x = c->whole.data() + o->ext_first;
+            c->transposed ? c->ilu->solve_transpose(x, c->out.data()) : c->ilu->solve(x, c->out.data());
+            std::copy(c->out.begin() + (o->first - o->ext_first), c->out.begin() + (o->first - o->ext_first) + o->rows, py);
+        } else {
+            c->transposed ? c->ilu->solve_transpose(px, py) : c->ilu->solve(px, py);
+        }
     } catch (const std::bad_alloc&) {
         return PETSC_ERR_MEM;
     }

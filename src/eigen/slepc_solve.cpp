@@ -413,6 +413,23 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
     }
     broadcast(aim, 0);
     const PetscScalar sigma(kOffAxis * aim, aim);
+    // Rows shared out: each rank's factor reaches past its own rows on
+    // either side (slepc_parts.hpp, Overlap).
+    Overlap overlap;
+    int ext_rows = 0;
+    if (shared && ranks > 1) {
+        overlap.first = op.first_row();
+        overlap.rows = op.local_rows();
+        const int reach = op.overlap_rows();
+        overlap.ext_first = std::max(0, overlap.first - reach);
+        ext_rows = std::min(n, overlap.first + overlap.rows + reach) - overlap.ext_first;
+        std::vector<double> first(static_cast<std::size_t>(ranks), 0.0);  // every rank's first row
+        first[me] = overlap.first;
+        gather_pieces(first.data(), split_evenly(static_cast<std::size_t>(ranks), ranks));
+        overlap.starts.resize(static_cast<std::size_t>(ranks) + 1);
+        for (int r = 0; r < ranks; ++r) overlap.starts[r] = 2 * static_cast<std::size_t>(first[r]);
+        overlap.starts[ranks] = 2 * static_cast<std::size_t>(n);
+    }
     ModesStats stats;
     stats.shift = aim;
     stats.ranks = shared ? ranks : std::min(ranks, 2);
@@ -426,8 +443,8 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
         try {
             if (aim != 0.0 || !(right_here && F) || (shared && ranks > 1)) F.reset();
             if ((right_here || (left_beside && left_here)) && !F) {
-                if (shared && ranks > 1)  // block Jacobi over the ranks
-                    F.emplace(diagonal_block(local, op.first_row(), op.local_rows()), sigma, levels);
+                if (shared && ranks > 1)
+                    F.emplace(diagonal_block(local, overlap.ext_first, ext_rows), sigma, levels);
                 else
                     F.emplace(local, sigma, levels);
             }
@@ -437,7 +454,8 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
         local = ComplexSparse{};
         agree_on_failure(failed.empty() ? nullptr : &failed);
     }
-    const InnerContext right_inner{F ? &*F : nullptr, false}, left_inner{F ? &*F : nullptr, true};
+    const Overlap* o = shared && ranks > 1 ? &overlap : nullptr;
+    const InnerContext right_inner{F ? &*F : nullptr, false, o, {}, {}}, left_inner{F ? &*F : nullptr, true, o, {}, {}};
     if (right_here) make_shell(comm, n, &right_ctx, A, op.local_rows());
     // Left vectors: A^T w = lambda w gives u = conj(w) with u^H A = lambda u^H.
     const auto solve_left = [&](int nev, Pairs& L) {
