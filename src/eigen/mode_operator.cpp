@@ -166,8 +166,9 @@ void ModeOperator::apply_transpose(const cplx* x, cplx* y) const {
     transposed_rows(in_, c_, local_in_, hre_.data(), him_.data(), 3, u_.data(), x, y, 1, in_.N + 1);
 }
 
-SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
+SparseMatrix ModeOperator::local_part(int radius, bool lump_far, int n_begin, int n_end) const {
     const int N = in_.N, nx = in_.nx, ny = in_.ny, nz = in_.nz;
+    if (n_end <= 0) n_end = N + 1;
     IntGrid index = make_int_grid(nx, ny, nz, -1);
     const std::size_t ncell = c_.size();
     for (std::size_t c = 0; c < ncell; ++c) index(c_.x[c], c_.y[c], c_.z[c]) = static_cast<int>(c);
@@ -195,7 +196,7 @@ SparseMatrix ModeOperator::local_part(int radius, bool lump_far) const {
     };
     std::vector<Row> rows(static_cast<std::size_t>(N));
 #pragma omp parallel for schedule(static) if (c_.size() > kParallelCells)
-    for (int n = 1; n <= N; ++n) {
+    for (int n = n_begin; n < n_end; ++n) {
         std::vector<std::pair<int, std::array<double, 4>>> acc;
         for (int i : c_.of_number[n]) {
             const auto& G = c_.blk[i].G;

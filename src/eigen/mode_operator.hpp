@@ -60,7 +60,9 @@ public:
     // P_j of D) Q_i: the part of the long-range dipolar field that a
     // smooth mode sees (the film's demagnetizing field), which the near
     // blocks alone miss.
-    [[nodiscard]] SparseMatrix local_part(int radius, bool lump_far = false) const;
+    // Only the rows of numbers n_begin..n_end-1 (1-based; n_end 0: to N)
+    // are filled, the others left empty (a rank's share of the rows).
+    [[nodiscard]] SparseMatrix local_part(int radius, bool lump_far = false, int n_begin = 1, int n_end = 0) const;
 
     // Bytes held by the operator (factors, scratch grids, Fourier form).
     [[nodiscard]] std::size_t bytes() const;

@@ -35,9 +35,8 @@ public:
     // its own rows only), 2139 with 2 planes, 1758 with 5, and 1660 with 10
     // and with 50, as many as on one rank.
     static constexpr int kOverlapPlanes = 12;
-    [[nodiscard]] int overlap_rows() const override {
-        return 2 * kOverlapPlanes * ((in_.N + in_.nx) / (in_.nx + 1));
-    }
+    [[nodiscard]] int overlap_rows() const override { return 2 * overlap_numbers(in_); }
+    static int overlap_numbers(const MatrixInput& in) { return kOverlapPlanes * ((in.N + in.nx) / (in.nx + 1)); }
     // Whether the convolution runs on slabs (else whole on every rank).
     [[nodiscard]] bool slabs() const { return slab_ != nullptr; }
 

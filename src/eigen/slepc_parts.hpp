@@ -55,10 +55,14 @@ int fill_levels(int layers);
 // of BlockILU, takes.
 void local_matrix(const ComplexSparse& S, PetscScalar sigma, OwnedMat& P, MPI_Comm comm = PETSC_COMM_WORLD);
 
+struct Overlap;
 // The lowest positive frequency of the local part L and its count-th
 // lowest (0 where there are fewer or the lowest has not settled); the inner
-// solves by GMRES with `factor`, the incomplete LU of L.
-std::array<double, 2> local_band(const ComplexSparse& L, const BlockILU& factor, int count);
+// solves by GMRES with `factor`, the incomplete LU of L.  With `shared`,
+// collective: L holds this rank's rows and those its factor reaches, and
+// the factor is that of those rows (see Overlap).
+std::array<double, 2> local_band(const ComplexSparse& L, const BlockILU& factor, int count,
+                                 const Overlap* shared = nullptr);
 
 // PETSc's incomplete LU of P with `levels` fill levels, natural (grid)
 // ordering, on 2 x 2 blocks, into F: the reference of BlockILU.  A singular

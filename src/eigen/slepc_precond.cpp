@@ -2,6 +2,7 @@
 // matrix, the band of its lowest frequencies, the hooks of GMRES.
 #include <algorithm>
 #include <new>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -128,16 +129,49 @@ private:
     const ComplexSparse& S_;
 };
 
+// The same with the rows shared out: this rank's rows of S (their columns
+// anywhere), x gathered whole for each product.
+class SharedSparseProduct final : public ModeProduct {
+public:
+    SharedSparseProduct(const ComplexSparse& S, const Overlap& o) : S_(S), o_(o), whole_(static_cast<std::size_t>(S.n)) {}
+    [[nodiscard]] int order() const override { return S_.n; }
+    [[nodiscard]] bool shared() const override { return true; }
+    [[nodiscard]] int first_row() const override { return o_.first; }
+    [[nodiscard]] int local_rows() const override { return o_.rows; }
+    void apply(const cplx* x, cplx* y) const override {
+        std::copy(x, x + o_.rows, whole_.begin() + o_.first);
+        gather_pieces(reinterpret_cast<double*>(whole_.data()), o_.starts);
+        for (int i = 0; i < o_.rows; ++i) {
+            const int r = o_.first + i;
+            cplx s = 0.0;
+            for (std::int64_t k = S_.row_start[r]; k < S_.row_start[r + 1]; ++k) s += S_.val[k] * whole_[S_.col[k]];
+            y[i] = s;
+        }
+    }
+    void apply_transpose(const cplx*, cplx*) const override {
+        throw FatalError("SOLVE_MODES: the band search has no transposed product");
+    }
+
+private:
+    const ComplexSparse& S_;
+    const Overlap& o_;
+    mutable std::vector<cplx> whole_;
+};
+
 }  // namespace
 
-std::array<double, 2> local_band(const ComplexSparse& L, const BlockILU& factor, int count) {
-    const SparseProduct product(L);
+std::array<double, 2> local_band(const ComplexSparse& L, const BlockILU& factor, int count, const Overlap* shared) {
+    std::optional<SparseProduct> one;
+    std::optional<SharedSparseProduct> all;
+    const ModeProduct& product = shared ? static_cast<const ModeProduct&>(all.emplace(L, *shared))
+                                        : static_cast<const ModeProduct&>(one.emplace(L));
+    const MPI_Comm comm = shared ? MPI_COMM_WORLD : PETSC_COMM_SELF;
     ShellContext ctx{&product, false, 0};
     OwnedMat L0;
-    make_shell(PETSC_COMM_SELF, L.n, &ctx, L0);
-    const InnerContext inner{&factor, false, nullptr, {}, {}};
+    make_shell(comm, L.n, &ctx, L0, product.local_rows());
+    const InnerContext inner{&factor, false, shared, {}, {}};
     OwnedEPS eps;
-    check(EPSCreate(PETSC_COMM_SELF, &eps.h), "EPSCreate");
+    check(EPSCreate(comm, &eps.h), "EPSCreate");
     check(EPSSetOperators(eps.h, L0.h, nullptr), "EPSSetOperators");
     check(EPSSetProblemType(eps.h, EPS_NHEP), "EPSSetProblemType");
     check(EPSSetType(eps.h, EPSKRYLOVSCHUR), "EPSSetType");

@@ -397,27 +397,13 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
     // the shift at 0; the real solve then fails there with the factor's
     // message.  The band's factor at 0 is the preconditioner when the shift
     // stays there.  Rank 0 places the shift for every rank.
-    double aim = f0;
-    std::optional<BlockILU> F;
-    const int levels = fill_levels(layers);
-    if (me == 0 && f0 == 0.0) {
-        try {
-            F.emplace(local, PetscScalar(0.0), levels);
-            // At least three values: the band of a single mode says
-            // nothing of how far the next one lies.
-            const auto band = local_band(local, *F, std::min(N, std::max(nmodes, 3)));
-            if (band[0] > 0.0 && band[1] > 0.0 && band[1] < kNarrowBand * band[0]) aim = kAimFraction * band[0];
-        } catch (const FatalError&) {
-            aim = 0.0;
-        }
-    }
-    broadcast(aim, 0);
-    const PetscScalar sigma(kOffAxis * aim, aim);
     // Rows shared out: each rank's factor reaches past its own rows on
-    // either side (slepc_parts.hpp, Overlap).
+    // either side (slepc_parts.hpp, Overlap), and `local` holds those rows
+    // only.
+    const bool split_rows = shared && ranks > 1;
     Overlap overlap;
     int ext_rows = 0;
-    if (shared && ranks > 1) {
+    if (split_rows) {
         overlap.first = op.first_row();
         overlap.rows = op.local_rows();
         const int reach = op.overlap_rows();
@@ -430,6 +416,36 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
         for (int r = 0; r < ranks; ++r) overlap.starts[r] = 2 * static_cast<std::size_t>(first[r]);
         overlap.starts[ranks] = 2 * static_cast<std::size_t>(n);
     }
+    const int levels = fill_levels(layers);
+    const auto factor_of = [&](cplx at) {
+        return split_rows ? BlockILU(diagonal_block(local, overlap.ext_first, ext_rows), at, levels)
+                          : BlockILU(local, at, levels);
+    };
+    double aim = f0;
+    std::optional<BlockILU> F;
+    if ((me == 0 || split_rows) && f0 == 0.0) {
+        // Every rank of a shared solve must have its factor before the
+        // collective band search starts.
+        bool factored = true;
+        try {
+            F.emplace(factor_of(0.0));
+        } catch (const FatalError&) {
+            factored = false;
+        }
+        if (split_rows) factored = sum_over_ranks(factored ? 0.0 : 1.0) == 0.0;
+        try {
+            // At least three values: the band of a single mode says
+            // nothing of how far the next one lies.
+            if (factored) {
+                const auto band = local_band(local, *F, std::min(N, std::max(nmodes, 3)), split_rows ? &overlap : nullptr);
+                if (band[0] > 0.0 && band[1] > 0.0 && band[1] < kNarrowBand * band[0]) aim = kAimFraction * band[0];
+            }
+        } catch (const FatalError&) {
+            aim = 0.0;
+        }
+    }
+    broadcast(aim, 0);
+    const PetscScalar sigma(kOffAxis * aim, aim);
     ModesStats stats;
     stats.shift = aim;
     stats.ranks = shared ? ranks : std::min(ranks, 2);
@@ -441,20 +457,15 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
     {
         std::string failed;
         try {
-            if (aim != 0.0 || !(right_here && F) || (shared && ranks > 1)) F.reset();
-            if ((right_here || (left_beside && left_here)) && !F) {
-                if (shared && ranks > 1)
-                    F.emplace(diagonal_block(local, overlap.ext_first, ext_rows), sigma, levels);
-                else
-                    F.emplace(local, sigma, levels);
-            }
+            if (aim != 0.0 || !(right_here && F)) F.reset();
+            if ((right_here || (left_beside && left_here)) && !F) F.emplace(factor_of(sigma));
         } catch (const FatalError& e) {
             failed = e.what();
         }
         local = ComplexSparse{};
         agree_on_failure(failed.empty() ? nullptr : &failed);
     }
-    const Overlap* o = shared && ranks > 1 ? &overlap : nullptr;
+    const Overlap* o = split_rows ? &overlap : nullptr;
     const InnerContext right_inner{F ? &*F : nullptr, false, o, {}, {}}, left_inner{F ? &*F : nullptr, true, o, {}, {}};
     if (right_here) make_shell(comm, n, &right_ctx, A, op.local_rows());
     // Left vectors: A^T w = lambda w gives u = conj(w) with u^H A = lambda u^H.
@@ -619,10 +630,18 @@ ModesStats solve_modes(const MatrixInput& in, int nmodes, double f0, double tol,
         throw FatalError("SOLVE_MODES: the interaction tensor is not the transpose of itself at the opposite "
                          "offset (D(-r) = D(r)^T), so the left vectors cannot be formed from its Fourier form "
                          "(use SOLVE_MATRIX)");
-    // The real local part goes before the solve starts.
-    ComplexSparse local = complex_sparse(whole->local_part(1, true));
     const std::vector<int>* undamped = w.empty() ? nullptr : &w;
-    if (!shared) return solve_mode_products(*whole, std::move(local), in.nz + 1, undamped, nmodes, f0, tol, out);
+    if (!shared) {
+        // The real local part goes before the solve starts.
+        ComplexSparse local = complex_sparse(whole->local_part(1, true));
+        return solve_mode_products(*whole, std::move(local), in.nz + 1, undamped, nmodes, f0, tol, out);
+    }
+    // Each rank's rows of the local part, and those its factor reaches.
+    const std::vector<std::size_t> piece = split_evenly(static_cast<std::size_t>(in.N), rank_count());
+    const int reach = SlabModeOperator::overlap_numbers(in), me = my_rank();
+    ComplexSparse local = complex_sparse(whole->local_part(
+            1, true, std::max(1, static_cast<int>(piece[me]) + 1 - reach),
+            std::min(in.N + 1, static_cast<int>(piece[me + 1]) + 1 + reach)));
     whole.reset();
     const SlabModeOperator op(in);
     if (my_rank() == 0)
