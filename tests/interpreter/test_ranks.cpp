@@ -101,6 +101,16 @@ void expect_same_modes(const std::string& one, const std::string& two) {
     }
 }
 
+// Every number of two tables equal to 1e-9 of the largest.
+void expect_same_numbers(const std::string& one, const std::string& two) {
+    const auto a = numbers_of(one), b = numbers_of(two);
+    ASSERT_EQ(a.size(), b.size());
+    ASSERT_GT(a.size(), 5u);
+    double big = 0.0;
+    for (double x : a) big = std::max(big, std::abs(x));
+    for (std::size_t k = 0; k < a.size(); ++k) ASSERT_NEAR(b[k], a[k], 1e-9 * big) << k;
+}
+
 TEST(Ranks, TwoRanksGiveWhatOneGives) {
     if (!have_launcher()) GTEST_SKIP() << "no mpirun";
     TempDir one, two;
@@ -121,16 +131,30 @@ TEST(Ranks, TwoRanksGiveWhatOneGives) {
     }
     for (const char* name : {"dense.txt", "damped.txt", "undamped.txt"}) {
         SCOPED_TRACE(name);
-        const auto a = numbers_of(one.read(name)), b = numbers_of(two.read(name));
-        ASSERT_EQ(a.size(), b.size());
-        ASSERT_GT(a.size(), 5u);
-        double big = 0.0;
-        for (double x : a) big = std::max(big, std::abs(x));
-        for (std::size_t k = 0; k < a.size(); ++k) ASSERT_NEAR(b[k], a[k], 1e-9 * big) << k;
+        expect_same_numbers(one.read(name), two.read(name));
     }
     // Rank 0 alone wrote: no temporaries, one file of each.
     for (const auto& e : fs::directory_iterator(two.path()))
         EXPECT_EQ(e.path().filename().string().find(".tmp-"), std::string::npos) << e.path();
+}
+
+// Two materials: the rows are shared, the convolution runs whole on each
+// rank (the slabs take one kernel).
+TEST(Ranks, TwoMaterialsShareTheRowsAndConvolveWhole) {
+    if (!have_launcher()) GTEST_SKIP() << "no mpirun";
+    std::string script = kScript.substr(0, kScript.find("SOLVE_MATRIX"));
+    const std::string one_material = "LOAD_MAT\n1\n1.3e-6 800\n";
+    script.replace(script.find(one_material), one_material.size(), "LOAD_MAT\n2\n1.3e-6 800\n1.0e-6 600\n");
+    script.replace(script.find("TENSOR_CREATE"), 0, "ADD_SHAPE\n3\n30e-7 50e-7 10e-7 0 0 0 2\n");
+    script += "SET_BETA\n0\nSOLVE_MODES\n5 0 1e-10\nOMEGA_PRINT\nundamped.txt\nEIGEN_SAVE_TEXT\n5 undamped_vectors.txt\nEND\n";
+    TempDir one, two;
+    for (const TempDir* d : {&one, &two}) d->write("input.dat", script);
+    const RunResult r1 = run_torix(one, 1), r2 = run_torix(two, 1, kLauncher);
+    ASSERT_EQ(r1.status, 0) << r1.err;
+    ASSERT_EQ(r2.status, 0) << r2.err;
+    EXPECT_NE(r2.err.find("rows shared over 2 ranks, the convolution whole"), std::string::npos) << r2.err;
+    expect_same_numbers(one.read("undamped.txt"), two.read("undamped.txt"));
+    expect_same_modes(one.read("undamped_vectors.txt"), two.read("undamped_vectors.txt"));
 }
 
 // Rank 0 cannot write a file that the other rank only pretends to write:
