@@ -34,7 +34,8 @@ public:
 
     // Collective on comm.  Grid of cells 0..nx x 0..ny x 0..nz (nz = 0: a
     // single layer, two-dimensional transforms); the magnetic cells at
-    // (cx[c], cy[c], cz[c]) in the order of the cell list, x outermost.
+    // (cx[c], cy[c], cz[c]) in the order of the cell list, x outermost;
+    // the lists are read at every convolution and must outlive it.
     SlabConvolution(MPI_Comm comm, const TensorArray& AIJ, int m, int nx, int ny, int nz, const std::vector<int>& cx,
                     const std::vector<int>& cy, const std::vector<int>& cz);
     ~SlabConvolution();

@@ -92,4 +92,18 @@ struct InnerContext {
 PetscErrorCode inner_apply(PC pc, Vec x, Vec y);
 PetscErrorCode inner_converged(KSP ksp, Vec, Vec, void*);
 
+// The converged pairs (slepc_pairs.cpp).
+// The left vector of a right pair (v, lambda) of an undamped model without
+// the current vector, per number: u = W J^-1 v (w the multiplicities).
+std::vector<cplx> left_from_right(const std::vector<cplx>& v, const std::vector<int>& w);
+// |A^H u - conj(lambda) u| / (|lambda| |u|), by one transposed product of
+// op (collective when its rows are shared).
+double left_residual(const ModeProduct& op, const std::vector<cplx>& u, cplx lambda);
+// Unit norm, the component of largest modulus real and positive.
+void normalise(std::vector<cplx>& v);
+// Left vectors U made biorthogonal to the right ones V within clusters of
+// eigenvalues equal to `same` relative.
+void biorthogonalise(const std::vector<cplx>& lambda, std::vector<std::vector<cplx>>& V,
+                     std::vector<std::vector<cplx>>& U, double same);
+
 }  // namespace torix::slepc
