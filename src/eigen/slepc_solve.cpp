@@ -308,7 +308,9 @@ ModesStats solve_mode_products(const ModeProduct& op, ComplexSparse local, int l
     // A local part that cannot be factored at 0 (a singular block) leaves
     // the shift at 0; the real solve then fails there with the factor's
     // message.  The band's factor at 0 is the preconditioner when the shift
-    // stays there.  Rank 0 places the shift for every rank.
+    // stays there.  Rank 0 places the shift for every rank (with the rows
+    // shared, all ranks search together and rank 0's value is sent).
+    //
     // Rows shared out: each rank's factor reaches past its own rows on
     // either side (slepc_parts.hpp, Overlap), and `local` holds those rows
     // only.
