@@ -144,6 +144,12 @@ void gather_pieces(double* data, const std::vector<std::size_t>& start) {
     MPI_Allgatherv(MPI_IN_PLACE, 0, MPI_DATATYPE_NULL, data, counts.data(), displs.data(), MPI_DOUBLE, MPI_COMM_WORLD);
 }
 
+void gather_pieces(const double* mine, double* data, const std::vector<std::size_t>& start) {
+    const auto me = static_cast<std::size_t>(my_rank());
+    std::copy(mine, mine + (start[me + 1] - start[me]), data + start[me]);
+    gather_pieces(data, start);
+}
+
 double sum_over_ranks(double value) {
     if (rank_count() == 1) return value;
     double total = 0.0;

@@ -79,6 +79,8 @@ std::vector<std::size_t> split_evenly(std::size_t count, int parts);
 // Collective: every rank's piece of `data` (of doubles) to every rank, in
 // place.
 void gather_pieces(double* data, const std::vector<std::size_t>& start);
+// The same with this rank's piece taken from `mine` first.
+void gather_pieces(const double* mine, double* data, const std::vector<std::size_t>& start);
 // Collective: the sum of every rank's `value`.
 double sum_over_ranks(double value);
 

@@ -85,6 +85,10 @@ SlabConvolution::SlabConvolution(MPI_Comm comm, const TensorArray& AIJ, int m, i
         cell_start_[r] = static_cast<std::size_t>(from - cx.begin());
     }
     for (int r = size_ - 1; r >= 0; --r) cell_start_[r] = std::min(cell_start_[r], cell_start_[r + 1]);
+    for (int r = 0; r < size_; ++r) {
+        counts_.push_back(static_cast<int>((cell_start_[r + 1] - cell_start_[r]) * kPerCell));
+        displs_.push_back(static_cast<int>(cell_start_[r] * kPerCell));
+    }
 
     plans_ = std::make_unique<Plans>();
     plans_->buf = fftw_alloc_complex(static_cast<std::size_t>(std::max<ptrdiff_t>(alloc, 1)));
@@ -178,12 +182,7 @@ void SlabConvolution::convolve(const double* src, double* out) {
 #pragma omp parallel for schedule(static) if (threads)
     for (std::size_t c = c0; c < c1; ++c) std::memcpy(out + kPerCell * c, rbuf + at(c) * kPerCell, sizeof(double) * kPerCell);
     // Every rank's cells to every rank, in place.
-    std::vector<int> counts(static_cast<std::size_t>(size_)), displs(static_cast<std::size_t>(size_));
-    for (int r = 0; r < size_; ++r) {
-        counts[r] = static_cast<int>((cell_start_[r + 1] - cell_start_[r]) * kPerCell);
-        displs[r] = static_cast<int>(cell_start_[r] * kPerCell);
-    }
-    MPI_Allgatherv(MPI_IN_PLACE, 0, MPI_DATATYPE_NULL, out, counts.data(), displs.data(), MPI_DOUBLE, comm_);
+    MPI_Allgatherv(MPI_IN_PLACE, 0, MPI_DATATYPE_NULL, out, counts_.data(), displs_.data(), MPI_DOUBLE, comm_);
 }
 
 }  // namespace torix

@@ -63,6 +63,7 @@ private:
     std::ptrdiff_t x0_ = 0, nxl_ = 0;       // this rank's planes of the doubled grid along x
     std::size_t points_ = 0;                // this rank's complex points
     std::vector<std::size_t> cell_start_;   // per rank, its first cell; size ranks + 1
+    std::vector<int> counts_, displs_;      // per rank, its cells' doubles and where they start
     const std::vector<int>&cx_, &cy_, &cz_;
     std::vector<double> kernel_;            // 6 real spectra (xx xy xz yy yz zz) per point, scaled by 1/L1 L2 L3
     std::unique_ptr<Plans> plans_;

@@ -10,6 +10,7 @@ namespace torix {
 SlabModeOperator::SlabModeOperator(const MatrixInput& in) : in_(in), c_(magnetic_cells(in)), me_(my_rank()) {
     local_in_ = blocks_by_source(c_);
     numbers_ = split_evenly(static_cast<std::size_t>(in.N), rank_count());
+    for (std::size_t first : numbers_) doubles_.push_back(4 * first);  // two complex rows a number
     whole_.assign(2 * static_cast<std::size_t>(in.N), cplx{});
     if (c_.materials.size() == 1 && SlabConvolution::applicable(in.AIJ, c_.materials[0], in.nx, in.ny, in.nz)) {
         slab_ = std::make_unique<SlabConvolution>(MPI_COMM_WORLD, in.AIJ, c_.materials[0], in.nx, in.ny, in.nz, c_.x,
@@ -23,21 +24,17 @@ SlabModeOperator::SlabModeOperator(const MatrixInput& in) : in_(in), c_(magnetic
     }
 }
 
-void SlabModeOperator::gather(const cplx* x) const {
-    std::copy(x, x + local_rows(), whole_.begin() + first_row());
-    std::vector<std::size_t> start(numbers_.size());
-    for (std::size_t r = 0; r < start.size(); ++r) start[r] = 4 * numbers_[r];  // two complex rows a number
-    gather_pieces(reinterpret_cast<double*>(whole_.data()), start);
+bool SlabModeOperator::gather(const cplx* x, cplx* y, bool transposed) const {
+    gather_pieces(reinterpret_cast<const double*>(x), reinterpret_cast<double*>(whole_.data()), doubles_);
+    if (!one_) return false;
+    transposed ? one_->apply_transpose(whole_.data(), y_whole_.data()) : one_->apply(whole_.data(), y_whole_.data());
+    std::copy(y_whole_.begin() + first_row(), y_whole_.begin() + first_row() + local_rows(), y);
+    return true;
 }
 
 void SlabModeOperator::apply(const cplx* x, cplx* y) const {
-    gather(x);
+    if (gather(x, y, false)) return;
     const int n0 = static_cast<int>(numbers_[me_]) + 1, n1 = static_cast<int>(numbers_[me_ + 1]) + 1;
-    if (one_) {
-        one_->apply(whole_.data(), y_whole_.data());
-        std::copy(y_whole_.begin() + first_row(), y_whole_.begin() + first_row() + local_rows(), y);
-        return;
-    }
     constexpr int P = SlabConvolution::kPerCell;
     const auto c0 = static_cast<std::ptrdiff_t>(slab_->first_cell()), c1 = static_cast<std::ptrdiff_t>(slab_->end_cell());
 #pragma omp parallel for schedule(static) if (c1 - c0 > 4096)
@@ -56,13 +53,8 @@ void SlabModeOperator::apply(const cplx* x, cplx* y) const {
 }
 
 void SlabModeOperator::apply_transpose(const cplx* x, cplx* y) const {
-    gather(x);
+    if (gather(x, y, true)) return;
     const int n0 = static_cast<int>(numbers_[me_]) + 1, n1 = static_cast<int>(numbers_[me_ + 1]) + 1;
-    if (one_) {
-        one_->apply_transpose(whole_.data(), y_whole_.data());
-        std::copy(y_whole_.begin() + first_row(), y_whole_.begin() + first_row() + local_rows(), y);
-        return;
-    }
     constexpr int P = SlabConvolution::kPerCell;
     // Every cell's u: the local terms' blocks read it across the pieces.
     transposed_sources(in_, c_, whole_.data(), u_.data(), 0, c_.size());

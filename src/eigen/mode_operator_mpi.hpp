@@ -45,14 +45,17 @@ public:
     void apply_transpose(const cplx* x, cplx* y) const override;
 
 private:
-    // x's rows from every rank, into whole_.
-    void gather(const cplx* x) const;
+    // x's rows from every rank, into whole_; when the convolution is not on
+    // slabs, also this rank's rows of the whole operator's product (A x, or
+    // A^T x when `transposed`) into y, and true.
+    bool gather(const cplx* x, cplx* y, bool transposed) const;
 
     MatrixInput in_;
     MagneticCells c_;
     std::vector<std::vector<LocalBlock>> local_in_;
     int me_ = 0;
     std::vector<std::size_t> numbers_;  // per rank, its first number - 1
+    std::vector<std::size_t> doubles_;  // the same in doubles of x, for gather_pieces
     std::unique_ptr<SlabConvolution> slab_;
     std::unique_ptr<ModeOperator> one_;  // the whole product on every rank, when not on slabs
     mutable std::vector<cplx> whole_, y_whole_;  // x gathered; A x whole (not on slabs)

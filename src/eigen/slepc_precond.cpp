@@ -139,8 +139,7 @@ public:
     [[nodiscard]] int first_row() const override { return o_.first; }
     [[nodiscard]] int local_rows() const override { return o_.rows; }
     void apply(const cplx* x, cplx* y) const override {
-        std::copy(x, x + o_.rows, whole_.begin() + o_.first);
-        gather_pieces(reinterpret_cast<double*>(whole_.data()), o_.starts);
+        gather_pieces(reinterpret_cast<const double*>(x), reinterpret_cast<double*>(whole_.data()), o_.starts);
         for (int i = 0; i < o_.rows; ++i) {
             const int r = o_.first + i;
             cplx s = 0.0;
@@ -250,8 +249,7 @@ PetscErrorCode inner_apply(PC pc, Vec x, Vec y) {
             const std::size_t n = o->starts.back() / 2, m = 2 * c->ilu->order().size();
             c->whole.resize(n);
             c->out.resize(m);
-            std::copy(px, px + o->rows, c->whole.begin() + o->first);
-            gather_pieces(reinterpret_cast<double*>(c->whole.data()), o->starts);
+            gather_pieces(reinterpret_cast<const double*>(px), reinterpret_cast<double*>(c->whole.data()), o->starts);
             const cplx* x = c->whole.data() + o->ext_first;
             c->transposed ? c->ilu->solve_transpose(x, c->out.data()) : c->ilu->solve(x, c->out.data());
             std::copy(c->out.begin() + (o->first - o->ext_first), c->out.begin() + (o->first - o->ext_first) + o->rows, py);
